@@ -1,0 +1,38 @@
+// How a simulated interface is described: "DIR,size=4M,pace=fast".
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+enum class Pace {
+    Real,     // SPI clock, page-program and erase times as in a data sheet
+    Fast,     // no delay
+    Virtual,  // the times of Real on a clock that only tests advance
+};
+
+/// "FUNCTION@N:STATUS": the N-th call of a seam function returns STATUS; "N+" that and later calls.
+struct PlannedFault {
+    std::string function;
+    unsigned nth = 1;
+    bool andLater = false;
+    int status = 0;
+};
+
+struct Options {
+    std::string folder;           // empty: the board lives in memory
+    std::uint32_t flashSize = 0;  // bytes, a power of two; 0: as the folder has it, else 1 MiB
+    int capacityCode = -1;        // JEDEC capacity code to answer with; -1: that of flashSize
+    Pace pace = Pace::Real;
+    unsigned busyPolls = 0;  // status reads for which the chip stays busy after a write, beside its time
+    std::vector<PlannedFault> faults;
+};
+
+/// Parses the text after "sim:". Keys: size (64K, 1M, 4M ...), pace (real, fast), jedec (capacity code),
+/// busy (polls), fault (FUNCTION@N:STATUS, may be repeated), lose-program (N).
+/// Throws std::invalid_argument with a message that names the key and what is accepted.
+Options parseOptions(const std::string& text);
+
+}  // namespace sim

@@ -1,0 +1,82 @@
+// The test side of the simulated interface: the scene, the journal of everything that crosses the
+// seam, and the fault plan. Programs under test never see this header.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "sim/board.h"
+#include "sim/options.h"
+
+#define TAVO_SIM_API __attribute__((visibility("default")))
+
+namespace sim {
+
+class TAVO_SIM_API Rig {
+public:
+    Rig();
+    ~Rig();
+
+    /// A fresh board, without a folder unless options.folder is set; journal, faults and call
+    /// counts empty; the virtual clock at 0. Handles of the old board are forgotten.
+    void reset(const Options& options = {});
+    /// Opens the board's folder again, as a replug does. Only for boards with a folder.
+    void replug();
+
+    Board& board();
+
+    /// One line per event, in order. A call that does not succeed ends in " !STATUS".
+    ///   list            info 0        open 0.0       close 0.0       (device.interface)
+    ///   getspi          setspi master 900000        setspi slave 900000
+    ///   spi 06          written only; bytes in hex, at most the first 8, then "..(260)" the full count
+    ///   spi 05 00 <2    full duplex; <N bytes read
+    ///   pin 8=0         pin 8?                      set, get
+    ///   control C0 B5 0000 0000 512                 bmRequestType bRequest wValue wIndex wLength
+    ///   userflash write 0 128                       userflash read 0 128   (address length)
+    ///   ldv_open NAME   ldv_write 22 11 ..          ldv_read            ldv_close   (all bytes)
+    ///   sleep 100       milliseconds, on the virtual clock
+    std::vector<std::string> journal;
+    /// Same, with runs of identical "spi 05 00 <2" + "sleep 1" polls left out.
+    std::vector<std::string> journalWithoutPolls() const;
+
+    /// Bytes clocked and transfers made by CySpiReadWrite since reset.
+    std::uint64_t spiBytes = 0;
+    std::uint64_t spiTransfers = 0;
+    /// Calls of a seam function (or "sleep") since reset.
+    unsigned calls(const std::string& function) const;
+
+    // The fault plan. n counts calls from now, 1 is the next one. The call has no other effect.
+    /// The n-th call of a seam function returns that status (for libusb_control_transfer: result).
+    void fail(const std::string& function, unsigned n, int status);
+    /// That and every later call.
+    void failFrom(const std::string& function, unsigned n, int status);
+    /// The n-th Page Program is accepted, takes its time and changes nothing.
+    void loseProgram(unsigned n);
+    /// In the n-th Read Data transfer one bit of that data byte (0 = first after the header) is wrong.
+    void flipReadBit(unsigned n, unsigned byte, unsigned bit);
+    void clearFaults();
+
+    /// The virtual clock, in microseconds since reset; sleeps and (with Pace::Virtual) SPI transfers
+    /// advance it.
+    std::uint64_t now() const;
+    /// What a test program's Poco::ThreadImpl::sleepImpl calls.
+    void sleep(long milliseconds);
+
+    /// What is still held: open handles, LDV channels, pins driven low. Empty when all is released.
+    std::string leftovers() const;
+    /// What the board noticed and a real one would not forgive; empty in a correct run.
+    const std::vector<std::string>& violations();
+
+private:
+    friend struct Seam;
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// The rig of this process. In a program that runs on the simulated interface it is set up from the
+/// environment variable TAVO_SIM at the first call of a seam function.
+TAVO_SIM_API Rig& rig();
+
+}  // namespace sim
