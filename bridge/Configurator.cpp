@@ -1,6 +1,11 @@
 #include "tavo/Configurator.h"
 
+#include <algorithm>
+#include <cstring>
+
+#include "bridge/configBlock.h"
 #include "platform/cyusbserial.h"
+#include "tavo/cyboot.h"
 
 namespace {
 
@@ -26,6 +31,22 @@ void setUp(CY_SPI_CONFIG& config, bool master) {
     config.isCpol = false;
 }
 
+bool fitsDescriptor(const char* serial) {
+    return strnlen(serial, configBlock::kMaxSerialLength + 1) <= configBlock::kMaxSerialLength;
+}
+
+// False for a text, new or kept, that the descriptor cannot hold. A new one is looked at as given
+// too: fromStringWithoutPrefix leaves out what it does not take.
+bool chooseSerial(const DeviceInfo& deviceInfo, const char* newSerial, SerialNumber& chosen) {
+    if (newSerial == nullptr)
+        chosen = deviceInfo.serialNumber.text;
+    else if (fitsDescriptor(newSerial))
+        chosen.fromStringWithoutPrefix(newSerial);
+    else
+        return false;
+    return fitsDescriptor(chosen.text);
+}
+
 }  // namespace
 
 Configurator::Configurator(DeviceInfo& device) : deviceInfo(device) {}
@@ -48,4 +69,42 @@ CY_RETURN_STATUS Configurator::setupSpi(bool master) {
     const CY_RETURN_STATUS result = CySetSpiConfig(scb0.handle, &config);
     spiMasterSet = result == CY_SUCCESS && master;
     return result;
+}
+
+CY_RETURN_STATUS Configurator::readConfigData(unsigned char* data) {
+    const CyHandle config(deviceInfo.configDeviceNumber, deviceInfo.configInterfaceNumber);
+    if (config.openStatus != CY_SUCCESS) return config.openStatus;
+    if (const auto status = CyFlashConfigEnable(config.handle, true); status != CY_SUCCESS) return status;
+    if (const auto status = CyReadDeviceConfig(config.handle, data); status != CY_SUCCESS) return status;
+    return CyFlashConfigEnable(config.handle, false);
+}
+
+CY_RETURN_STATUS Configurator::writeConfigData(const unsigned char* data, const char* serial) {
+    SerialNumber text;
+    if (!chooseSerial(deviceInfo, serial, text)) return CY_ERROR_INVALID_PARAMETER;
+    const CyHandle config(deviceInfo.configDeviceNumber, deviceInfo.configInterfaceNumber);
+    if (config.openStatus != CY_SUCCESS) return config.openStatus;
+    UINT32 siliconId = 0;  // only a bridge that answers this is written to
+    if (const auto status = CyGetSiliconID(config.handle, &siliconId); status != CY_SUCCESS) return status;
+    if (const auto status = CyFlashConfigEnable(config.handle, true); status != CY_SUCCESS) return status;
+
+    configBlock::Block block;
+    if (data != nullptr)
+        std::copy_n(data, block.size(), block.begin());
+    else if (const auto status = CyReadDeviceConfig(config.handle, block.data()); status != CY_SUCCESS)
+        return status;
+
+    if (serial != nullptr) deviceInfo.serialNumber = text.text;
+    configBlock::finish(block, text.text);
+    if (const auto status = CyWriteDeviceConfig(config.handle, block.data()); status != CY_SUCCESS) return status;
+    return CyFlashConfigEnable(config.handle, false);
+}
+
+CY_RETURN_STATUS Configurator::configureScb0(bool spi) {
+    // Known before the block is read that the write will refuse it.
+    if (!fitsDescriptor(deviceInfo.serialNumber.text)) return CY_ERROR_INVALID_PARAMETER;
+    configBlock::Block block;
+    if (const auto status = readConfigData(block.data()); status != CY_SUCCESS) return status;
+    configBlock::setScb0(block, spi);
+    return writeConfigData(block.data(), nullptr);
 }
