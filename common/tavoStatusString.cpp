@@ -42,5 +42,6 @@ static_assert(kMessages.size() == TAVO_WRONG_FILE_EXTENSION + 1, "one message a 
 }  // namespace
 
 const char* tavoStatusString(TAVO_STATUS status) {
-    return status < kMessages.size() ? kMessages[status] : "unknown error";
+    if (status >= kMessages.size()) return "unknown error";
+    return kMessages[status];
 }
