@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "sim/export.h"
+
 namespace sim {
 
 enum class Pace {
@@ -28,11 +30,12 @@ struct Options {
     Pace pace = Pace::Real;
     unsigned busyPolls = 0;  // status reads for which the chip stays busy after a write, beside its time
     std::vector<PlannedFault> faults;
+    std::vector<unsigned> lostPrograms;  // Page Programs that are accepted and change nothing; 1 is the first
 };
 
 /// Parses the text after "sim:". Keys: size (64K, 1M, 4M ...), pace (real, fast), jedec (capacity code),
 /// busy (polls), fault (FUNCTION@N:STATUS, may be repeated), lose-program (N).
 /// Throws std::invalid_argument with a message that names the key and what is accepted.
-Options parseOptions(const std::string& text);
+TAVO_SIM_API Options parseOptions(const std::string& text);
 
 }  // namespace sim

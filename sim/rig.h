@@ -8,9 +8,8 @@
 #include <vector>
 
 #include "sim/board.h"
+#include "sim/export.h"
 #include "sim/options.h"
-
-#define TAVO_SIM_API __attribute__((visibility("default")))
 
 namespace sim {
 
@@ -20,9 +19,11 @@ public:
     ~Rig();
 
     /// A fresh board, without a folder unless options.folder is set; journal, faults and call
-    /// counts empty; the virtual clock at 0. Handles of the old board are forgotten.
+    /// counts empty; the virtual clock at 0. Handles of the old board are forgotten. On a folder this
+    /// is what a new process finds there. Throws std::runtime_error for a folder that cannot be used.
     void reset(const Options& options = {});
-    /// Opens the board's folder again, as a replug does. Only for boards with a folder.
+    /// Unplugs the interface and plugs it in again: a written configuration block takes effect, pins
+    /// and SPI setting are as it says, handles are forgotten.
     void replug();
 
     Board& board();
@@ -30,7 +31,8 @@ public:
     /// One line per event, in order. A call that does not succeed ends in " !STATUS".
     ///   list            info 0        open 0.0       close 0.0       (device.interface)
     ///   getspi          setspi master 900000        setspi slave 900000
-    ///   spi 06          written only; bytes in hex, at most the first 8, then "..(260)" the full count
+    ///   spi 06          written only; bytes in hex, at most the first 8, then the full count:
+    ///                   "spi 02 00 00 00 11 22 33 44 ..(260)"
     ///   spi 05 00 <2    full duplex; <N bytes read
     ///   pin 8=0         pin 8?                      set, get
     ///   control C0 B5 0000 0000 512                 bmRequestType bRequest wValue wIndex wLength
@@ -38,6 +40,7 @@ public:
     ///   ldv_open NAME   ldv_write 22 11 ..          ldv_read            ldv_close   (all bytes)
     ///   sleep 100       milliseconds, on the virtual clock
     std::vector<std::string> journal;
+    bool keepJournal = true;  ///< false saves the time; set to false when the rig comes from the environment
     /// Same, with runs of identical "spi 05 00 <2" + "sleep 1" polls left out.
     std::vector<std::string> journalWithoutPolls() const;
 
@@ -49,6 +52,8 @@ public:
 
     // The fault plan. n counts calls from now, 1 is the next one. The call has no other effect.
     /// The n-th call of a seam function returns that status (for libusb_control_transfer: result).
+    /// A failing close gives its handle up all the same. Throws std::invalid_argument for a function
+    /// that is none of the seam's.
     void fail(const std::string& function, unsigned n, int status);
     /// That and every later call.
     void failFrom(const std::string& function, unsigned n, int status);

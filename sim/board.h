@@ -1,0 +1,70 @@
+// One simulated interface: bridge, SPI flash and Neuron, wired together.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "sim/bridge.h"
+#include "sim/clock.h"
+#include "sim/export.h"
+#include "sim/flashChip.h"
+#include "sim/neuron.h"
+#include "sim/options.h"
+#include "sim/store.h"
+
+namespace sim {
+
+class TAVO_SIM_API Board {
+public:
+    static constexpr unsigned kResetPin = 8;
+    static constexpr unsigned kServicePin = 14;
+
+    /// Opens the folder of the options; a configuration block written since the last run takes effect.
+    /// Throws std::runtime_error, naming file and remedy, for a folder that cannot be used.
+    explicit Board(const Options& options);
+
+    /// Unplugged and plugged in again.
+    void powerCycle();
+    /// Why it is not on USB; empty when it is.
+    const std::string& whyAbsent() const { return whyAbsent_; }
+    /// "sim:" and the absolute folder, or "sim:memory".
+    std::string portPath() const;
+
+    /// Claims the folder for this process; claims are counted.
+    /// @return 0, or the process ID of the holder (-1 when unknown).
+    int claim();
+    void release();
+    void dropClaims();
+
+    /// An SPI transfer by SCB0: takes its time on the wire and reaches the chip when the board is set up for it.
+    void transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
+    CY_RETURN_STATUS setSpiConfig(unsigned interfaceNumber, const CY_SPI_CONFIG& config);
+    CY_RETURN_STATUS setPin(unsigned pin, bool high);
+    int control(std::uint8_t type, std::uint8_t request, std::uint16_t value, std::uint16_t index, std::uint8_t* data,
+                std::uint16_t length);
+    /// Output pins that are low, as "pin 8 low".
+    std::vector<std::string> lowPins() const;
+
+    /// Writes what is not in the memories to the folder, so that a killed run leaves what a real one would.
+    /// Cheap when nothing has changed.
+    void save();
+
+    std::vector<std::string> violations;
+    Clock clock;
+    Store store;
+    Bridge bridge;
+    FlashChip flash;
+    Neuron neuron;
+
+private:
+    void restore(const Store::Values& values);
+    void restorePins(const Store::Values& values);
+    const char* whyFlashIsUnreachable() const;
+    void wirePins();
+
+    std::string whyAbsent_;
+    unsigned claims_ = 0;
+    std::uint8_t savedProtection_ = 0;
+};
+
+}  // namespace sim

@@ -1,0 +1,92 @@
+// What the seam's functions share: the state behind the rig, and the frame of one call.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/cyusbserial.h"
+#include "sim/board.h"
+#include "sim/functions.h"
+#include "sim/rig.h"
+
+namespace sim {
+
+/// What a CY_HANDLE points to: byte-packed, the interface number 3 and the libusb handle 31 bytes into it.
+struct Handle {
+    static constexpr std::size_t kInterfaceOffset = 3;
+    static constexpr std::size_t kRecordSize = CY_HANDLE_LIBUSB_OFFSET + sizeof(void*);
+
+    explicit Handle(unsigned interface);
+    void* usbHandle() { return this; }  // a stand-in that only libusb_control_transfer of this library knows
+
+    std::array<unsigned char, kRecordSize> record{};
+    unsigned interfaceNumber;
+};
+
+struct Rig::State {
+    struct Fault {
+        Function function;
+        unsigned first;
+        unsigned last;
+        int status;
+    };
+
+    std::recursive_mutex mutex;
+    bool isSetUp = false;  // by a test, or from the environment
+    bool isFromEnvironment = false;
+    std::unique_ptr<Board> board;  // null: no interface is attached
+    std::vector<std::unique_ptr<Handle>> handles;
+    unsigned ldvChannels = 0;
+    std::array<unsigned, static_cast<std::size_t>(Function::Count)> calls{};
+    std::vector<Fault> faults;
+    std::size_t violationsTold = 0;
+
+    Handle* find(CY_HANDLE handle) const;
+    /// Claims the board for a handle or an LDV channel; tells on standard error who holds it otherwise.
+    bool claim();
+};
+
+struct Seam {
+    using State = Rig::State;
+
+    static State& state() { return *rig().state_; }
+
+    /// One call of a seam function: counted, answered by the fault plan or else by body(state), and journaled as
+    /// text() when the journal is kept. isGood tells which statuses are no failure.
+    template <class Text, class Body>
+    static int call(Function function, Text text, Body body) {
+        Rig& own = rig();
+        State& state = *own.state_;
+        const std::lock_guard lock(state.mutex);
+        setUpFromEnvironment(state);
+        int status = 0;
+        const bool planned = takeFault(state, function, status);
+        if (!planned) status = body(state);
+        if (own.keepJournal) note(own, text(), status, planned || isFailure(function, status));
+        if (state.isFromEnvironment) tellViolations(state);
+        return status;
+    }
+
+    static void setUp(State& state, const Options& options);
+    static void plan(State& state, const std::string& function, unsigned first, unsigned last, int status);
+
+private:
+    static void setUpFromEnvironment(State& state) {
+        if (!state.isSetUp) readEnvironment(state);
+    }
+    static void readEnvironment(State& state);
+    static bool takeFault(State& state, Function function, int& status);
+    static bool isFailure(Function function, int status);
+    static void note(Rig& own, std::string text, int status, bool failed);
+    static void tellViolations(State& state);
+};
+
+/// printf into a string.
+[[gnu::format(printf, 1, 2)]] std::string text(const char* format, ...);
+/// " 06 FF" for each byte, at most `most` of them, then " ..(260)" with the full count.
+std::string hexBytes(const void* bytes, std::size_t length, std::size_t most);
+
+}  // namespace sim
