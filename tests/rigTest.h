@@ -28,7 +28,9 @@ protected:
 
     void TearDown() override {
         EXPECT_EQ(rig.leftovers(), "") << "something is still held";
-        if (!violationsExpected) EXPECT_THAT(rig.violations(), testing::IsEmpty());
+        if (!violationsExpected) {
+            EXPECT_THAT(rig.violations(), testing::IsEmpty());
+        }
     }
 
     sim::Rig& rig = sim::rig();
