@@ -1,0 +1,137 @@
+#include <Poco/Thread.h>
+
+#include "platform/usb/exchange.h"
+#include "platform/usb/request.h"
+#include "tavo/export.h"
+
+namespace usb {
+namespace {
+
+constexpr UINT16 kRead = 1;  // bits of the start request's wValue
+constexpr UINT16 kWrite = 2;
+constexpr long kStatusInterval = 1;  // ms
+
+/// A second transfer on the interface would mix its bytes with the first one's.
+class Turn {
+public:
+    explicit Turn(Claim& claim) : claim_(claim), taken_(!claim.transferring.test_and_set()) {}
+    ~Turn() {
+        if (taken_) claim_.transferring.clear();
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    bool isTaken() const { return taken_; }
+
+private:
+    Claim& claim_;
+    bool taken_;
+};
+
+void resetSpi(const Claim& claim) {
+    requestOut(claim, kSpiReset, claim.block(), 0, nullptr, 0);  // its result would hide the first failure
+}
+
+CY_RETURN_STATUS start(const Claim& claim, const Exchange& exchange) {
+    UINT16 value = claim.block();
+    if (exchange.in.isPresent()) value |= kRead;
+    if (exchange.out.isPresent()) value |= kWrite;
+    const UINT32 length = exchange.out.isPresent() ? exchange.out.length : exchange.in.length;
+    const int result = requestOut(claim, kSpiTransfer, value, static_cast<UINT16>(length), nullptr, 0);
+    return result >= 0 ? CY_SUCCESS : failureWithoutTimeout(result);
+}
+
+struct Recovery {
+    libusb_transfer_status event;
+    bool resets;  // an SPI reset ends the bridge's side of the transfer
+    bool clearsHalt;
+    CY_RETURN_STATUS status;
+};
+
+// The bridge library's ways out. A halted bulk-in endpoint is not cleared: the SPI reset does that.
+constexpr Recovery kOutRecoveries[] = {
+    {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
+    {LIBUSB_TRANSFER_STALL, true, true, CY_ERROR_PIPE_HALTED},
+    {LIBUSB_TRANSFER_OVERFLOW, false, false, CY_ERROR_BUFFER_OVERFLOW},
+    {LIBUSB_TRANSFER_NO_DEVICE, false, false, CY_ERROR_DEVICE_NOT_FOUND},
+    {LIBUSB_TRANSFER_ERROR, false, false, CY_ERROR_REQUEST_FAILED},
+};
+constexpr Recovery kInRecoveries[] = {
+    {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
+    {LIBUSB_TRANSFER_STALL, true, false, CY_ERROR_REQUEST_FAILED},
+    {LIBUSB_TRANSFER_OVERFLOW, true, false, CY_ERROR_BUFFER_OVERFLOW},
+    {LIBUSB_TRANSFER_NO_DEVICE, false, false, CY_ERROR_DEVICE_NOT_FOUND},
+    {LIBUSB_TRANSFER_ERROR, true, false, CY_ERROR_REQUEST_FAILED},
+};
+
+template <std::size_t n>
+CY_RETURN_STATUS recover(const Claim& claim, const Recovery (&recoveries)[n], libusb_transfer_status event) {
+    for (const Recovery& recovery : recoveries) {
+        if (recovery.event != event) continue;
+        if (recovery.resets) resetSpi(claim);
+        if (recovery.clearsHalt) libusb_clear_halt(claim.usb(), claim.bulkOut());
+        return recovery.status;
+    }
+    return CY_ERROR_REQUEST_FAILED;
+}
+
+CY_RETURN_STATUS outcome(const Claim& claim, const Exchange& exchange) {
+    if (exchange.out.hasFailed()) return recover(claim, kOutRecoveries, exchange.out.status);
+    if (exchange.in.hasFailed()) return recover(claim, kInRecoveries, exchange.in.status);
+    if (exchange.in.isComplete() && exchange.out.isComplete()) return CY_SUCCESS;
+    resetSpi(claim);  // stopped because events could not be handled
+    return CY_ERROR_REQUEST_FAILED;
+}
+
+/// The bytes have left the host; the bridge still clocks them out.
+CY_RETURN_STATUS waitUntilIdle(const Claim& claim, CY_DATA_BUFFER& write, const Deadline& deadline) {
+    for (;;) {
+        Poco::Thread::sleep(kStatusInterval);
+        UCHAR status[4] = {};
+        const int result = requestIn(claim, kSpiStatus, claim.block(), 0, status, sizeof status);
+        if (result != static_cast<int>(sizeof status)) return failureWithoutTimeout(result);
+        if ((status[0] | status[1] | status[2] | status[3]) == 0) return CY_SUCCESS;
+        if (!deadline.hasPassed()) continue;
+        resetSpi(claim);
+        write.length = 0;  // as the bridge library leaves it
+        return CY_ERROR_IO_TIMEOUT;
+    }
+}
+
+bool isPresent(const CY_DATA_BUFFER* record) {
+    return record != nullptr && record->buffer != nullptr && record->length != 0;
+}
+
+/// The bridge gets one 16-bit length for both directions. Where the bridge library would cut a length,
+/// or run unequal ones into a timeout, nothing is sent.
+bool areLengthsUsable(const CY_DATA_BUFFER* read, const CY_DATA_BUFFER* write) {
+    if (!isPresent(read) && !isPresent(write)) return false;
+    if (isPresent(read) && read->length > kMaxTransferSize) return false;
+    if (isPresent(write) && write->length > kMaxTransferSize) return false;
+    return !isPresent(read) || !isPresent(write) || read->length == write->length;
+}
+
+CY_RETURN_STATUS transfer(Claim& claim, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write, UINT32 timeout) {
+    const Turn turn(claim);
+    if (!turn.isTaken()) return CY_ERROR_REQUEST_FAILED;
+    const Deadline deadline(timeout);
+    Exchange exchange(claim, read, write, deadline);
+    if (!exchange.prepare()) return CY_ERROR_ALLOCATION_FAILED;
+    if (const auto status = start(claim, exchange); status != CY_SUCCESS) return status;
+    exchange.run();
+    if (isPresent(read)) read->transferCount = exchange.in.moved;
+    if (isPresent(write)) write->transferCount = exchange.out.moved;
+    if (const auto status = outcome(claim, exchange); status != CY_SUCCESS) return status;
+    return isPresent(write) ? waitUntilIdle(claim, *write, deadline) : CY_SUCCESS;
+}
+
+}  // namespace
+}  // namespace usb
+
+extern "C" TAVO_API CY_RETURN_STATUS CySpiReadWrite(CY_HANDLE handle, CY_DATA_BUFFER* readBuffer,
+                                                    CY_DATA_BUFFER* writeBuffer, UINT32 timeout) {
+    if (handle == nullptr) return CY_ERROR_INVALID_HANDLE;
+    if (!usb::areLengthsUsable(readBuffer, writeBuffer)) return CY_ERROR_INVALID_PARAMETER;
+    usb::Claim& claim = usb::claimOf(handle);
+    if (!claim.isSpi()) return CY_ERROR_REQUEST_FAILED;
+    return usb::transfer(claim, readBuffer, writeBuffer, timeout);
+}

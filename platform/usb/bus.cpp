@@ -1,0 +1,154 @@
+#include "platform/usb/bus.h"
+
+#include <algorithm>
+
+namespace usb {
+namespace {
+
+constexpr std::size_t kMaxDevices = 255;  // so that no device has number 255, which means "none"
+
+CY_RETURN_STATUS openStatus(int result) {
+    switch (result) {
+        case LIBUSB_SUCCESS:
+            return CY_SUCCESS;
+        case LIBUSB_ERROR_ACCESS:
+            return CY_ERROR_ACCESS_DENIED;
+        case LIBUSB_ERROR_NO_DEVICE:
+            return CY_ERROR_DEVICE_NOT_FOUND;
+        case LIBUSB_ERROR_NO_MEM:
+            return CY_ERROR_ALLOCATION_FAILED;
+        default:
+            return CY_ERROR_DRIVER_OPEN_FAILED;
+    }
+}
+
+}  // namespace
+
+const libusb_interface_descriptor* findInterface(const libusb_config_descriptor& config, unsigned char number) {
+    for (int i = 0; i < config.bNumInterfaces; ++i) {
+        const libusb_interface& interface = config.interface[i];
+        if (interface.num_altsetting > 0 && interface.altsetting[0].bInterfaceNumber == number) {
+            return &interface.altsetting[0];
+        }
+    }
+    return nullptr;
+}
+
+ConfigDescriptor activeConfig(libusb_device* device) {
+    libusb_config_descriptor* config = nullptr;
+    if (libusb_get_active_config_descriptor(device, &config) != LIBUSB_SUCCESS) return nullptr;
+    return ConfigDescriptor(config);
+}
+
+Claim::Claim(DeviceHandle usb, const libusb_interface_descriptor& interface)
+    : usb_(std::move(usb)),
+      interfaceNumber_(interface.bInterfaceNumber),
+      subclass_(interface.bInterfaceClass == CY_CLASS_VENDOR ? interface.bInterfaceSubClass : 0) {
+    for (int i = 0; i < interface.bNumEndpoints; ++i) {
+        const libusb_endpoint_descriptor& endpoint = interface.endpoint[i];
+        if ((endpoint.bmAttributes & LIBUSB_TRANSFER_TYPE_MASK) != LIBUSB_TRANSFER_TYPE_BULK) continue;
+        const bool in = (endpoint.bEndpointAddress & LIBUSB_ENDPOINT_DIR_MASK) == LIBUSB_ENDPOINT_IN;
+        (in ? bulkIn_ : bulkOut_) = endpoint.bEndpointAddress;
+    }
+}
+
+CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim) {
+    libusb_device_handle* opened = nullptr;
+    if (const auto status = openStatus(libusb_open(device, &opened)); status != CY_SUCCESS) return status;
+    DeviceHandle usb(opened);
+    const ConfigDescriptor config = activeConfig(device);
+    const libusb_interface_descriptor* interface = config ? findInterface(*config, interfaceNumber) : nullptr;
+    if (interface == nullptr) return CY_ERROR_DRIVER_OPEN_FAILED;
+    // libusb detaches a driver when it claims and attaches it when it releases. Where it cannot, a
+    // bound driver makes the claim fail.
+    libusb_set_auto_detach_kernel_driver(opened, 1);
+    if (libusb_claim_interface(opened, interfaceNumber) != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_OPEN_FAILED;
+    claim.reset(new Claim(std::move(usb), *interface));
+    return CY_SUCCESS;
+}
+
+Claim::~Claim() {
+    libusb_release_interface(usb_.get(), interfaceNumber_);
+}
+
+bool Claim::isOf(libusb_device* device, unsigned char number) const {
+    return number == interfaceNumber_ && libusb_get_device(usb_.get()) == device;
+}
+
+Bus& Bus::instance() {
+    static Bus bus;
+    return bus;
+}
+
+CY_RETURN_STATUS Bus::refreshLocked() {
+    if (!context_) {
+        libusb_context* context = nullptr;
+        if (libusb_init(&context) != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_INIT_FAILED;
+        context_.reset(context);
+    }
+    libusb_device** list = nullptr;
+    const auto count = libusb_get_device_list(context_.get(), &list);
+    if (count == LIBUSB_ERROR_NO_MEM) return CY_ERROR_ALLOCATION_FAILED;
+    if (count < 0) return CY_ERROR_REQUEST_FAILED;
+    // The old list goes after the new one is there, so that a device in both keeps its identity.
+    std::vector<Device> devices(list, list + count);
+    libusb_free_device_list(list, 0);  // the references are ours now
+    if (devices.size() > kMaxDevices) devices.resize(kMaxDevices);
+    devices_.swap(devices);
+    listed_ = true;
+    return CY_SUCCESS;
+}
+
+CY_RETURN_STATUS Bus::refresh(UINT8& count) {
+    const std::lock_guard lock(mutex_);
+    if (const auto status = refreshLocked(); status != CY_SUCCESS) return status;
+    count = static_cast<UINT8>(devices_.size());
+    return CY_SUCCESS;
+}
+
+libusb_device* Bus::find(UINT8 number) {
+    if (!listed_) refreshLocked();  // a host program may know the number from elsewhere
+    return number < devices_.size() ? devices_[number].get() : nullptr;
+}
+
+Device Bus::device(UINT8 number) {
+    const std::lock_guard lock(mutex_);
+    libusb_device* device = find(number);
+    return Device(device != nullptr ? libusb_ref_device(device) : nullptr);
+}
+
+std::shared_ptr<Claim> Bus::sharedClaim(libusb_device* device, UINT8 interfaceNumber) const {
+    for (const auto& open : handles_) {
+        if (open->claim->isOf(device, interfaceNumber)) return open->claim;
+    }
+    return nullptr;
+}
+
+CY_RETURN_STATUS Bus::open(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle) {
+    const std::lock_guard lock(mutex_);
+    libusb_device* device = find(number);
+    if (device == nullptr) return CY_ERROR_INVALID_PARAMETER;
+    std::shared_ptr<Claim> claim = sharedClaim(device, interfaceNumber);
+    if (!claim) {
+        if (const auto status = Claim::make(device, interfaceNumber, claim); status != CY_SUCCESS) return status;
+    }
+    auto open = std::make_unique<OpenInterface>();
+    open->record.interfaceNumber = interfaceNumber;
+    open->record.usb = claim->usb();
+    open->claim = std::move(claim);
+    handle = open.get();
+    handles_.push_back(std::move(open));
+    return CY_SUCCESS;
+}
+
+CY_RETURN_STATUS Bus::close(CY_HANDLE handle) {
+    const std::lock_guard lock(mutex_);
+    const auto open =
+        std::find_if(handles_.begin(), handles_.end(), [&](const auto& entry) { return entry.get() == handle; });
+    if (open == handles_.end()) return CY_ERROR_INVALID_HANDLE;
+    // Under the lock, so that nobody claims an interface that is being released.
+    handles_.erase(open);
+    return CY_SUCCESS;
+}
+
+}  // namespace usb
