@@ -62,4 +62,11 @@ public:
     std::vector<unsigned char> lineData;  ///< a record held back at a gap until the run before it is fetched
     bool firstLine = true;                ///< no data record yet: no gap
     std::deque<unsigned char> dataQueue;  ///< decoded, not yet fetched; consecutive from pageAddress
+
+private:
+    bool runClosed = false;  ///< no more bytes follow the queued ones: fetched to the last, full page or not
+
+    void parseByFields(const char* line);
+    void queueLine(unsigned int length);
+    bool holdsPage() const;
 };
