@@ -85,13 +85,19 @@ Board::Board(const Options& options)
     if (options.capacityCode >= 0) flash.capacityCode = options.capacityCode;
 }
 
+Board::~Board() = default;
+
 void Board::restore(const Store::Values& values) try {
     flash.capacityCode = static_cast<int>(number(values, kCapacityKey, 255, static_cast<unsigned>(flash.capacityCode)));
     flash.status = static_cast<std::uint8_t>(number(values, kProtectionKey, 255, 0)) & FlashChip::kProtection;
     savedProtection_ = flash.status;
     neuron.load(values);
     bridge.powerUp();
-    if (find(values, kBlockKey) == fingerprint(bridge.block)) restorePins(values);
+    if (find(values, kBlockKey) == fingerprint(bridge.block)) {
+        restorePins(values);
+    } else if (!values.empty()) {
+        neuron.setReset(true);  // plugged in anew, for the other block to take effect: everything starts
+    }
     whyAbsent_ = Bridge::whyUnusable(bridge.block);
     wirePins();
 } catch (const std::invalid_argument& error) {

@@ -22,6 +22,7 @@ public:
     /// Opens the folder of the options; a configuration block written since the last run takes effect.
     /// Throws std::runtime_error, naming file and remedy, for a folder that cannot be used.
     explicit Board(const Options& options);
+    ~Board();  // there, since only this library knows the store
 
     /// Unplugged and plugged in again.
     void powerCycle();

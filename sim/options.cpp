@@ -11,9 +11,6 @@ namespace sim {
 
 namespace {
 
-constexpr std::uint32_t kSmallestFlash = 64u << 10;
-constexpr std::uint32_t kLargestFlash = 128u << 20;
-
 [[noreturn]] void refuse(std::string_view key, std::string_view value, const char* accepted) {
     throw std::invalid_argument("simulated interface: " + std::string(key) + "=" + std::string(value) + ": " +
                                 accepted);

@@ -15,6 +15,9 @@ enum class Pace {
     Virtual,  // the times of Real on a clock that only tests advance
 };
 
+inline constexpr std::uint32_t kSmallestFlash = 64u << 10;
+inline constexpr std::uint32_t kLargestFlash = 128u << 20;
+
 /// "FUNCTION@N:STATUS": the N-th call of a seam function returns STATUS; "N+" that and later calls.
 struct PlannedFault {
     std::string function;

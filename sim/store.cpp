@@ -86,7 +86,7 @@ std::size_t flashSize(const std::string& path, const Options& options) {
     struct stat found {};
     if (path.empty() || ::stat(path.c_str(), &found) != 0) return wanted;
     const auto size = static_cast<std::size_t>(found.st_size);
-    if (!std::has_single_bit(size)) {
+    if (!std::has_single_bit(size) || size < kSmallestFlash || size > kLargestFlash) {
         fail(path, std::to_string(size) + " bytes is no size of a flash chip",
              "delete it to start with an erased chip");
     }

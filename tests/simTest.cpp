@@ -1,0 +1,620 @@
+// The simulated interface behaves like the parts it stands for.
+#include <libusb.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "platform/cyusbserial.h"
+#include "platform/portPath.h"
+#include "sim/options.h"
+#include "tests/rigTest.h"
+
+namespace fs = std::filesystem;
+using sim::Bridge;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes header(std::uint8_t opcode, unsigned address, const Bytes& data) {
+    Bytes bytes{opcode, static_cast<std::uint8_t>(address >> 16), static_cast<std::uint8_t>(address >> 8),
+                static_cast<std::uint8_t>(address)};
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    return bytes;
+}
+
+// The chip alone, 64 KiB.
+class FlashChipTest : public testing::Test {
+protected:
+    Bytes send(const Bytes& out) {
+        Bytes in(out.size());
+        chip.transfer(out.data(), in.data(), out.size());
+        return in;
+    }
+    std::uint8_t status() { return send({0x05, 0})[1]; }
+    void write(const Bytes& out) {
+        send({0x06});
+        send(out);
+        clock.skip(3'000'000);
+    }
+    Bytes read(unsigned address, std::size_t count) {
+        Bytes in = send(header(0x03, address, Bytes(count)));
+        return {in.begin() + 4, in.end()};
+    }
+
+    Bytes cells = Bytes(65536, 0xFF);
+    std::vector<std::string> violations;
+    sim::Clock clock{sim::Pace::Virtual};
+    sim::FlashChip chip{cells, 16, 0, clock, violations};
+};
+
+TEST_F(FlashChipTest, AnswersItsIdAndNothingToUnknownCommands) {
+    EXPECT_EQ(send({0x9F, 0, 0, 0}), (Bytes{0xFF, 0xEF, 0x40, 16}));
+    EXPECT_EQ(send({0xAB, 0, 0}), (Bytes{0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(status(), 0x00);
+    EXPECT_THAT(violations, IsEmpty());
+}
+
+TEST_F(FlashChipTest, EachWritingCommandNeedsItsOwnWriteEnable) {
+    const Bytes commands[] = {header(0x02, 0, {0x00}), {0xC7}, {0x01, 0x1C}, header(0x20, 0, {}), header(0xD8, 0, {})};
+    cells[0] = 0x55;
+    for (const Bytes& command : commands) send(command);
+    EXPECT_EQ(cells[0], 0x55);
+    EXPECT_EQ(status(), 0x00);
+    EXPECT_EQ(violations.size(), std::size(commands));
+
+    send({0x06});
+    EXPECT_EQ(status(), sim::FlashChip::kWriteEnabled);
+    write(header(0x02, 0, {0x11}));
+    EXPECT_EQ(cells[0], 0x11);
+    EXPECT_EQ(status(), 0x00) << "the latch falls with the write";
+}
+
+TEST_F(FlashChipTest, ProgrammingClearsBitsAndWrapsInsideItsPage) {
+    write(header(0x02, 0x01FE, {0xF0, 0xF1, 0xF2}));
+    EXPECT_EQ(read(0x01FE, 3), (Bytes{0xF0, 0xF1, 0xFF}));
+    EXPECT_EQ(read(0x0100, 1), (Bytes{0xF2}));
+    EXPECT_THAT(violations, IsEmpty());
+    write(header(0x02, 0x01FE, {0x0F}));
+    EXPECT_EQ(read(0x01FE, 1), (Bytes{0x00}));
+    EXPECT_THAT(violations, ElementsAre("Page Program at 0x0001FE over bytes that are not erased"));
+}
+
+TEST_F(FlashChipTest, KeepsTheLast256BytesOfALongerProgram) {
+    Bytes data(258, 0x00);
+    data[256] = 0x56;
+    data[257] = 0x57;
+    data[2] = 0x22;
+    write(header(0x02, 0x0400, data));
+    EXPECT_EQ(read(0x0400, 4), (Bytes{0x56, 0x57, 0x22, 0x00}));
+    EXPECT_EQ(read(0x0500, 1), (Bytes{0xFF}));
+}
+
+TEST_F(FlashChipTest, ReadsWrapAtTheEndAndIgnoreHighAddressBits) {
+    cells[0xFFFF] = 0xAA;
+    cells[0] = 0xBB;
+    EXPECT_EQ(read(0xFFFF, 2), (Bytes{0xAA, 0xBB}));
+    EXPECT_EQ(read(0x12FFFF, 1), (Bytes{0xAA}));
+    EXPECT_EQ(read(0, 65538)[65536], 0xBB);
+}
+
+TEST_F(FlashChipTest, IsBusyForItsTimeAndIgnoresAllButReadStatus) {
+    send({0x06});
+    send(header(0x02, 0, {0x00}));
+    EXPECT_EQ(status(), sim::FlashChip::kBusy | sim::FlashChip::kWriteEnabled);
+    EXPECT_EQ(send({0x9F, 0}), (Bytes{0xFF, 0xFF}));
+    send({0x06});
+    EXPECT_THAT(violations,
+                ElementsAre("command 0x9F while the flash is busy", "command 0x06 while the flash is busy"));
+    clock.skip(699);
+    EXPECT_TRUE(chip.isBusy());
+    clock.skip(1);
+    EXPECT_EQ(status(), 0x00);
+}
+
+TEST_F(FlashChipTest, StaysBusyForTheNumberOfStatusReadsAskedFor) {
+    chip.busyPolls = 2;
+    write({0xC7});
+    EXPECT_EQ(status() & 1, 1);
+    EXPECT_EQ(status() & 1, 1);
+    EXPECT_EQ(status() & 1, 0);
+}
+
+TEST_F(FlashChipTest, ProtectionBitsMakeProgramAndEraseDoNothing) {
+    cells[1] = 0x00;
+    write({0x01, 0xFF});
+    EXPECT_EQ(status(), sim::FlashChip::kProtection);
+    write(header(0x02, 0, {0x00}));
+    write({0xC7});
+    EXPECT_EQ(read(0, 2), (Bytes{0xFF, 0x00}));
+    write({0x01, 0x80});  // register protection alone does not protect the memory
+    write({0xC7});
+    EXPECT_EQ(read(1, 1), (Bytes{0xFF}));
+}
+
+TEST_F(FlashChipTest, ErasesSectorBlockAndChip) {
+    for (const unsigned address : {0x0FFFu, 0x1000u, 0x1FFFu, 0x2000u}) cells[address] = 0;
+    write(header(0x20, 0x1234, {}));
+    EXPECT_EQ((Bytes{cells[0x0FFF], cells[0x1000], cells[0x1FFF], cells[0x2000]}), (Bytes{0, 0xFF, 0xFF, 0}));
+    write(header(0xD8, 0x4321, {}));
+    EXPECT_EQ(cells, Bytes(65536, 0xFF));
+}
+
+// Whole boards through the seam's functions.
+class SimTest : public RigTest {
+protected:
+    CY_HANDLE open(UINT8 interfaceNumber) {
+        CY_HANDLE handle = nullptr;
+        EXPECT_EQ(CyOpen(0, interfaceNumber, &handle), CY_SUCCESS);
+        return handle;
+    }
+    static Bytes spi(CY_HANDLE handle, Bytes out) {
+        Bytes in(out.size());
+        CY_DATA_BUFFER write{out.data(), static_cast<UINT32>(out.size()), 0};
+        CY_DATA_BUFFER read{in.data(), static_cast<UINT32>(in.size()), 0};
+        EXPECT_EQ(CySpiReadWrite(handle, &read, &write, 1000), CY_SUCCESS);
+        EXPECT_EQ(read.transferCount, out.size());
+        return in;
+    }
+    static CY_SPI_CONFIG master() {
+        CY_SPI_CONFIG config{};
+        config.frequency = 900000;
+        config.dataWidth = 8;
+        config.isMsbFirst = config.isMaster = config.isContinuousMode = true;
+        return config;
+    }
+    static void makeReady(CY_HANDLE handle) {
+        CY_SPI_CONFIG config = master();
+        ASSERT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
+        ASSERT_EQ(CySetGpioValue(handle, 8, 0), CY_SUCCESS);
+    }
+    static int control(CY_HANDLE handle, std::uint8_t type, std::uint8_t request, std::uint16_t value = 0,
+                       std::uint16_t index = 0, void* data = nullptr, std::uint16_t length = 0) {
+        libusb_device_handle* usb = nullptr;
+        std::memcpy(&usb, static_cast<char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof usb);
+        return libusb_control_transfer(usb, type, request, value, index, static_cast<unsigned char*>(data), length,
+                                       1000);
+    }
+    static int configurationMode(CY_HANDLE handle, bool on) {
+        return on ? control(handle, 0x40, 0xE2, 0x5C3E, 0x82D4) : control(handle, 0x40, 0xE2, 0x5C37, 0x8BD1);
+    }
+};
+
+TEST_F(SimTest, TheChipIsReachedOnlyByASpiMasterInMode0WithTheNeuronInReset) {
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    EXPECT_EQ(spi(handle, {0x9F, 0, 0, 0})[3], 20);
+    EXPECT_THAT(rig.violations(), IsEmpty());
+
+    void (*const spoilers[])(CY_SPI_CONFIG&) = {
+        [](CY_SPI_CONFIG& c) { c.isMaster = false; },   [](CY_SPI_CONFIG& c) { c.isCpha = true; },
+        [](CY_SPI_CONFIG& c) { c.isCpol = true; },      [](CY_SPI_CONFIG& c) { c.dataWidth = 16; },
+        [](CY_SPI_CONFIG& c) { c.isMsbFirst = false; }, [](CY_SPI_CONFIG& c) { c.isContinuousMode = false; },
+    };
+    for (const auto spoil : spoilers) {
+        CY_SPI_CONFIG config = master();
+        spoil(config);
+        EXPECT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
+        EXPECT_EQ(spi(handle, {0x06, 0}), (Bytes{0xFF, 0xFF}));
+    }
+    makeReady(handle);
+    CySetGpioValue(handle, 8, 1);
+    EXPECT_EQ(spi(handle, {0x06, 0}), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(rig.violations().size(), std::size(spoilers) + 1);
+    EXPECT_EQ(rig.violations().back(), "flash transfer while the Neuron runs");
+    EXPECT_EQ(rig.board().flash.status, 0) << "no Write Enable came through";
+    CyClose(handle);
+    violationsExpected = true;
+}
+
+TEST_F(SimTest, ReleasingTheNeuronWhileTheFlashIsBusyIsNoted) {
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    spi(handle, {0x06});
+    spi(handle, {0xC7});
+    CySetGpioValue(handle, 8, 1);
+    EXPECT_THAT(rig.violations(), ElementsAre("Neuron released from reset while the flash is busy"));
+    CyClose(handle);
+    violationsExpected = true;
+}
+
+TEST_F(SimTest, TransfersTakeTheirTimeOnTheWireAndSleepsTakeNone) {
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    spi(handle, Bytes(225, 0xAA));
+    EXPECT_EQ(rig.now(), 2000u);  // 225 bytes at 900 kHz
+    rig.sleep(3);
+    EXPECT_EQ(rig.now(), 5000u);
+    EXPECT_EQ(rig.spiBytes, 225u);
+    EXPECT_EQ(rig.spiTransfers, 1u);
+    CySetGpioValue(handle, 8, 1);
+    CyClose(handle);
+}
+
+TEST_F(SimTest, SpiSettingsThatTheBridgeLibraryRefusesAreRefused) {
+    struct Case {
+        CY_RETURN_STATUS status;
+        void (*change)(CY_SPI_CONFIG&);
+    };
+    const Case cases[] = {
+        {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.frequency = 999; }},
+        {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.frequency = 3'000'001; }},
+        {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.isSelectPrecede = true; }},
+        {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.protocol = CY_SPI_TI; }},
+        {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.protocol = CY_SPI_NS, c.isCpha = true; }},
+    };
+    const CY_HANDLE handle = open(0);
+    for (const Case& each : cases) {
+        CY_SPI_CONFIG config = master();
+        each.change(config);
+        EXPECT_EQ(CySetSpiConfig(handle, &config), each.status);
+    }
+    CY_SPI_CONFIG config{};
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
+    EXPECT_EQ(config.frequency, 1'000'000u);
+    EXPECT_FALSE(config.isMaster);
+    CyClose(handle);
+    const CY_HANDLE manufacturing = open(1);
+    EXPECT_EQ(CyGetSpiConfig(manufacturing, &config), CY_ERROR_REQUEST_FAILED);
+    CyClose(manufacturing);
+}
+
+TEST_F(SimTest, ConfigurationRequestsStallOutsideConfigurationMode) {
+    const CY_HANDLE handle = open(1);
+    Bytes block(512);
+    unsigned char id[4];
+    EXPECT_EQ(control(handle, 0xC0, 0xB1, 0, 0, id, 4), 4);
+    const auto tryAll = [&] {
+        return std::vector<int>{control(handle, 0xC0, 0xB5, 0, 0, block.data(), 512),
+                                control(handle, 0x40, 0xB6, 0, 0, block.data(), 512),
+                                control(handle, 0x40, 0xB3, 0, 0x10, id, 4),
+                                control(handle, 0xC0, 0xB2, 0, 0x10, id, 4), control(handle, 0x40, 0xBA)};
+    };
+    EXPECT_THAT(tryAll(), testing::Each(LIBUSB_ERROR_PIPE));
+    EXPECT_EQ(configurationMode(handle, true), 0);
+    EXPECT_THAT(tryAll(), ElementsAre(512, 512, 4, 4, 0));
+    EXPECT_EQ(Bytes(block.begin(), block.begin() + 4), (Bytes{'C', 'Y', 'U', 'S'}));
+    EXPECT_EQ(control(handle, 0x40, 0xE2, 0x5C3E, 0x82D5), LIBUSB_ERROR_PIPE) << "a wrong access value changes nothing";
+    EXPECT_EQ(control(handle, 0xC0, 0xB5, 0, 0, block.data(), 512), 512);
+    EXPECT_EQ(control(handle, 0x40, 0xB6, 0, 0, block.data(), 511), LIBUSB_ERROR_PIPE);
+    EXPECT_EQ(configurationMode(handle, false), 0);
+    EXPECT_THAT(tryAll(), testing::Each(LIBUSB_ERROR_PIPE));
+    CyClose(handle);
+    EXPECT_EQ(control(handle, 0xC0, 0xB1, 0, 0, id, 4), LIBUSB_ERROR_NO_DEVICE);
+}
+
+TEST_F(SimTest, AWrittenBlockTakesEffectAtTheNextReplug) {
+    const auto described = [] {
+        CY_DEVICE_INFO found{};
+        EXPECT_EQ(CyGetDeviceInfo(0, &found), CY_SUCCESS);
+        return found;
+    };
+    EXPECT_STREQ(reinterpret_cast<const char*>(described().productName), "LON Interface");
+    EXPECT_EQ(described().deviceType[0], CY_TYPE_SPI);
+    EXPECT_EQ(described().deviceType[1], CY_TYPE_MFG);
+
+    const auto block = rig.board().bridge.block;
+    const auto seal = [&] {
+        const std::uint32_t sum = Bridge::checksum(block);
+        std::memcpy(block.data() + 8, &sum, sizeof sum);
+    };
+    block[0x1C] = 3;     // I2C
+    block[0x94] = 0xB5;  // vendor ID
+    block[0x174] = 'X';  // first unit of the serial number
+    seal();
+    EXPECT_EQ(described().deviceType[0], CY_TYPE_SPI);
+    rig.replug();
+    EXPECT_EQ(described().deviceType[0], CY_TYPE_I2C);
+    EXPECT_EQ(described().vidPid.vid, 0x04B5);
+    EXPECT_STREQ(reinterpret_cast<const char*>(described().serialNum), "X0001234");
+    const CY_HANDLE handle = open(0);
+    CY_SPI_CONFIG config = master();
+    EXPECT_EQ(CySetSpiConfig(handle, &config), CY_ERROR_REQUEST_FAILED);
+    CyClose(handle);
+
+    block[0x1D] = 1;  // CDC takes two interfaces
+    block[0xA8] = 0;  // no serial number
+    seal();
+    rig.replug();
+    EXPECT_EQ(described().numInterfaces, 3);
+    EXPECT_EQ(described().deviceClass[0], CY_CLASS_CDC);
+    EXPECT_EQ(described().deviceType[2], CY_TYPE_MFG);
+    EXPECT_EQ(described().serialNum[0], 0);
+}
+
+TEST_F(SimTest, ABridgeWithADamagedBlockVanishesFromUsb) {
+    for (const std::size_t damaged : {0u, 0x100u}) {
+        rig.reset();
+        rig.board().bridge.block[damaged] ^= 1;
+        UINT8 devices = 0;
+        EXPECT_EQ(CyGetListofDevices(&devices), CY_SUCCESS);
+        EXPECT_EQ(devices, 1);
+        rig.replug();
+        EXPECT_EQ(CyGetListofDevices(&devices), CY_SUCCESS);
+        EXPECT_EQ(devices, 0);
+        CY_HANDLE handle = nullptr;
+        EXPECT_EQ(CyOpen(0, 0, &handle), CY_ERROR_INVALID_PARAMETER);
+    }
+}
+
+TEST_F(SimTest, UserFlashTakesWholePagesOf128Bytes) {
+    const CY_HANDLE handle = open(1);
+    Bytes data(256, 0x5A);
+    const auto write = [&](UINT32 address, UINT32 length) {
+        CY_DATA_BUFFER buffer{data.data(), length, 77};
+        const CY_RETURN_STATUS status = CyProgUserFlash(handle, &buffer, address, 1000);
+        EXPECT_EQ(buffer.transferCount, status == CY_SUCCESS ? length : 0);
+        return status;
+    };
+    EXPECT_EQ(write(128, 256), CY_SUCCESS);
+    for (const auto& [address, length] : {std::pair{1u, 128u}, {0u, 6u}, {384u, 256u}, {512u, 128u}, {0u, 0u}}) {
+        EXPECT_EQ(write(address, length), CY_ERROR_REQUEST_FAILED) << address << " " << length;
+    }
+    Bytes all(512);
+    CY_DATA_BUFFER buffer{all.data(), 512, 0};
+    EXPECT_EQ(CyReadUserFlash(handle, &buffer, 0, 1000), CY_SUCCESS);
+    EXPECT_EQ((Bytes{all[127], all[128], all[383], all[384]}), (Bytes{0xFF, 0x5A, 0x5A, 0xFF}));
+    CyClose(handle);
+}
+
+TEST_F(SimTest, OnlyOutputPinsCanBeDriven) {
+    const CY_HANDLE handle = open(0);
+    UINT8 level = 7;
+    EXPECT_EQ(CySetGpioValue(handle, 14, 0), CY_SUCCESS);
+    EXPECT_EQ(CyGetGpioValue(handle, 14, &level), CY_SUCCESS);
+    EXPECT_EQ(level, 0);
+    EXPECT_EQ(CySetGpioValue(handle, 2, 0), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(CyGetGpioValue(handle, 17, &level), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(rig.leftovers(), "1 bridge handle(s), pin 14 low");
+    EXPECT_EQ(CySetGpioValue(handle, 14, 1), CY_SUCCESS);
+    EXPECT_EQ(CyClose(handle), CY_SUCCESS);
+    EXPECT_EQ(CyClose(handle), CY_ERROR_INVALID_HANDLE);
+}
+
+TEST_F(SimTest, TheJournalShowsEveryCallAndItsFailure) {
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    CY_SPI_CONFIG config{};
+    CyGetSpiConfig(handle, &config);
+    spi(handle, {0x05, 0});
+    rig.sleep(1);
+    Bytes page(260, 0x11);
+    CY_DATA_BUFFER write{page.data(), 260, 0};
+    CySpiReadWrite(handle, nullptr, &write, 1000);
+    UINT8 level = 0;
+    CyGetGpioValue(handle, 8, &level);
+    rig.fail("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);
+    CySetGpioValue(handle, 8, 1);
+    CySetGpioValue(handle, 8, 0);
+    rig.fail("libusb_control_transfer", 1, 511);
+    EXPECT_EQ(control(handle, 0xC0, 0xB5, 0, 0, page.data(), 200), 511);
+    EXPECT_EQ(control(handle, 0xC0, 0xB5, 0, 0, page.data(), 200), LIBUSB_ERROR_PIPE);
+    CyClose(handle);
+    EXPECT_THAT(rig.journalWithoutPolls(),
+                ElementsAre("open 0.0", "setspi master 900000", "pin 8=0", "getspi",
+                            "spi 11 11 11 11 11 11 11 11 ..(260)", "pin 8?", "pin 8=1", "pin 8=0 !11",
+                            "control C0 B5 0000 0000 200 !511", "control C0 B5 0000 0000 200 !-9", "close 0.0"));
+    EXPECT_EQ(rig.journal[4], "spi 05 00 <2");
+    EXPECT_EQ(rig.calls("CySpiReadWrite"), 2u);
+}
+
+TEST_F(SimTest, FaultsMeetTheCallTheyWerePlannedForAndNoOther) {
+    CY_HANDLE handle = open(0);
+    rig.fail("CyOpen", 2, CY_ERROR_ACCESS_DENIED);
+    rig.failFrom("CyGetSpiConfig", 2, CY_ERROR_IO_TIMEOUT);
+    CY_HANDLE other = open(1);
+    CY_HANDLE third = nullptr;
+    EXPECT_EQ(CyOpen(0, 0, &third), CY_ERROR_ACCESS_DENIED);
+    EXPECT_EQ(third, nullptr);
+    CY_SPI_CONFIG config{};
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_ERROR_IO_TIMEOUT);
+    rig.clearFaults();
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
+    rig.fail("CyClose", 1, CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(CyClose(handle), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(CyClose(other), CY_SUCCESS);
+    EXPECT_THROW(rig.fail("CyOpenn", 1, 1), std::invalid_argument);
+}
+
+TEST_F(SimTest, LostProgramsAndFlippedBitsShowInTheNextRead) {
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    rig.loseProgram(2);
+    rig.flipReadBit(2, 1, 7);
+    for (const std::uint8_t value : Bytes{0x11, 0x22}) {
+        spi(handle, {0x06});
+        spi(handle, header(0x02, value, {value}));
+        rig.sleep(1);
+    }
+    EXPECT_EQ(spi(handle, header(0x03, 0x10, Bytes(20)))[4 + 1], 0x11);
+    const Bytes second = spi(handle, header(0x03, 0x21, {0, 0}));
+    EXPECT_EQ((Bytes{second[4], second[5]}), (Bytes{0xFF, 0x7F}));
+    CySetGpioValue(handle, 8, 1);
+    CyClose(handle);
+}
+
+// Boards that live in a folder.
+class SimFolderTest : public SimTest {
+protected:
+    SimFolderTest() {
+        char name[] = "/tmp/tavo-sim-XXXXXX";
+        folder = ::mkdtemp(name);
+        options.folder = folder;
+        options.pace = sim::Pace::Virtual;
+    }
+    ~SimFolderTest() override {
+        rig.reset();
+        fs::remove_all(folder);
+    }
+    // Runs body in another process, which then dies as by kill -9.
+    template <class Body>
+    void inKilledProcess(Body body) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            body();
+            ::kill(::getpid(), SIGKILL);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFSIGNALED(status));
+    }
+    std::string refusal() {
+        try {
+            rig.reset(options);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    std::string folder;
+    sim::Options options;
+};
+
+TEST_F(SimFolderTest, AKilledRunLeavesWhatARealInterfaceWouldHold) {
+    options.flashSize = 65536;
+    rig.reset(options);
+    inKilledProcess([&] {
+        rig.reset(options);
+        const CY_HANDLE handle = open(0);
+        makeReady(handle);
+        spi(handle, {0x06});
+        spi(handle, header(0x02, 0x1234, {0x77}));
+        rig.sleep(1);
+        spi(handle, {0x06});
+        spi(handle, {0x01, 0x04});
+    });
+    options.flashSize = 0;
+    rig.reset(options);
+    EXPECT_EQ(rig.board().flash.cells.size(), 65536u);
+    EXPECT_EQ(rig.board().flash.capacityCode, 16);
+    EXPECT_EQ(rig.board().flash.cells[0x1234], 0x77);
+    EXPECT_EQ(rig.board().flash.status, 0x04);
+    EXPECT_EQ(rig.leftovers(), "pin 8 low");
+    EXPECT_TRUE(rig.board().neuron.isHeld());
+    EXPECT_TRUE(rig.board().bridge.spi.isMaster);
+    EXPECT_EQ(rig.board().bridge.spi.frequency, 900000u);
+    rig.replug();
+    EXPECT_EQ(rig.leftovers(), "");
+    EXPECT_FALSE(rig.board().bridge.spi.isMaster);
+    EXPECT_EQ(rig.board().flash.status, 0x04);
+}
+
+TEST_F(SimFolderTest, ABlockWrittenInOneRunIsInEffectInTheNext) {
+    inKilledProcess([&] {
+        rig.reset(options);
+        const CY_HANDLE handle = open(1);
+        CySetGpioValue(handle, 8, 0);
+        configurationMode(handle, true);
+        Bridge::Block block = Bridge::factoryBlock();
+        block[0x174] = 'Z';
+        const std::uint32_t sum = Bridge::checksum(block);
+        std::memcpy(block.data() + 8, &sum, sizeof sum);
+        control(handle, 0x40, 0xB6, 0, 0, block.data(), 512);
+    });
+    rig.reset(options);
+    CY_DEVICE_INFO found{};
+    EXPECT_EQ(CyGetDeviceInfo(0, &found), CY_SUCCESS);
+    EXPECT_STREQ(reinterpret_cast<const char*>(found.serialNum), "Z0001234");
+    EXPECT_EQ(rig.leftovers(), "") << "it was plugged in anew";
+    EXPECT_FALSE(rig.board().bridge.inConfigurationMode);
+    char path[128] = {};
+    EXPECT_EQ(CyGetPortPath(0, path, sizeof path), CY_SUCCESS);
+    EXPECT_EQ(path, "sim:" + folder);
+}
+
+TEST_F(SimFolderTest, ASecondProcessSeesTheDeviceAndCannotOpenIt) {
+    rig.reset(options);
+    const CY_HANDLE held = open(0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        sim::Board second(options);
+        const int holder = second.claim();
+        ::_exit(second.whyAbsent().empty() && holder == ::getppid() ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    CyClose(held);
+    sim::Board second(options);
+    EXPECT_EQ(second.claim(), 0) << "free again with the last handle";
+    CY_HANDLE handle = nullptr;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(CyOpen(0, 0, &handle), CY_ERROR_DRIVER_OPEN_FAILED);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("is in use by process " + std::to_string(::getpid())));
+}
+
+TEST_F(SimFolderTest, DamagedFoldersAreRefusedWithFileAndRemedy) {
+    rig.reset(options);
+    rig.reset();
+    options.flashSize = 4u << 20;
+    EXPECT_THAT(refusal(), testing::AllOf(HasSubstr("flash.bin"), HasSubstr("1024K"), HasSubstr("leave size= out")));
+    options.flashSize = 0;
+    const auto damaged = [&](const std::string& file, const std::string& content) {
+        std::ofstream(folder + "/" + file) << content;
+        const std::string text = refusal();
+        fs::remove(folder + "/" + file);
+        return text;
+    };
+    for (const char* file : {"flash.bin", "config.bin", "user-flash.bin", "board.txt"}) {
+        EXPECT_THAT(damaged(file, "rubbish"), testing::AllOf(HasSubstr(file), HasSubstr("delete")));
+    }
+    for (const char* line : {"flash.protection=many", "flash.jedec=256"}) {
+        EXPECT_THAT(damaged("board.txt", line), testing::AllOf(HasSubstr("board.txt"), HasSubstr(line)));
+    }
+    EXPECT_EQ(refusal(), "");
+}
+
+TEST(SimOptions, AreReadFromTheTextAfterSim) {
+    const sim::Options options =
+        sim::parseOptions("a folder,size=4M,pace=fast,jedec=24,busy=3,fault=CyOpen@2+:4,lose-program=7");
+    EXPECT_EQ(options.folder, "a folder");
+    EXPECT_EQ(options.flashSize, 4u << 20);
+    EXPECT_EQ(options.pace, sim::Pace::Fast);
+    EXPECT_EQ(options.capacityCode, 24);
+    EXPECT_EQ(options.busyPolls, 3u);
+    EXPECT_THAT(options.lostPrograms, ElementsAre(7u));
+    ASSERT_EQ(options.faults.size(), 1u);
+    EXPECT_EQ(options.faults[0].function, "CyOpen");
+    EXPECT_EQ(options.faults[0].nth, 2u);
+    EXPECT_TRUE(options.faults[0].andLater);
+    EXPECT_EQ(options.faults[0].status, 4);
+    EXPECT_EQ(sim::parseOptions("d").pace, sim::Pace::Real);
+}
+
+class SimOptionsRefused : public testing::TestWithParam<std::pair<const char*, const char*>> {};
+
+TEST_P(SimOptionsRefused, NamesTheKeyAndWhatIsAccepted) {
+    const auto& [text, named] = GetParam();
+    try {
+        sim::parseOptions(text);
+        FAIL() << text;
+    } catch (const std::invalid_argument& error) {
+        EXPECT_THAT(error.what(), HasSubstr(named));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SimOptionsRefused,
+    testing::Values(std::pair{"", "a folder is needed"}, std::pair{",size=1M", "a folder is needed"},
+                    std::pair{"d,size=3M", "size=3M"}, std::pair{"d,size=256M", "64K to 128M"},
+                    std::pair{"d,size=32K", "64K to 128M"}, std::pair{"d,size=1m", "size=1m"},
+                    std::pair{"d,size=", "size="}, std::pair{"d,pace=virtual", "real or fast"},
+                    std::pair{"d,jedec=256", "0 to 255"}, std::pair{"d,busy=-1", "busy=-1"},
+                    std::pair{"d,fault=CyOpen:4", "FUNCTION@N:STATUS"}, std::pair{"d,fault=CyOpen@0:4", "CyOpen@0:4"},
+                    std::pair{"d,fault=Nope@1:4", "none of the simulated ones"},
+                    std::pair{"d,lose-program=0", "lose-program=0"}, std::pair{"d,colour=red", "known are size="},
+                    std::pair{"d,,", "unknown option ''"}));
+
+}  // namespace
