@@ -73,7 +73,7 @@ protected:
         return text.str();
     }
 
-    std::span<std::uint8_t> cells() { return rig.board().flash().cells; }
+    std::span<std::uint8_t> cells() { return rig.board().flash.cells; }
 
     Bytes cells(std::size_t address, std::size_t size) {
         return Bytes(cells().begin() + address, cells().begin() + address + size);
@@ -97,9 +97,7 @@ protected:
     }
 
     sim::Options options;
-    const std::string path = testing::TempDir() +
-                             testing::UnitTest::GetInstance()->current_test_info()->test_suite_name() + "-" +
-                             std::to_string(getpid()) + ".hex";
+    const std::string path = testing::TempDir() + "tavo-flash-" + std::to_string(getpid()) + ".hex";
 };
 
 const Journal kTakeScb0 = {"open 0.0", "getspi", "setspi master 900000", "close 0.0", "open 0.0", "pin 8=0"};
@@ -165,10 +163,16 @@ const Operation kOperations[] = {
      {{"CyOpen", {4}}, {"CyGetSpiConfig", {1, 2}}, {"CySetSpiConfig", {2}}, {"CySetGpioValue", {2}}}},
 };
 
+void PrintTo(const Operation& operation, std::ostream* out) {
+    *out << operation.name;
+}
+
 class FlashFault : public FlashTest, public testing::WithParamInterface<Operation> {
 protected:
     FlashFault() {
         options.flashSize = 1024;
+        violationsExpected =
+            true;  // an erase that cannot be watched to its end lets the Neuron go while the chip is busy
         prepare();
     }
 
@@ -197,8 +201,10 @@ protected:
         }
         const bool pinLeft = function == "CySetGpioValue" && n == 2;  // the release itself failed
         const bool pinUnknown = function == "CySetGpioValue" && n == 1;
-        if (!pinLeft) EXPECT_EQ(rig.leftovers(), "");
-        if (pinUnknown) EXPECT_THAT(rig.journal, testing::Contains("pin 8=1"));  // the request may have arrived
+        EXPECT_EQ(rig.leftovers(), pinLeft ? "pin 8 low" : "");
+        if (pinUnknown) {
+            EXPECT_THAT(rig.journal, testing::Contains("pin 8=1"));  // the request may have arrived
+        }
     }
 };
 
@@ -245,7 +251,7 @@ TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         rig.reset(options);
-        CY_SPI_CONFIG& config = rig.board().bridge().spiConfig();
+        CY_SPI_CONFIG& config = rig.board().bridge.spi;
         config = CY_SPI_CONFIG{900000, 8, CY_SPI_MOTOROLA, true, true, true, false, false, false};
         c.change(config);
         {
@@ -255,7 +261,7 @@ TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
             EXPECT_EQ(rig.calls("CySetSpiConfig"), c.writes ? 1u : 0u);
         }
         EXPECT_EQ(rig.calls("CySetSpiConfig"), c.writes ? 2u : 0u);
-        EXPECT_EQ(rig.board().bridge().spiConfig().isMaster, !c.writes);
+        EXPECT_EQ(rig.board().bridge.spi.isMaster, !c.writes);
     }
 }
 
@@ -264,7 +270,7 @@ TEST_F(FlashTest, SetupOfABlockThatCannotBeReadIsNotAnError) {
     Configurator configurator(info);
     EXPECT_EQ(configurator.setupSpi(true), CY_SUCCESS);
     EXPECT_TRUE(configurator.spiMasterSet);
-    EXPECT_FALSE(rig.board().bridge().spiConfig().isSelectPrecede);
+    EXPECT_FALSE(rig.board().bridge.spi.isSelectPrecede);
 
     rig.fail("CySetSpiConfig", 1, CY_ERROR_IO_TIMEOUT);
     EXPECT_EQ(configurator.setupSpi(false), CY_ERROR_IO_TIMEOUT);
@@ -297,12 +303,13 @@ TEST_F(FlashTest, ProtectionIsRemovedWhenABitIsSetAndOnlyThen) {
         SCOPED_TRACE(status);
         rig.reset(options);
         withDriver([&](SpiNand& flash) {
-            rig.board().flash().status = static_cast<std::uint8_t>(status);
+            rig.board().flash.status = static_cast<std::uint8_t>(status);
             EXPECT_EQ(flash.disableWriteProtection(), CY_SUCCESS);
             const bool isProtected = (status & 0x9C) != 0;
             EXPECT_THAT(rig.journal, ElementsAreArray(isProtected ? Journal{"spi 05 00 <2", "spi 06", "spi 01 00"}
                                                                   : Journal{"spi 05 00 <2"}));
-            EXPECT_EQ(rig.board().flash().status & 0x9C, 0);
+            EXPECT_EQ(rig.board().flash.status & 0x9C, 0);
+            EXPECT_EQ(flash.waitForOpInProgress(), CY_SUCCESS);
         });
     }
 }
@@ -342,7 +349,7 @@ TEST_F(FlashTest, APageIsTriedThreeTimesWithoutAPauseAndThenGivenUp) {
     withDriver([&](SpiNand& flash) {
         Bytes page(8, 0x12);
         Bytes readBack(8);
-        rig.board().flash().busyPolls = 0;
+        rig.board().flash.busyPolls = 0;
         rig.loseProgram(1);
         rig.flipReadBit(2, 3, 7);  // the second attempt is programmed and read wrongly
         EXPECT_EQ(flash.writePage(0, page.data(), readBack.data(), 4), CY_SUCCESS);
@@ -383,10 +390,10 @@ TEST_F(FlashTest, AHandleThatIsNotOpenIsNeverUsed) {
 TEST_F(FlashTest, AChipThatStaysBusyIsGivenUpAfterTwentyMinutes) {
     withDriver([&](SpiNand& flash) {
         rig.keepJournal = false;
-        rig.board().flash().busyPolls = 2000000;
-        const auto start = rig.now();
+        rig.board().flash.busyPolls = 2000000;
+        const auto sleeps = rig.calls("sleep");
         EXPECT_EQ(flash.erase(), CY_ERROR_IO_TIMEOUT);
-        EXPECT_EQ(rig.now() - start, 1200000u * 1000u);  // microseconds
+        EXPECT_EQ(rig.calls("sleep") - sleeps, 1200000u);
         rig.keepJournal = true;
     });
     rig.reset(options);  // let go of a busy chip
@@ -396,7 +403,7 @@ TEST_F(FlashTest, AFullPageCosts527BytesInSixTransfersAndOneSleep) {
     withDriver([&](SpiNand& flash) {
         Bytes page(260, 0x12);
         Bytes readBack(260);
-        rig.board().flash().busyPolls = 1;
+        rig.board().flash.busyPolls = 1;
         const auto bytes = rig.spiBytes;
         const auto transfers = rig.spiTransfers;
         EXPECT_EQ(flash.writePage(0, page.data(), readBack.data(), 256), CY_SUCCESS);

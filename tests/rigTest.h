@@ -15,6 +15,7 @@ protected:
     RigTest() {
         sim::Options options;
         options.pace = sim::Pace::Virtual;
+        rig.keepJournal = true;
         rig.reset(options);
         info.scb0DeviceNumber = 0;
         info.scb0InterfaceNumber = 0;
