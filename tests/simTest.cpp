@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "platform/cyusbserial.h"
@@ -574,6 +576,26 @@ TEST_F(SimFolderTest, DamagedFoldersAreRefusedWithFileAndRemedy) {
         EXPECT_THAT(damaged("board.txt", line), testing::AllOf(HasSubstr("board.txt"), HasSubstr(line)));
     }
     EXPECT_EQ(refusal(), "");
+}
+
+// tavo-sim lies beside this program.
+TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
+    const std::string tavoSim = (fs::read_symlink("/proc/self/exe").parent_path() / "tavo-sim").string();
+    const auto run = [&](const std::string& arguments) {
+        const int status = std::system(("cd " + folder + " && " + tavoSim + " " + arguments + " >output 2>&1").c_str());
+        std::ifstream file(folder + "/output");
+        return std::pair{WEXITSTATUS(status), std::string(std::istreambuf_iterator<char>(file), {})};
+    };
+    const auto [status, output] = run("x,pace=fast -- sh -c 'echo \"$TAVO_SIM $LD_PRELOAD\"; exit 5'");
+    EXPECT_EQ(status, 5);
+    EXPECT_THAT(output, testing::AllOf(HasSubstr(folder + "/x,pace=fast /"), HasSubstr("/libtavo-sim.so")));
+
+    const std::pair<std::string, int> refused[] = {
+        {"", 2}, {"x", 2}, {"x --", 2}, {"x,size=3M -- true", 2}, {"x -- no-such-program", 127}};
+    for (const auto& [arguments, expected] : refused) {
+        EXPECT_EQ(run(arguments).first, expected) << arguments;
+        EXPECT_THAT(run(arguments).second, HasSubstr("tavo-sim: error: "));
+    }
 }
 
 TEST(SimOptions, AreReadFromTheTextAfterSim) {
