@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <stdexcept>
+#include <utility>
 
 #include "sim/seam.h"
 
@@ -152,6 +153,7 @@ Handle* Rig::State::find(CY_HANDLE handle) const {
 bool Rig::State::claim() {
     const int holder = board->claim();
     if (holder == 0) return true;
+    if (std::exchange(holderTold, holder) == holder) return false;
     const std::string who = holder > 0 ? text("process %d", holder) : "another process";
     std::fprintf(stderr, "simulated interface: %s is in use by %s\n", board->store.folder.c_str(), who.c_str());
     return false;
@@ -164,6 +166,7 @@ void Seam::setUp(Rig::State& state, const Options& options) {
     state.ldvChannels = 0;
     state.faults.clear();
     state.violationsTold = 0;
+    state.holderTold = 0;
     state.board.reset();  // lets go of its folder, which may be the new one's too
     for (const PlannedFault& fault : options.faults) {
         plan(state, fault.function, fault.nth, fault.andLater ? kForever : fault.nth, fault.status);

@@ -43,6 +43,7 @@ struct Rig::State {
     std::array<unsigned, static_cast<std::size_t>(Function::Count)> calls{};
     std::vector<Fault> faults;
     std::size_t violationsTold = 0;
+    int holderTold = 0;  // told once: a program may look for the interface again and again
 
     Handle* find(CY_HANDLE handle) const;
     /// Claims the board for a handle or an LDV channel; tells on standard error who holds it otherwise.
