@@ -178,12 +178,15 @@ protected:
         ASSERT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
         ASSERT_EQ(CySetGpioValue(handle, 8, 0), CY_SUCCESS);
     }
-    static int control(CY_HANDLE handle, std::uint8_t type, std::uint8_t request, std::uint16_t value = 0,
-                       std::uint16_t index = 0, void* data = nullptr, std::uint16_t length = 0) {
+    static libusb_device_handle* usbHandle(CY_HANDLE handle) {
         libusb_device_handle* usb = nullptr;
         std::memcpy(&usb, static_cast<char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof usb);
-        return libusb_control_transfer(usb, type, request, value, index, static_cast<unsigned char*>(data), length,
-                                       1000);
+        return usb;
+    }
+    static int control(CY_HANDLE handle, std::uint8_t type, std::uint8_t request, std::uint16_t value = 0,
+                       std::uint16_t index = 0, void* data = nullptr, std::uint16_t length = 0) {
+        return libusb_control_transfer(usbHandle(handle), type, request, value, index,
+                                       static_cast<unsigned char*>(data), length, 1000);
     }
     static int configurationMode(CY_HANDLE handle, bool on) {
         return on ? control(handle, 0x40, 0xE2, 0x5C3E, 0x82D4) : control(handle, 0x40, 0xE2, 0x5C37, 0x8BD1);
@@ -289,8 +292,9 @@ TEST_F(SimTest, ConfigurationRequestsStallOutsideConfigurationMode) {
     EXPECT_EQ(control(handle, 0x40, 0xB6, 0, 0, block.data(), 511), LIBUSB_ERROR_PIPE);
     EXPECT_EQ(configurationMode(handle, false), 0);
     EXPECT_THAT(tryAll(), testing::Each(LIBUSB_ERROR_PIPE));
+    libusb_device_handle* const usb = usbHandle(handle);
     CyClose(handle);
-    EXPECT_EQ(control(handle, 0xC0, 0xB1, 0, 0, id, 4), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(libusb_control_transfer(usb, 0xC0, 0xB1, 0, 0, id, 4, 1000), LIBUSB_ERROR_NO_DEVICE);
 }
 
 TEST_F(SimTest, AWrittenBlockTakesEffectAtTheNextReplug) {
