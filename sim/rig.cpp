@@ -164,6 +164,7 @@ void Seam::setUp(Rig::State& state, const Options& options) {
     state.isFromEnvironment = false;
     state.handles.clear();
     state.ldvChannels = 0;
+    state.ldvScript.reset();
     state.faults.clear();
     state.violationsTold = 0;
     state.holderTold = 0;

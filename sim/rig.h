@@ -13,6 +13,14 @@
 
 namespace sim {
 
+/// What a scripted LDV driver gives, step after step: a message or a status other than 0.
+struct LdvStep {
+    int status = 0;
+    Bytes message = {};
+    std::uint32_t atMs = 0;  ///< not before that time after the script was set; LDV_NO_MSG_AVAIL until then
+    unsigned times = 1;
+};
+
 class TAVO_SIM_API Rig {
 public:
     Rig();
@@ -37,7 +45,7 @@ public:
     ///   pin 8=0         pin 8?                      set, get
     ///   control C0 B5 0000 0000 512                 bmRequestType bRequest wValue wIndex wLength
     ///   userflash write 0 128                       userflash read 0 128   (address length)
-    ///   ldv_open NAME   ldv_write 22 11 ..          ldv_read            ldv_close   (all bytes)
+    ///   ldv_open NAME   ldv_write 22 11 ..          ldv_read 16 0F ..   ldv_close   (all bytes)
     ///   sleep 100       milliseconds, on the virtual clock
     std::vector<std::string> journal;
     bool keepJournal = true;  ///< false saves the time; set to false when the rig comes from the environment
@@ -62,6 +70,10 @@ public:
     /// In the n-th Read Data transfer one bit of that data byte (0 = first after the header) is wrong.
     void flipReadBit(unsigned n, unsigned byte, unsigned bit);
     void clearFaults();
+
+    /// ldv_read follows this script instead of asking the Neuron, which gets no messages any more;
+    /// after the last step there is nothing to read. Until reset.
+    void scriptLdv(const std::vector<LdvStep>& steps);
 
     /// The virtual clock, in microseconds since reset; sleeps and (with Pace::Virtual) SPI transfers
     /// advance it.

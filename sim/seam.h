@@ -2,8 +2,10 @@
 #pragma once
 
 #include <array>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,12 +36,18 @@ struct Rig::State {
         int status;
     };
 
+    struct LdvScript {
+        std::deque<LdvStep> steps;
+        std::uint64_t start;  // microseconds
+    };
+
     std::recursive_mutex mutex;
     bool isSetUp = false;  // by a test, or from the environment
     bool isFromEnvironment = false;
     std::unique_ptr<Board> board;  // null: no interface is attached
     std::vector<std::unique_ptr<Handle>> handles;
     unsigned ldvChannels = 0;
+    std::optional<LdvScript> ldvScript;
     std::array<unsigned, static_cast<std::size_t>(Function::Count)> calls{};
     std::vector<Fault> faults;
     std::size_t violationsTold = 0;
