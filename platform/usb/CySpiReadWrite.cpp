@@ -47,7 +47,8 @@ struct Recovery {
     CY_RETURN_STATUS status;
 };
 
-// The bridge library's ways out. A halted bulk-in endpoint is not cleared: the SPI reset does that.
+// The bridge library's ways out, but for the bulk-in endpoint's halt, which it leaves: only this request,
+// or unplugging, ends a halt (USB 2.0, 9.4.5), and until then each later transfer would fail.
 constexpr Recovery kOutRecoveries[] = {
     {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
     {LIBUSB_TRANSFER_STALL, true, true, CY_ERROR_PIPE_HALTED},
@@ -57,26 +58,26 @@ constexpr Recovery kOutRecoveries[] = {
 };
 constexpr Recovery kInRecoveries[] = {
     {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
-    {LIBUSB_TRANSFER_STALL, true, false, CY_ERROR_REQUEST_FAILED},
+    {LIBUSB_TRANSFER_STALL, true, true, CY_ERROR_REQUEST_FAILED},
     {LIBUSB_TRANSFER_OVERFLOW, true, false, CY_ERROR_BUFFER_OVERFLOW},
     {LIBUSB_TRANSFER_NO_DEVICE, false, false, CY_ERROR_DEVICE_NOT_FOUND},
     {LIBUSB_TRANSFER_ERROR, true, false, CY_ERROR_REQUEST_FAILED},
 };
 
 template <std::size_t n>
-CY_RETURN_STATUS recover(const Claim& claim, const Recovery (&recoveries)[n], libusb_transfer_status event) {
+CY_RETURN_STATUS recover(const Claim& claim, const Side& side, const Recovery (&recoveries)[n]) {
     for (const Recovery& recovery : recoveries) {
-        if (recovery.event != event) continue;
+        if (recovery.event != side.status) continue;
         if (recovery.resets) resetSpi(claim);
-        if (recovery.clearsHalt) libusb_clear_halt(claim.usb(), claim.bulkOut());
+        if (recovery.clearsHalt) libusb_clear_halt(claim.usb(), side.transfer->endpoint);
         return recovery.status;
     }
     return CY_ERROR_REQUEST_FAILED;
 }
 
 CY_RETURN_STATUS outcome(const Claim& claim, const Exchange& exchange) {
-    if (exchange.out.hasFailed()) return recover(claim, kOutRecoveries, exchange.out.status);
-    if (exchange.in.hasFailed()) return recover(claim, kInRecoveries, exchange.in.status);
+    if (exchange.out.hasFailed()) return recover(claim, exchange.out, kOutRecoveries);
+    if (exchange.in.hasFailed()) return recover(claim, exchange.in, kInRecoveries);
     if (exchange.in.isComplete() && exchange.out.isComplete()) return CY_SUCCESS;
     resetSpi(claim);  // stopped because events could not be handled
     return CY_ERROR_REQUEST_FAILED;
