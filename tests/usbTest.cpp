@@ -160,6 +160,14 @@ TEST_F(UsbTest, ADescriptionKeepsWhatIsKnownWithoutPermission) {
     EXPECT_EQ(CyGetDeviceInfo(2, &info), CY_ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(UsbTest, OtherDevicesAreDescribedUnopened) {
+    hub.openResult = LIBUSB_ERROR_IO;
+    CY_DEVICE_INFO info{};
+    EXPECT_EQ(CyGetDeviceInfo(0, &info), CY_SUCCESS);
+    EXPECT_EQ(info.vidPid.vid, 0x1D6B);
+    EXPECT_EQ(info.productName[0], 0);
+}
+
 TEST_F(UsbTest, APortPathIsTheKernelsNameOfThePlace) {
     char path[6] = "?";
     EXPECT_EQ(CyGetPortPath(kBridge, path, 5), CY_ERROR_INVALID_PARAMETER);

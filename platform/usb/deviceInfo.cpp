@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "platform/deviceIds.h"
 #include "platform/usb/bus.h"
 #include "tavo/export.h"
 
@@ -47,7 +48,8 @@ CY_RETURN_STATUS readStrings(libusb_device* device, const libusb_device_descript
 
 }  // namespace
 
-/// What needs no open device (IDs, interfaces) is filled in also when the strings cannot be read.
+/// What needs no open device (IDs, interfaces) is filled in also when the strings cannot be read; the
+/// strings of devices without an expected ID are left empty.
 extern "C" TAVO_API CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVICE_INFO* deviceInfo) {
     if (deviceInfo == nullptr) return CY_ERROR_INVALID_PARAMETER;
     const usb::Device device = usb::Bus::instance().device(deviceNumber);
@@ -59,5 +61,7 @@ extern "C" TAVO_API CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVI
     }
     deviceInfo->vidPid = {descriptor.idVendor, descriptor.idProduct};
     describeInterfaces(device.get(), *deviceInfo);
+    // Opening a device wakes it from suspend, and its strings may come late: what is not ours stays alone.
+    if (!platform::isDeviceIdExpected(descriptor.idVendor, descriptor.idProduct)) return CY_SUCCESS;
     return readStrings(device.get(), descriptor, *deviceInfo);
 }
