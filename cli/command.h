@@ -1,0 +1,80 @@
+// The command table, and how a command is added to it:
+//
+//  1. Write cli/commands/NAME.cpp with one function
+//         Run declareName(Arguments& arguments)
+//     that declares the command's own arguments and returns what is to be run. Arguments are kept
+//     in a shared_ptr that the returned function holds. See commands/erase.cpp, the smallest one.
+//  2. Declare it in commands/commands.h, add a row to kCommands in commandTable.cpp (a name of two
+//     words makes a group: "domain read") and the file to CMakeLists.txt.
+//
+// When it runs, the device is chosen and locked (Needs::Device), --json, progress, log and signals
+// are set up and `row.asks` has been confirmed. It uses the Session: session.call(...) for each
+// library call, session.report for what it has to say, and throws Failure to end with an exit code.
+// It never prints, exits or looks at how the device was chosen.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+class Session;
+using Run = std::function<void(Session&)>;
+
+/// Declares one command's arguments. Names as in "-f,--force".
+class Arguments {
+public:
+    explicit Arguments(CLI::App& app) : app_(app) {}
+
+    void required(const char* name, std::string& value, const char* help);
+    void optional(const char* name, std::string& value, const char* help);
+    void flag(const char* names, bool& value, const char* help);
+    void text(const char* names, const char* metavar, std::string& value, const char* help);
+    void number(const char* names, const char* metavar, std::optional<int>& value, int low, int high, const char* help);
+    /// Bytes, with K or M: "512K".
+    void size(const char* names, std::optional<unsigned>& value, const char* help);
+    /// One of a few words.
+    void word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help);
+    /// Marks a value declared before as a file that the command writes: {serial} in it is replaced,
+    /// and with several devices it must be there.
+    void isOutput(std::string& value) { outputs_.push_back(&value); }
+
+    const std::vector<std::string*>& outputs() const { return outputs_; }
+
+private:
+    CLI::App& app_;
+    std::vector<std::string*> outputs_;
+};
+
+enum class Needs {
+    Nothing,  // no device
+    List,     // what is attached: session.attached()
+    Device,   // one device, chosen and locked: session.device()
+};
+
+struct Command {
+    const char* name;
+    const char* summary;
+    Needs needs;
+    const char* asks;  // what is about to happen, put as a question first; null: asks nothing
+    const char* examples[2];
+    Run (*declare)(Arguments&);
+};
+
+std::span<const Command> commands();
+
+/// One line about a group of two-word commands.
+struct Group {
+    const char* name;
+    const char* summary;
+};
+std::span<const Group> groups();
+
+}  // namespace cli

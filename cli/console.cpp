@@ -1,0 +1,95 @@
+#include "cli/console.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace cli {
+namespace {
+
+bool colorByDefault(bool terminal) {
+    const char* noColor = std::getenv("NO_COLOR");  // https://no-color.org: present and not empty
+    const char* term = std::getenv("TERM");
+    if (noColor != nullptr && *noColor != '\0') return false;
+    return terminal && term != nullptr && std::strcmp(term, "dumb") != 0;
+}
+
+constexpr const char* kCodes[] = {"", "\033[1;31m", "\033[1;33m", "\033[32m"};
+
+}  // namespace
+
+Console::Console() : terminal_(isatty(STDERR_FILENO) == 1), color_(colorByDefault(terminal_)) {}
+
+int Console::width() const {
+    winsize size{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
+    return size.ws_col;
+}
+
+void Console::write(const std::string& text) const {
+    const char* at = text.data();
+    std::size_t left = text.size();
+    while (left > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, at, left);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return;  // nobody to tell
+        at += written;
+        left -= static_cast<std::size_t>(written);
+    }
+}
+
+void Console::eraseRows(std::string& out) {
+    for (std::size_t i = 0; i < rows_.size(); ++i) out += i == 0 ? "\r\033[K" : "\033[A\r\033[K";
+    rows_.clear();
+}
+
+void Console::line(const std::string& text) {
+    const std::lock_guard lock(mutex_);
+    const std::vector<std::string> rows = rows_;
+    std::string out;
+    eraseRows(out);
+    out += text + "\n";
+    for (std::size_t i = 0; i < rows.size(); ++i) out += (i == 0 ? "" : "\n") + rows[i];
+    rows_ = rows;
+    write(out);
+}
+
+void Console::live(const std::vector<std::string>& rows) {
+    const std::lock_guard lock(mutex_);
+    if (!terminal_ || rows == rows_) return;
+    const auto columns = static_cast<std::size_t>(width());
+    std::string out;
+    eraseRows(out);
+    for (const auto& row : rows) {
+        rows_.push_back(row.substr(0, columns - 1));  // a full last column would wrap
+        out += (rows_.size() == 1 ? "" : "\n") + rows_.back();
+    }
+    write(out);
+}
+
+void Console::clearLive() {
+    const std::lock_guard lock(mutex_);
+    std::string out;
+    eraseRows(out);
+    write(out);
+}
+
+std::string Console::styled(Style style, const std::string& text) const {
+    if (!color_ || style == Style::Plain) return text;
+    return kCodes[static_cast<int>(style)] + text + "\033[0m";
+}
+
+void Console::setColor(const std::string& when) {
+    if (when == "always") color_ = true;
+    if (when == "never") color_ = false;
+}
+
+Console& console() {
+    static Console instance;
+    return instance;
+}
+
+}  // namespace cli

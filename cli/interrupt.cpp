@@ -1,0 +1,35 @@
+#include "cli/interrupt.h"
+
+#include <atomic>
+#include <csignal>
+#include <initializer_list>
+
+namespace cli {
+namespace {
+
+std::atomic<bool> noted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may set it");
+
+void note(int) {
+    noted = true;
+}
+
+}  // namespace
+
+void noteSignals() {
+    struct sigaction action {};
+    action.sa_handler = note;
+    action.sa_flags = SA_RESTART;  // USB and file calls must not see EINTR
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe must not kill us while the Neuron is held in reset
+}
+
+bool isInterruptNoted() {
+    return noted;
+}
+
+void throwIfInterrupted() {
+    if (isInterruptNoted()) throw Interrupted{};
+}
+
+}  // namespace cli

@@ -1,0 +1,56 @@
+#include "cli/log.h"
+
+#include <sys/time.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "cli/console.h"
+#include "cli/outcome.h"
+
+namespace cli {
+namespace {
+
+std::string timeOfDay() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    tm parts{};
+    localtime_r(&now.tv_sec, &parts);
+    char text[64];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+    char whole[80];
+    std::snprintf(whole, sizeof whole, "%s.%03d", text, static_cast<int>(now.tv_usec / 1000));
+    return whole;
+}
+
+}  // namespace
+
+Log::~Log() {
+    if (file_ != nullptr) std::fclose(file_);
+}
+
+void Log::open(const std::string& path) {
+    file_ = std::fopen(path.c_str(), "ae");
+    if (file_ == nullptr) {
+        throw Failure{Exit::FileSystem,
+                      "cannot write the log " + path + ": " + std::strerror(errno),
+                      "choose another file for --log",
+                      {}};
+    }
+    setvbuf(file_, nullptr, _IOLBF, 0);
+}
+
+void Log::write(Detail detail, const std::string& text) {
+    if (!wants(detail)) return;
+    const std::lock_guard lock(mutex_);
+    if (file_ != nullptr) std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), text.c_str());
+    if (verbosity_ >= static_cast<int>(detail)) console().line(text);
+}
+
+Log& log() {
+    static Log instance;
+    return instance;
+}
+
+}  // namespace cli

@@ -1,0 +1,173 @@
+#include "cli/progress.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "cli/console.h"
+#include "cli/interrupt.h"
+#include "cli/log.h"
+#include "cli/report.h"
+
+namespace cli {
+namespace {
+
+constexpr auto kTick = std::chrono::milliseconds(200);
+constexpr int kPlainStep = 10;  // percent between two lines in a pipe
+constexpr int kBarWidth = 20;
+constexpr double kRateAfter = 1.0;  // seconds: before that a rate is noise
+
+std::string padded(const std::string& phase) {
+    return phase + std::string(phase.size() < 8 ? 8 - phase.size() : 0, ' ');
+}
+
+}  // namespace
+
+Progress::~Progress() {
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    if (ticker_.joinable()) ticker_.join();
+}
+
+void Progress::configure(const std::string& mode, bool quiet) {
+    if (mode == "bar") mode_ = Mode::Bar;
+    if (mode == "plain") mode_ = Mode::Plain;
+    if (mode == "json") mode_ = Mode::Events;
+    if (mode == "none") mode_ = Mode::None;
+    if (mode == "auto") mode_ = quiet ? Mode::None : console().isTerminal() ? Mode::Bar : Mode::Plain;
+}
+
+void Progress::event(const nlohmann::ordered_json& fields) {
+    console().line(fields.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+double Progress::elapsed() const {
+    return std::chrono::duration<double>(Clock::now() - start_).count();
+}
+
+void Progress::begin(const std::string& phase, const std::string& usual, Measure measure) {
+    end();
+    const std::lock_guard lock(mutex_);
+    phase_ = phase;
+    usual_ = usual;
+    stopNote_.clear();
+    measure_ = std::move(measure);
+    percent_ = toldPercent_ = 0;
+    start_ = Clock::now();
+    log().write(Detail::Step, "phase: " + phase + (usual.empty() ? "" : " (" + usual + ")"));
+    if (mode_ == Mode::Events)
+        event({{"event", "phase"}, {"phase", phase}, {"usual", usual}, {"bytes", measure_.total}});
+    if (mode_ == Mode::Plain) console().line(phase + ": begins" + (usual.empty() ? "" : ", " + usual));
+    if (!ticker_.joinable()) ticker_ = std::thread([this] { tick(); });
+    draw();
+}
+
+void Progress::setStopNote(const std::string& note) {
+    const std::lock_guard lock(mutex_);
+    stopNote_ = note;
+}
+
+void Progress::tick() {
+    std::unique_lock lock(mutex_);
+    while (!stopping_) {
+        wake_.wait_for(lock, kTick);
+        if (phase_.empty()) continue;
+        if (isInterruptNoted() && !stopNoteTold_ && !stopNote_.empty()) {
+            stopNoteTold_ = true;
+            if (mode_ == Mode::Events)
+                event({{"event", "stopping"}, {"text", stopNote_}});
+            else
+                console().line("tavo-util: " + stopNote_);
+        }
+        draw();
+    }
+}
+
+void Progress::share(int percent) {
+    const std::lock_guard lock(mutex_);
+    percent_ = std::clamp(percent, percent_, 100);
+    if (mode_ == Mode::Events && percent_ != toldPercent_) {
+        toldPercent_ = percent_;
+        event({{"event", "progress"},
+               {"phase", phase_},
+               {"percent", percent_},
+               {"bytes", measure_.doneAt(percent_)},
+               {"total", measure_.total}});
+    }
+    if (mode_ == Mode::Plain && percent_ / kPlainStep != toldPercent_ / kPlainStep) {
+        toldPercent_ = percent_;
+        console().line(phase_ + ": " + std::to_string(percent_) + " %  " + figures());
+    }
+}
+
+std::string Progress::figures() const {
+    const std::uint64_t done = measure_.doneAt(percent_);
+    const double seconds = elapsed();
+    char text[128];
+    int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", static_cast<unsigned long long>(done / 1024),
+                               static_cast<unsigned long long>((measure_.total + 1023) / 1024));
+    std::string all(text, static_cast<std::size_t>(length));
+    if (seconds < kRateAfter || done == 0) return all;
+    const double rate = static_cast<double>(done) / seconds;
+    std::snprintf(text, sizeof text, "  %.0f KiB/s  ETA %.0f s", rate / 1024,
+                  static_cast<double>(measure_.total - std::min(done, measure_.total)) / rate);
+    return all + text;
+}
+
+std::string Progress::row() const {
+    if (measure_.total == 0) {
+        std::string text = padded(phase_) + " " + secondsText(elapsed());
+        return usual_.empty() ? text : text + "  (" + usual_ + ")";
+    }
+    const int filled = percent_ * kBarWidth / 100;
+    char share[16];
+    std::snprintf(share, sizeof share, " %3d %%  ", percent_);
+    return padded(phase_) + " [" + std::string(static_cast<std::size_t>(filled), '#') +
+           std::string(static_cast<std::size_t>(kBarWidth - filled), '-') + "]" + share + figures();
+}
+
+void Progress::draw() {
+    if (mode_ == Mode::Bar && !phase_.empty()) console().live({row()});
+}
+
+void Progress::finish(const char* outcome, const std::string& remark) {
+    const std::lock_guard lock(mutex_);
+    if (phase_.empty()) return;
+    const std::string tail = remark.empty() ? "" : "  " + remark;
+    log().write(Detail::Step, "phase " + phase_ + " " + outcome + " after " + secondsText(elapsed()) + tail);
+    if (mode_ == Mode::Events) {
+        event({{"event", "phase-end"},
+               {"phase", phase_},
+               {"outcome", outcome},
+               {"seconds", elapsed()},
+               {"remark", remark}});
+    }
+    if (mode_ == Mode::Plain) console().line(phase_ + ": " + outcome + ", " + secondsText(elapsed()) + tail);
+    if (mode_ == Mode::Bar) {
+        console().clearLive();
+        console().line(padded(phase_) + " " + outcome + "  " + secondsText(elapsed()) + tail);
+    }
+    phase_.clear();
+}
+
+void Progress::end(const std::string& remark) {
+    finish("done", remark);
+}
+
+void Progress::abandon() {
+    finish("stopped", "");
+}
+
+Progress& progress() {
+    static Progress instance;
+    return instance;
+}
+
+void onLibraryProgress(char percent) {
+    throwIfInterrupted();
+    progress().share(percent);
+}
+
+}  // namespace cli

@@ -1,0 +1,246 @@
+#include "cli/usage.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "cli/console.h"
+#include "cli/report.h"
+
+namespace cli {
+
+void Arguments::required(const char* name, std::string& value, const char* help) {
+    app_.add_option(name, value, help)->required()->type_name("");
+}
+
+void Arguments::optional(const char* name, std::string& value, const char* help) {
+    app_.add_option(name, value, help)->type_name("");
+}
+
+void Arguments::flag(const char* names, bool& value, const char* help) {
+    app_.add_flag(names, value, help);
+}
+
+void Arguments::text(const char* names, const char* metavar, std::string& value, const char* help) {
+    app_.add_option(names, value, help)->type_name(metavar);
+}
+
+void Arguments::number(const char* names, const char* metavar, std::optional<int>& value, int low, int high,
+                       const char* help) {
+    app_.add_option_function<int>(
+            names, [&value](const int& number) { value = number; }, help)
+        ->check(CLI::Range(low, high))
+        ->type_name(metavar);
+}
+
+void Arguments::word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help) {
+    app_.add_option(name, value, help)->required()->check(CLI::IsMember(allowed))->type_name("");
+}
+
+namespace {
+
+unsigned parseSize(const std::string& text) {
+    std::size_t digits = 0;
+    unsigned long long value = 0;
+    try {
+        value = std::stoull(text, &digits, 0);
+    } catch (const std::exception&) {
+        digits = 0;
+    }
+    const std::string unit = text.substr(digits);
+    if (unit == "K" || unit == "k") value *= 1024;
+    if (unit == "M" || unit == "m") value *= 1024 * 1024;
+    const bool known = unit.empty() || unit == "K" || unit == "k" || unit == "M" || unit == "m";
+    if (digits == 0 || !known || value == 0 || value > 0x80000000ULL) {
+        throw CLI::ValidationError("'" + text + "' is no size: 65536, 512K, 1M");
+    }
+    return static_cast<unsigned>(value);
+}
+
+}  // namespace
+
+void Arguments::size(const char* names, std::optional<unsigned>& value, const char* help) {
+    app_.add_option_function<std::string>(
+            names, [&value](const std::string& text) { value = parseSize(text); }, help)
+        ->type_name("SIZE");
+}
+
+namespace {
+
+constexpr const char* kExitCodes =
+    "Exit codes: 0 done, 2 wrong usage, 3 no device, 4 several devices, 5 no permission, 6 busy,\n"
+    "7 file refused, 8 file system, 9 contents differ, 10 failed with the flash unchanged,\n"
+    "11 failed with the flash erased or incomplete, 12 no answer, 13 needs confirmation,\n"
+    "130 interrupted, 1 internal error.";
+
+/// Commands in one column, with their two words, instead of nested lists.
+class HelpText : public CLI::Formatter {
+public:
+    HelpText() { column_width(30); }
+    std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override;
+    std::string make_usage(const CLI::App* app, std::string name) const override;
+};
+
+std::string HelpText::make_subcommands(const CLI::App* app, CLI::AppFormatMode) const {
+    const std::string group = app->get_parent() == nullptr ? "" : app->get_name() + " ";
+    std::string text = "\nCommands:\n";
+    for (const auto& command : commands()) {
+        const std::string name = command.name;
+        if (name.rfind(group, 0) != 0) continue;
+        text += "  " + name + std::string(std::max<std::size_t>(name.size() + 1, 22) - name.size(), ' ') +
+                command.summary + "\n";
+    }
+    return app->get_subcommands({}).empty() ? "" : text;
+}
+
+std::string HelpText::make_usage(const CLI::App* app, std::string name) const {
+    std::string text = "Usage: " + (name.empty() ? app->get_name() : name);
+    text += app->get_parent() == nullptr ? " [global options] command [options]" : " [options]";
+    if (app->get_parent() != nullptr && !app->get_subcommands({}).empty()) text += " command";
+    for (const CLI::Option* option : app->get_options()) {
+        if (!option->get_positional()) continue;
+        text += option->get_required() ? " " + option->get_name() : " [" + option->get_name() + "]";
+    }
+    return text + "\n";
+}
+
+void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
+    app.add_option("-d,--device", options.devices,
+                   "serial:TEXT, usb:BUS-PORT, neuron:HEX12, sim:DIR[,OPTIONS] or a serial number; may be repeated "
+                   "(or TAVO_DEVICE)")
+        ->type_name("SPEC")
+        ->allow_extra_args(false);
+    app.add_flag("--all", options.all, "work on every attached interface");
+    // A flag with an optional value: "--wait program" must not take the command for its value.
+    app.add_flag_function(
+           "--wait{60}", [&options](std::int64_t seconds) { options.waitSeconds = static_cast<int>(seconds); },
+           "wait for the device to appear, --wait=SECONDS at most (60)")
+        ->check(CLI::Range(0, 86400));
+    app.add_option("--usb-id", options.usbIds, "accept interfaces with other USB IDs")
+        ->type_name("VVVV:PPPP")
+        ->allow_extra_args(false);
+    app.add_flag("--as-child", options.asChild)->group("");
+}
+
+void addOutputOptions(CLI::App& app, GlobalOptions& options) {
+    app.add_flag("--json", options.json, "one JSON object on standard output");
+    app.add_option("--progress", options.progress, "auto, bar, plain, json or none")
+        ->check(CLI::IsMember({"auto", "bar", "plain", "json", "none"}))
+        ->type_name("MODE");
+    app.add_option("--color", options.color, "auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
+    app.add_flag("-q,--quiet", options.quiet, "only results and errors");
+    app.add_flag("-v,--verbose", options.verbosity, "tell each step; -vv each transfer too");
+    app.add_option("--log", options.logFile, "write every detail to FILE")->type_name("FILE");
+    app.add_flag("-y,--yes", options.yes, "do not ask");
+    app.add_flag("-n,--dry-run", options.dryRun, "tell what would be done, do nothing");
+}
+
+/// The whole command line; the functions that run a command keep its arguments alive.
+struct CommandLine {
+    CLI::App app{"Service operations for USB network interfaces built around a Neuron chip.", "tavo-util"};
+    Invocation invocation;
+    struct Entry {
+        const Command* command;
+        CLI::App* app;
+        Run run;
+        std::vector<std::string*> outputs;
+    };
+    std::vector<Entry> entries;
+
+    CommandLine();
+    CLI::App& groupOf(const std::string& name);
+    void add(const Command& command);
+};
+
+CommandLine::CommandLine() {
+    app.formatter(std::make_shared<HelpText>());
+    app.set_help_flag("-h,--help", "this text; 'tavo-util COMMAND --help' tells about one command");
+    app.set_version_flag("-V,--version", "tavo-util " TAVO_VERSION);
+    app.require_subcommand(1);
+    addDeviceOptions(app, invocation.options);
+    addOutputOptions(app, invocation.options);
+    app.footer("\nTry it without hardware: tavo-util -d sim:demo info\n\n" + std::string(kExitCodes));
+    for (const auto& command : commands()) add(command);
+}
+
+CLI::App& CommandLine::groupOf(const std::string& name) {
+    const auto space = name.find(' ');
+    if (space == std::string::npos) return app;
+    const std::string group = name.substr(0, space);
+    for (CLI::App* found : app.get_subcommands([&](CLI::App* sub) { return sub->get_name() == group; })) return *found;
+    const auto all = groups();
+    const auto row = std::find_if(all.begin(), all.end(), [&](const Group& each) { return group == each.name; });
+    CLI::App* made = app.add_subcommand(group, row == all.end() ? "" : row->summary);
+    made->require_subcommand(1)->fallthrough();
+    return *made;
+}
+
+void CommandLine::add(const Command& command) {
+    const std::string name = command.name;
+    const auto space = name.find(' ');
+    CLI::App* sub =
+        groupOf(name).add_subcommand(space == std::string::npos ? name : name.substr(space + 1), command.summary);
+    sub->fallthrough();
+    sub->footer("\nExamples:\n  " + std::string(command.examples[0]) + "\n  " + command.examples[1] +
+                "\n\nGlobal options and exit codes: tavo-util --help");
+    Arguments arguments(*sub);
+    Run run = command.declare(arguments);
+    entries.push_back({&command, sub, std::move(run), arguments.outputs()});
+}
+
+void checkUsbIds(const std::vector<std::string>& ids) {
+    for (const auto& id : ids) {
+        const bool shaped = id.size() == 9 && id[4] == ':' &&
+                            id.find_first_not_of("0123456789abcdefABCDEF:") == std::string::npos &&
+                            std::count(id.begin(), id.end(), ':') == 1;
+        if (!shaped)
+            throw CLI::ValidationError("--usb-id", "'" + id + "' is not of the form VVVV:PPPP, like 04B4:0004");
+    }
+}
+
+int usageError(const CLI::ParseError& error, int argc, char** argv) {
+    const bool json = std::any_of(argv, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
+    Report report;
+    report.configure(json, false);
+    report.stateText = "nothing done";
+    report.failure({Exit::Usage, error.what(), "tavo-util --help, or tavo-util COMMAND --help", {}});
+    return report.finish(Exit::Usage);
+}
+
+void takeEnvironment(GlobalOptions& options) {
+    const char* device = std::getenv("TAVO_DEVICE");
+    if (options.devices.empty() && !options.all && device != nullptr && *device != '\0') options.devices = {device};
+}
+
+}  // namespace
+
+Invocation readCommandLine(int argc, char** argv) {
+    // Lives as long as the process: the commands' functions refer to their arguments in it.
+    static CommandLine line;
+    Invocation& invocation = line.invocation;
+    try {
+        line.app.parse(argc, argv);
+        checkUsbIds(invocation.options.usbIds);
+    } catch (const CLI::Success& success) {
+        line.app.exit(success);
+        return invocation;
+    } catch (const CLI::ParseError& error) {
+        invocation.exitCode = usageError(error, argc, argv);
+        return invocation;
+    }
+    takeEnvironment(invocation.options);
+    for (const auto& entry : line.entries) {
+        if (!entry.app->parsed()) continue;
+        invocation.command = entry.command;
+        invocation.run = entry.run;
+        invocation.outputs = entry.outputs;
+    }
+    return invocation;
+}
+
+}  // namespace cli

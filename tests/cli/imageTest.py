@@ -1,0 +1,177 @@
+"""Images: what check and program refuse, what they leave in the chip, how they stop."""
+
+import os
+import signal
+import unittest
+
+from tool import END, MIB, ToolTest, image, noise, record
+
+GOOD = image((0, noise(600)))
+
+
+def spoiled(line):
+    """The record with its checksum one too high."""
+    return line[:-2] + f"{(int(line[-2:], 16) + 1) & 0xFF:02X}"
+
+
+# name, contents (lines or bytes), exit code, what the error and the hint must say
+BAD_FILES = [
+    ("missing", None, 8, "No such file", ""),
+    ("folder", "folder", 8, "directory", ""),
+    ("fifo", "fifo", 8, "not a regular file", ""),
+    ("empty", b"", 7, "empty", ""),
+    ("binary", noise(3000), 7, "not a text file", ""),
+    ("text", ["this is a note"], 7, "line 1: begins with 't'", ""),
+    ("crlf", "crlf", 7, "line 1: carriage return", "convert"),
+    ("checksum", [GOOD[0], spoiled(GOOD[1]), *GOOD[2:]], 7, f"line 2: wrong checksum: expected {GOOD[1][-2:]}", ""),
+    ("digit", [GOOD[0].replace(GOOD[0][20], "G"), *GOOD[1:]], 7, "line 1: 'G' in column", ""),
+    ("short line", [GOOD[0][:-4], *GOOD[1:]], 7, "line 1: byte count 20 makes 75 characters, the line has 71", ""),
+    ("blank line", [GOOD[0], "", *GOOD[1:]], 7, "line 2: empty line", "convert"),
+    ("segment record", [record(2, 0, [0x10, 0]), *GOOD], 7, "line 1: record type 02", "convert"),
+    ("start record", [record(5, 0, [0, 0, 0, 0]), *GOOD], 7, "line 1: record type 05", "convert"),
+    ("unknown record", [record(6, 0), *GOOD], 7, "line 1: unknown record type 06", ""),
+    ("odd address record", [record(4, 0, [1]), *GOOD], 7, "line 1: an extended linear address record has 2", ""),
+    ("no end", GOOD[:-1], 7, "no end-of-file record", ""),
+    ("after the end", [*GOOD, GOOD[0]], 7, f"line {len(GOOD) + 1}: record after the end-of-file", ""),
+    ("above the chip", image((MIB - 8, noise(32))), 7, "line 2: data at 0x0FFFF8 to 0x100017 lies above the chip", "1 MiB"),
+    ("above 24 bits", image((1 << 24, noise(4))), 7, "line 2: data at 0x1000000", ""),
+    ("overlap", [*GOOD[:-1], record(0, 0x10, b"\x01\x02"), END], 7, "overlaps earlier data", ""),
+    ("no data", [END], 7, "no data", ""),
+    ("one long line", b":" + b"0" * (20 * MIB), 7, "line 1: longer than the longest record", ""),
+]
+
+
+class BadFiles(ToolTest):
+    def make(self, name, contents):
+        if contents is None:
+            return self.path("missing.hex")
+        if contents == "folder":
+            os.mkdir(self.path("folder.hex"))
+            return self.path("folder.hex")
+        if contents == "fifo":
+            os.mkfifo(self.path("fifo.hex"))
+            return self.path("fifo.hex")
+        if contents == "crlf":
+            return self.write("crlf.hex", GOOD, end="\r\n")
+        return self.write(name + ".hex", contents)
+
+    def test_each_is_told_once_with_its_remedy_and_the_chip_keeps_its_content(self):
+        before = noise(MIB, seed=7)
+        self.fill_flash(before)
+        for name, contents, code, text, hint in BAD_FILES:
+            with self.subTest(name):
+                result = self.run_tool("program", self.make(name, contents))
+                self.assertExit(result, code)
+                self.assertIn(text, result.err)
+                self.assertIn(hint, result.err.split("  hint:")[1])
+                self.assertEqual(self.flash(), before)
+
+    def test_check_lists_the_faults_of_a_file_and_counts_the_rest(self):
+        path = self.write("bad.hex", [spoiled(line) for line in image((0, noise(1000)))])
+        told = self.run_tool("--json", "check", path, device=False).json
+        self.assertEqual((told["exit_status"], told["result"]["eof"]), (7, False))
+        self.assertEqual(told["result"]["error_count"], 34)
+        self.assertEqual([fault["line"] for fault in told["result"]["errors"]], list(range(1, 21)))
+
+    @unittest.skipIf(os.geteuid() == 0, "root may read everything")
+    def test_a_file_without_permission(self):
+        path = self.write("image.hex", GOOD)
+        os.chmod(path, 0)
+        self.assertExit(self.run_tool("check", path, device=False), 8)
+
+
+class Check(ToolTest):
+    def test_the_summary_tells_pages_ranges_and_gaps(self):
+        path = self.write("image.hex", image((0x10, noise(300)), (0x8000, noise(256)), (0x1FF00, b"\xff" * 512)))
+        result = self.run_tool("check", path, device=False)
+        self.assertRegex(result.out, r"^OK: 5 pages, 0x000010-0x0200FF, 2 gaps, end of file record present, sha256 [0-9a-f]{64}\n$")
+        told = self.run_tool("--json", "check", path, device=False).json["result"]
+        self.assertEqual(told["ranges"], [{"first": 0x10, "last": 0x13B}, {"first": 0x8000, "last": 0x80FF},
+                                          {"first": 0x1FF00, "last": 0x200FF}])
+        self.assertEqual(told["blank_pages"], 2)
+
+    def test_the_map_shows_data_parts_blanks_and_gaps(self):
+        path = self.write("image.hex", image((0, noise(1024)), (0x800, b"a"), (0xFFC00, b"\xff" * 1024)))
+        rows = self.run_tool("check", "--map", path, device=False).out.splitlines()[2:]
+        self.assertEqual(rows[0], "0x000000 #.+" + "." * 61)
+        self.assertEqual(rows[15], "0x0F0000 " + "." * 63 + "f")
+
+    def test_the_chip_size_can_be_given(self):
+        path = self.write("image.hex", image((0x10000, noise(16))))
+        self.assertExit(self.run_tool("check", path, "--flash-size", "64K", device=False), 7)
+        self.assertExit(self.run_tool("check", path, "--flash-size", "128K", device=False), 0)
+
+
+class Program(ToolTest):
+    def test_exactly_the_image_is_in_the_chip_afterwards(self):
+        pieces = [(0x10, noise(300)), (0xFFF0, noise(0x40, 2)), (0x40001, noise(5000, 3)), (0x41400, b"\xff" * 300)]
+        self.fill_flash(noise(MIB, seed=7))
+        told = self.run_tool("--json", "program", self.write("image.hex", image(*pieces, width=21))).json
+        wanted = bytearray(b"\xff" * MIB)
+        for address, data in pieces:
+            wanted[address:address + len(data)] = data
+        self.assertEqual(self.flash(), bytes(wanted))
+        self.assertEqual((told["flash_state"], told["exit_status"]), ("programmed", 0))
+        self.assertEqual(told["result"]["pages_written"], sum(wanted[i:i + 256] != b"\xff" * 256 for i in range(0, MIB, 256)))
+
+    def test_a_dry_run_tells_the_plan_and_touches_nothing(self):
+        self.fill_flash(noise(MIB))
+        before = self.flash()
+        result = self.run_tool("--json", "-n", "program", self.write("image.hex", GOOD))
+        self.assertEqual((result.json["exit_status"], result.json["flash_state"]), (0, "untouched"))
+        self.assertEqual(result.json["result"]["pages_planned"], 3)
+        self.assertEqual(self.flash(), before)
+
+    def test_a_failing_step_tells_what_is_known_of_the_flash(self):
+        path = self.write("image.hex", GOOD)
+        # transfers: 1 and 2 look at the chip, 3 to 8 unprotect and erase it, then come the pages
+        for fault, code, state in (("CySetSpiConfig@1:6", 10, "unchanged"), ("CyOpen@4:4", 6, "unchanged"),
+                                   ("CySpiReadWrite@1:6", 10, "unchanged"), ("CySpiReadWrite@2:11", 12, "unchanged"),
+                                   ("CySpiReadWrite@3:6", 11, "uncertain"), ("CySpiReadWrite@12+:6", 11, "incomplete")):
+            with self.subTest(fault):
+                told = self.run_tool("--json", "program", path, sim=["fault=" + fault]).json
+                self.assertEqual((told["exit_status"], told["flash_state"]), (code, state))
+                self.assertTrue(told["messages"][0]["hint"])
+
+    def test_one_lost_program_is_made_good_by_the_next_attempt(self):
+        self.assertExit(self.run_tool("program", self.write("image.hex", GOOD), sim=["lose-program=2"]), 0)
+        self.assertEqual(self.flash()[:600], noise(600))
+
+    def test_an_absent_chip_is_found_before_the_erase(self):
+        result = self.run_tool("program", self.write("image.hex", GOOD), sim=["jedec=40"])
+        self.assertExit(result, 10)
+        self.assertErrorForm(result, "flash contents unchanged")
+
+    def test_ctrl_c_stops_at_the_next_page_and_releases_everything(self):
+        path = self.write("image.hex", image((0, noise(MIB // 2))))
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.subTest(number), self.start_tool("program", path) as process:
+                result = self.interrupt_when(process, "program: 10 %", number)
+                self.assertExit(result, 130)
+                self.assertErrorForm(result, "flash incomplete: part of the image is missing", "everything is released")
+                self.assertNotIn("90 %", result.err)
+        # the board is free again, and notes nothing that was left held
+        self.assertExit(self.run_tool("program", self.write("small.hex", GOOD)), 0)
+
+    def test_ctrl_c_during_the_erase_says_that_the_stop_comes_later(self):
+        path = self.write("image.hex", image((0, noise(4096))))
+        with self.start_tool("-v", "program", path, sim=["pace=real"]) as process:
+            result = self.interrupt_when(process, "call: program the flash")
+            self.assertExit(result, 130)
+            self.assertIn("a chip erase cannot be stopped", result.err)
+
+
+class Erase(ToolTest):
+    def test_the_whole_chip_is_erased(self):
+        self.fill_flash(noise(MIB))
+        self.assertExit(self.run_tool("erase", "-y"), 0)
+        self.assertEqual(self.flash(), b"\xff" * MIB)
+
+    def test_a_failure_after_the_look_at_the_chip_may_have_erased_it(self):
+        result = self.run_tool("erase", "-y", sim=["fault=CySpiReadWrite@5:6"])
+        self.assertExit(result, 11)
+        self.assertErrorForm(result, "the flash may be partly erased; treat it as incomplete", "TAVO_REQUEST_FAILED 13")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,155 @@
+"""What the tests of tavo-util share: running the tool, simulated interfaces, Intel HEX images."""
+
+import json
+import os
+import pty
+import random
+import select
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+TOOL = os.environ.get("TAVO_UTIL", "tavo-util")
+MIB = 1 << 20
+
+
+def record(kind, offset, data=b""):
+    """One Intel HEX record without its line end."""
+    body = bytes([len(data), offset >> 8 & 0xFF, offset & 0xFF, kind]) + bytes(data)
+    return ":" + (body + bytes([-sum(body) & 0xFF])).hex().upper()
+
+
+END = record(1, 0)
+
+
+def image(*pieces, width=32):
+    """The records of (address, bytes) pieces, with type 04 records where the upper half changes."""
+    lines, upper = [], 0
+    for address, data in pieces:
+        for at in range(0, len(data), width):
+            start = address + at
+            if start >> 16 != upper:
+                upper = start >> 16
+                lines.append(record(4, 0, [upper >> 8, upper & 0xFF]))
+            lines.append(record(0, start & 0xFFFF, data[at:at + width]))
+    return lines + [END]
+
+
+def noise(size, seed=1):
+    return random.Random(seed).randbytes(size)
+
+
+class Result:
+    def __init__(self, code, out, err):
+        self.code, self.out, self.err = code, out, err
+
+    @property
+    def json(self):
+        """The one object on standard output: anything beside it is an error here."""
+        return json.loads(self.out)
+
+
+class ToolTest(unittest.TestCase):
+    """A test with a folder of its own and one simulated interface in it."""
+
+    sim_options = "pace=fast"
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="tavo-util-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        self.board = self.path("board")
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, lines, end="\n"):
+        """Writes lines as text, or bytes as they are, and returns the path."""
+        data = lines if isinstance(lines, bytes) else "".join(line + end for line in lines).encode()
+        with open(self.path(name), "wb") as file:
+            file.write(data)
+        return self.path(name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def flash(self):
+        return self.read("board/flash.bin")
+
+    def fill_flash(self, data):
+        """Makes the board and puts data at the start of its flash."""
+        self.run_tool("list")
+        with open(self.path("board/flash.bin"), "r+b") as file:
+            file.write(data)
+
+    def device(self, *options):
+        return ["-d", ",".join(["sim:" + self.board, self.sim_options, *options])]
+
+    def environment(self, extra=None):
+        env = {k: v for k, v in os.environ.items() if not k.startswith("TAVO_") or k == "TAVO_UTIL"}
+        return {**env, "TMPDIR": self.folder, **(extra or {})}
+
+    def command(self, args, sim=(), device=True):
+        return [TOOL] + (self.device(*sim) if device else []) + list(args)
+
+    def run_tool(self, *args, sim=(), device=True, env=None, timeout=60, **more):
+        """Runs the tool without a terminal."""
+        done = subprocess.run(self.command(args, sim, device), stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              env=self.environment(env), timeout=timeout, cwd=self.folder, **more)
+        return Result(done.returncode, done.stdout, done.stderr)
+
+    def start_tool(self, *args, sim=(), env=None):
+        return subprocess.Popen(self.command(args, sim), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True, env=self.environment(env), cwd=self.folder)
+
+    def wait_for(self, process, text):
+        """Reads standard error until text shows in it."""
+        seen = ""
+        while text not in seen:
+            line = process.stderr.readline()
+            if not line:
+                self.fail(f"ended without saying {text!r}: {seen}")
+            seen += line
+        return seen
+
+    def interrupt_when(self, process, text, number=signal.SIGINT):
+        """Waits until text shows on standard error, sends the signal, and returns the result."""
+        seen = self.wait_for(process, text)
+        process.send_signal(number)
+        out, err = process.communicate(timeout=60)
+        return Result(process.returncode, out, seen + err)
+
+    def run_on_terminal(self, *args, sim=(), device=True, typed="", env=None):
+        """Runs the tool with a terminal as its three streams; out holds what the terminal got."""
+        child, master = pty.fork()
+        if child == 0:
+            os.chdir(self.folder)
+            os.execvpe(TOOL, self.command(args, sim, device), self.environment({"TERM": "xterm", **(env or {})}))
+        shown, deadline = b"", time.monotonic() + 60
+        while time.monotonic() < deadline:
+            if not select.select([master], [], [], 1)[0]:
+                continue
+            try:
+                piece = os.read(master, 65536)
+            except OSError:  # Linux: the other side is closed
+                break
+            shown += piece
+            if typed and b"[y/N]" in shown:
+                os.write(master, typed.encode())
+                typed = ""
+        os.close(master)
+        return Result(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), shown.decode(), "")
+
+    def assertExit(self, result, code):
+        self.assertEqual(result.code, code, result.out + result.err)
+
+    def assertErrorForm(self, result, state, text=""):
+        """The three lines every failure ends with."""
+        lines = result.err.rstrip("\n").split("\n")
+        at = max(i for i, line in enumerate(lines) if line.startswith("tavo-util: error: "))
+        self.assertIn(text, lines[at])
+        self.assertEqual(lines[at + 1], "  state: " + state, result.err)
+        self.assertRegex(lines[at + 2], r"^  hint:  \S", result.err)
