@@ -270,6 +270,14 @@ TEST_F(BridgeTest, StoresTheIdAndZerosTheRestOfItsPage) {
     EXPECT_TRUE(std::ranges::equal(userFlash(), expected));
 }
 
+TEST_F(BridgeTest, StoresTheIdOfTheChipOnceItsChannelIsClosed) {
+    ASSERT_EQ(writeNeuronId(info), TAVO_SUCCESS);
+    ASSERT_GE(rig.journal.size(), 4u);
+    EXPECT_THAT(std::vector(rig.journal.end() - 4, rig.journal.end()),
+                ElementsAre("ldv_close", "open 0.1", "userflash write 0 128", "close 0.1"));
+    EXPECT_THAT(std::vector<int>(userFlash().begin(), userFlash().begin() + 7), ElementsAre(5, 1, 2, 3, 4, 5, 0));
+}
+
 TEST_F(BridgeTest, TouchesNothingForWhatIsRefusedOrDone) {
     for (const char* text : {"ID010203040506", "01020304050", "01020304050G", "", "000000000000", "FFFFFFFFFFFF"})
         EXPECT_EQ(writeNeuronId(info, text), TAVO_UNKNOWN_ERROR) << text;
@@ -293,6 +301,7 @@ struct Operations {
     static TAVO_STATUS serial(DeviceInfo& info) { return updateCypressConfig(info, nullptr, "NEW"); }
     static TAVO_STATUS toI2c(DeviceInfo& info) { return configureScb0(info, SCB0_I2C); }
     static TAVO_STATUS id(DeviceInfo& info) { return writeNeuronId(info, "010203040506"); }
+    static TAVO_STATUS chipId(DeviceInfo& info) { return writeNeuronId(info); }
 };
 
 struct Fault {
@@ -325,6 +334,9 @@ const Fault kFaults[] = {
     {"Scb0Leave", Operations::toI2c, kControl, 7, kTimedOut, TAVO_TIMEOUT, true, false, true},
     {"IdOpen", Operations::id, "CyOpen", 1, CY_ERROR_DRIVER_OPEN_FAILED, TAVO_DEVICE_OPEN_FAILED},
     {"IdWrite", Operations::id, "CyProgUserFlash", 1, CY_ERROR_IO_TIMEOUT, TAVO_TIMEOUT},
+    {"ChipIdChannel", Operations::chipId, "ldv_open", 1, 1, TAVO_DEVICE_OPEN_FAILED},
+    {"ChipIdRequest", Operations::chipId, "ldv_write", 1, 4, TAVO_TRANSACTION_FAILED},
+    {"ChipIdOpen", Operations::chipId, "CyOpen", 1, CY_ERROR_DRIVER_OPEN_FAILED, TAVO_DEVICE_OPEN_FAILED},
 };
 
 class BridgeFault : public BridgeTest, public testing::WithParamInterface<Fault> {};
