@@ -125,7 +125,11 @@ void Board::save() {
     values[kProtectionKey] = std::to_string(savedProtection_);
     if (flash.capacityCode != capacityOf(flash.cells.size())) values[kCapacityKey] = std::to_string(flash.capacityCode);
     neuron.save(values);
-    store.save(values);
+    try {
+        store.save(values);
+    } catch (const std::runtime_error& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+    }
 }
 
 void Board::powerCycle() {

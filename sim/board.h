@@ -33,6 +33,7 @@ public:
 
     /// Claims the folder for this process; claims are counted.
     /// @return 0, or the process ID of the holder (-1 when unknown).
+    /// Throws like the constructor when another process has left something that cannot be used.
     int claim();
     void release();
     void dropClaims();
@@ -47,7 +48,7 @@ public:
     std::vector<std::string> lowPins() const;
 
     /// Writes what is not in the memories to the folder, so that a killed run leaves what a real one would.
-    /// Cheap when nothing has changed.
+    /// Cheap when nothing has changed. A failure is told on standard error: the interface works on without.
     void save();
 
     std::vector<std::string> violations;

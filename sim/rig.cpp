@@ -150,12 +150,16 @@ Handle* Rig::State::find(CY_HANDLE handle) const {
     return nullptr;
 }
 
-bool Rig::State::claim() {
+bool Rig::State::claim() try {
     const int holder = board->claim();
     if (holder == 0) return true;
     if (std::exchange(holderTold, holder) == holder) return false;
     const std::string who = holder > 0 ? text("process %d", holder) : "another process";
     std::fprintf(stderr, "simulated interface: %s is in use by %s\n", board->store.folder.c_str(), who.c_str());
+    return false;
+} catch (const std::runtime_error& error) {
+    board->store.unlock();
+    std::fprintf(stderr, "%s\n", error.what());
     return false;
 }
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstdlib>
@@ -106,8 +107,10 @@ std::string readText(const std::string& path) {
     return text.str();
 }
 
-std::vector<std::uint8_t> filled(std::size_t size) {
-    return std::vector<std::uint8_t>(size, 0xFF);
+std::vector<std::uint8_t> padded(std::size_t size, std::span<const std::uint8_t> content) {
+    std::vector<std::uint8_t> whole(size, 0xFF);
+    std::copy(content.begin(), content.end(), whole.begin());
+    return whole;
 }
 
 constexpr const char* kHeader =
@@ -122,7 +125,7 @@ MappedFile::MappedFile(const std::string& path, std::size_t size, std::span<cons
     if (path.empty()) {
         memory = ::mmap(nullptr, size, kAccess, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     } else {
-        if (::access(path.c_str(), F_OK) != 0) writeWhole(path, content, false);
+        if (::access(path.c_str(), F_OK) != 0) writeWhole(path, padded(size, content), false);
         const File file(path, O_RDWR);
         struct stat found {};
         if (!file.isOpen() || ::fstat(file.get(), &found) != 0) {
@@ -136,7 +139,9 @@ MappedFile::MappedFile(const std::string& path, std::size_t size, std::span<cons
     }
     if (memory == MAP_FAILED) throw std::bad_alloc();
     data_ = static_cast<std::uint8_t*>(memory);
-    if (path.empty()) std::memcpy(data_, content.data(), size);
+    if (!path.empty()) return;
+    std::memset(data_, 0xFF, size);
+    std::copy(content.begin(), content.end(), data_);
 }
 
 MappedFile::~MappedFile() {
@@ -145,10 +150,10 @@ MappedFile::~MappedFile() {
 
 Store::Store(const Options& options)
     : folder(absoluteFolder(options.folder)),
-      flash(path("flash.bin"), flashSize(path("flash.bin"), options), filled(flashSize(path("flash.bin"), options))),
+      flash(path("flash.bin"), flashSize(path("flash.bin"), options), {}),
       block(path("config.bin"), Bridge::kBlockSize, Bridge::factoryBlock()),
-      userFlash(path("user-flash.bin"), Bridge::kUserFlashSize, filled(Bridge::kUserFlashSize)),
-      internalFlash(path("bridge-flash.bin"), Bridge::kInternalFlashSize, filled(Bridge::kInternalFlashSize)) {}
+      userFlash(path("user-flash.bin"), Bridge::kUserFlashSize, {}),
+      internalFlash(path("bridge-flash.bin"), Bridge::kInternalFlashSize, {}) {}
 
 std::string Store::path(const char* file) const {
     return folder.empty() ? "" : folder + "/" + file;

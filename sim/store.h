@@ -15,7 +15,7 @@ namespace sim {
 /// has programmed. With an empty path it is ordinary memory.
 class MappedFile {
 public:
-    /// Made with that size and content when the file is absent.
+    /// Made with that size and content, the rest FF, when the file is absent.
     /// Throws std::runtime_error, naming file and remedy, for a file of another size or one that cannot be used.
     MappedFile(const std::string& path, std::size_t size, std::span<const std::uint8_t> content);
     ~MappedFile();
@@ -57,17 +57,16 @@ public:
 
     const std::string folder;  ///< absolute; empty: in memory
 
+    MappedFile flash;
+    MappedFile block;
+    MappedFile userFlash;
+    MappedFile internalFlash;
+
 private:
     std::string path(const char* file) const;
 
     std::string text_;  // of board.txt as last loaded or saved
     int lockDescriptor_ = -1;
-
-public:
-    MappedFile flash;
-    MappedFile block;
-    MappedFile userFlash;
-    MappedFile internalFlash;
 };
 
 }  // namespace sim

@@ -580,6 +580,18 @@ TEST_F(SimFolderTest, DamagedFoldersAreRefusedWithFileAndRemedy) {
         EXPECT_THAT(damaged("board.txt", line), testing::AllOf(HasSubstr("board.txt"), HasSubstr(line)));
     }
     EXPECT_EQ(refusal(), "");
+
+    // Damaged while this process runs: told, and nothing is thrown through the C functions.
+    testing::internal::CaptureStderr();
+    std::ofstream(folder + "/board.txt") << "rubbish";
+    CY_HANDLE handle = nullptr;
+    EXPECT_EQ(CyOpen(0, 0, &handle), CY_ERROR_DRIVER_OPEN_FAILED);
+    fs::remove(folder + "/board.txt");
+    handle = open(0);
+    fs::remove_all(folder);
+    EXPECT_EQ(CyClose(handle), CY_SUCCESS);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                testing::AllOf(HasSubstr("line 1 is not KEY=VALUE"), HasSubstr("folder that this user may write to")));
 }
 
 // tavo-sim lies beside this program.
