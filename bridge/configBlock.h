@@ -18,9 +18,10 @@ struct Field {
     constexpr std::size_t end() const { return offset + size; }
 };
 
-inline constexpr Field kSignature{0x000, 4};  // "CYUS"
-inline constexpr Field kFormat{0x004, 4};     // major, minor, patch, 0
-inline constexpr Field kChecksum{0x008, 4};   // sum of the words from kSummed to the end, modulo 2^32
+inline constexpr Field kSignature{0x000, 4};
+inline constexpr char kSignatureText[] = "CYUS";
+inline constexpr Field kFormat{0x004, 4};    // major, minor, patch, 0
+inline constexpr Field kChecksum{0x008, 4};  // sum of the words from kSummed to the end, modulo 2^32
 inline constexpr Field kSummed{0x00C, 500};
 inline constexpr Field kScb0Mode{0x01C, 1};  // 1 UART, 2 SPI, 3 I2C
 inline constexpr Field kScb0Protocol{0x01D, 1};

@@ -9,5 +9,11 @@ Run declareList(Arguments& arguments);
 Run declareCheck(Arguments& arguments);
 Run declareProgram(Arguments& arguments);
 Run declareErase(Arguments& arguments);
+Run declareConfigRead(Arguments& arguments);
+Run declareConfigWrite(Arguments& arguments);
+Run declareConfigSetSerial(Arguments& arguments);
+Run declareConfigDiff(Arguments& arguments);
+Run declareScb0(Arguments& arguments);
+Run declareNeuronIdStore(Arguments& arguments);
 
 }  // namespace cli
