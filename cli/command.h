@@ -54,9 +54,10 @@ private:
 };
 
 enum class Needs {
-    Nothing,  // no device
-    List,     // what is attached: session.attached()
-    Device,   // one device, chosen and locked: session.device()
+    Nothing,       // no device
+    List,          // what is attached: session.attached()
+    Device,        // one device, chosen and locked: session.device()
+    DeviceAsItIs,  // the same, also one that cannot be opened: session.attachedDevice().status
 };
 
 struct Command {

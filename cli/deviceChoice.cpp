@@ -111,11 +111,7 @@ platform::AttachedDevice chooseDevice(const GlobalOptions& options) {
     auto found = waitForDevices(options);
     if (found.empty()) throw noDevice(options);
     if (found.size() > 1) throw severalDevices(found);
-    auto device = found.front();
-    if (device.status != CY_SUCCESS) {
-        throw libraryFailure(cypressToTavo(device.status), Side::Bridge, "open " + describe(device));
-    }
-    return device;
+    return found.front();
 }
 
 std::string describe(const platform::AttachedDevice& device) {

@@ -24,7 +24,7 @@ DeviceSpec parseDeviceSpec(const std::string& text);
 /// What is attached, and passes the choice when there is one. Throws Failure when USB cannot be used.
 std::vector<platform::AttachedDevice> findDevices(const std::vector<std::string>& specs);
 
-/// The one device the options choose; waits for it with --wait. Throws Failure (3, 4, 5).
+/// The one device the options choose; waits for it with --wait. Throws Failure (3, 4).
 platform::AttachedDevice chooseDevice(const GlobalOptions& options);
 
 /// "00001234 at 1-4.2"

@@ -44,7 +44,7 @@ std::string Session::deviceName() const {
 
 void Session::prepare() {
     if (command.needs == Needs::List) attached_ = findDevices(options.devices);
-    if (command.needs != Needs::Device) return;
+    if (command.needs != Needs::Device && command.needs != Needs::DeviceAsItIs) return;
     chooseDevice();
     lockDevice();
     if (command.asks != nullptr && !options.dryRun) confirm(std::string(command.asks) + " of " + deviceName() + "?");
@@ -52,6 +52,9 @@ void Session::prepare() {
 
 void Session::chooseDevice() {
     device_ = cli::chooseDevice(options);
+    if (device_.status != CY_SUCCESS && command.needs == Needs::Device) {
+        throw libraryFailure(cypressToTavo(device_.status), Side::Bridge, "open " + deviceName());
+    }
     const std::string serial = serialText(device_);
     report.device = {{"serial", serial.empty() ? Json(nullptr) : Json(serial)},
                      {"path", device_.info.portPath[0] == '\0' ? Json(nullptr) : Json(device_.info.portPath)}};

@@ -2,10 +2,11 @@
 
 import glob
 import os
+import signal
 import subprocess
 import unittest
 
-from tool import TOOL, ToolTest, image
+from tool import TOOL, ToolTest, image, noise
 
 CHECKSUM, SERIAL, PRESENT = slice(8, 12), slice(370, 436), slice(168, 172)
 
@@ -120,6 +121,39 @@ class NeuronId(BridgeTest):
         self.assertEqual(self.result_of("neuron-id", "store", "0a0b0c0d0e0f"), {"neuron_id": "0A0B0C0D0E0F", "written": True})
         self.assertExit(self.run_tool("neuron-id", "store", "000000000000"), 2)
         self.assertEqual(self.result_of("list")["devices"][0]["neuron_id"], "0A0B0C0D0E0F")
+
+
+class Help(BridgeTest):
+    def test_recover_lets_go_what_a_killed_run_held(self):
+        path = self.write("image.hex", image((0, noise(65536))))
+        with self.start_tool("program", path, sim=["pace=real"]) as process:
+            killed = self.interrupt_when(process, "program:", signal.SIGKILL)
+        self.assertEqual(killed.code, -signal.SIGKILL)
+        self.assertExit(self.run_tool("neuron-id", "store"), 12)
+        steps = self.result_of("recover")["steps"]
+        self.assertEqual([step["step"] for step in steps],
+                         ["SCB0 made SPI slave again", "service line released (pin 14 high)",
+                          "Neuron let out of reset (pin 8 high)"])
+        self.done("neuron-id", "store")
+        self.assertEqual(self.result_of("recover")["steps"][0]["step"], "SCB0 is SPI slave already")
+
+    def test_recover_tries_every_step(self):
+        result = self.run_tool("--json", "recover", sim=["fault=CySetGpioValue@1:6"])
+        self.assertExit(result, 10)
+        self.assertEqual([step["ok"] for step in result.json["result"]["steps"]], [True, False, True])
+
+    def test_doctor_names_what_fails(self):
+        self.assertTrue(all(check["ok"] for check in self.result_of("doctor")["checks"]))
+        for fault, item in (("CyOpen@2:4", "kernel driver"),
+                            ("CyGetSpiConfig@1:6", "SCB0"), ("libusb_control_transfer@2:-7", "configuration checksum"),
+                            ("CySpiReadWrite@1:11", "flash ID"), ("ldv_open@1:10", "LDV name"),
+                            ("ldv_write@1:4", "Neuron answer")):
+            with self.subTest(fault):
+                result = self.run_tool("--json", "doctor", sim=["fault=" + fault])
+                self.assertExit(result, 10)
+                failed = [check for check in result.json["result"]["checks"] if check["ok"] is False]
+                self.assertEqual(failed[0]["item"], item)
+                self.assertTrue(failed[0]["hint"])
 
 
 if __name__ == "__main__":
