@@ -43,7 +43,7 @@ public:
     Claim& operator=(const Claim&) = delete;
 
     bool isOf(libusb_device* device, unsigned char number) const;
-    bool isSpi() const { return subclass_ == CY_TYPE_SPI; }
+    bool isSpi() const { return subclass_ == CY_TYPE_SPI && bulkOut_ != 0 && bulkIn_ != 0; }
     /// The serial block in bit 15 of wValue: interface 0 is block 0's, any other serial one block 1's.
     UINT16 block() const { return interfaceNumber_ == 0 ? 0 : 0x8000; }
 
