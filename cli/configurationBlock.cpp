@@ -68,20 +68,24 @@ std::string backupName(const DeviceInfo& device) {
     return path;
 }
 
-void tellWhatIsThere(Session& session, const Rewrite& rewrite, const std::string& backup, Failure failure) {
+TAVO_STATUS readInto(Session& session, Block& block) {
+    return readConfigData(session.device(), *reinterpret_cast<unsigned char(*)[configBlock::kSize]>(block.data()));
+}
+
+constexpr const char* kKeepPlugged = "do not unplug the interface; write the old block first: tavo-util config write ";
+
+/// A failed request may have come before or after the change: the bridge is asked what it holds.
+[[noreturn]] void fail(Session& session, const Rewrite& rewrite, const std::string& backup, Failure failure) {
     Block now{};
-    const bool known = session.tryCall("read the block back", [&] {
-        return readConfigData(session.device(), *reinterpret_cast<unsigned char(*)[configBlock::kSize]>(now.data()));
-    }) == TAVO_SUCCESS;
+    const bool known = session.tryCall("read the block back", [&] { return readInto(session, now); }) == TAVO_SUCCESS;
     if (known && now == rewrite.before) {
         session.report.stateText = "configuration block unchanged";
-        throw failure;
+    } else if (known && now == rewrite.after) {
+        session.report.stateText = "configuration block written all the same";
+    } else {
+        session.report.stateText = "configuration block not known: it may be damaged";
+        failure.hint = kKeepPlugged + backup;
     }
-    const bool written = known && now == rewrite.after;
-    session.report.stateText =
-        written ? "configuration block written all the same" : "configuration block not known: it may be damaged";
-    if (!written)
-        failure.hint = "do not unplug the interface; write the old block first: tavo-util config write " + backup;
     throw failure;
 }
 
@@ -91,7 +95,7 @@ void checkWritten(Session& session, const Rewrite& rewrite, const std::string& b
     session.report.stateText = "configuration block not as written";
     throw Failure{Exit::FailedUnchanged,
                   "the bridge of " + session.deviceName() + " took the block and holds another one",
-                  "do not unplug the interface; write the old block first: tavo-util config write " + backup,
+                  kKeepPlugged + backup,
                   {}};
 }
 
@@ -99,9 +103,7 @@ void checkWritten(Session& session, const Rewrite& rewrite, const std::string& b
 
 Block readBlock(Session& session) {
     Block block{};
-    session.call(Side::Bridge, "read the configuration block", [&] {
-        return readConfigData(session.device(), *reinterpret_cast<unsigned char(*)[configBlock::kSize]>(block.data()));
-    });
+    session.call(Side::Bridge, "read the configuration block", [&] { return readInto(session, block); });
     return block;
 }
 
@@ -201,6 +203,15 @@ std::size_t showChanges(Report& report, const Block& before, const Block& after)
     return count;
 }
 
+void warnOfPendingSerial(Session& session, const Block& block) {
+    const std::string pending = stringIn(block, configBlock::kSerial);
+    const char* inEffect = session.device().serialNumber.text;
+    if (pending == inEffect) return;
+    session.report.warning("the block holds the serial number " + pending +
+                               ", which is not in effect yet; it becomes " + inEffect + " again",
+                           "replug first to keep " + pending);
+}
+
 bool rewriteBlock(Session& session, const Rewrite& rewrite) {
     Report& report = session.report;
     report.result["changed"] = changesJson(rewrite.before, rewrite.after);
@@ -221,8 +232,7 @@ bool rewriteBlock(Session& session, const Rewrite& rewrite) {
     const std::string device = session.deviceName();  // a new serial number shows in the record from here on
     const TAVO_STATUS status = session.tryCall(rewrite.doing, rewrite.write);
     if (status != TAVO_SUCCESS) {
-        tellWhatIsThere(session, rewrite, backup,
-                        libraryFailure(status, Side::Bridge, rewrite.doing + " of " + device));
+        fail(session, rewrite, backup, libraryFailure(status, Side::Bridge, rewrite.doing + " of " + device));
     }
     report.stateText = "configuration block written; it takes effect after a replug";
     checkWritten(session, rewrite, backup);

@@ -32,6 +32,10 @@ std::string offsetText(std::size_t offset);  ///< "0x01C"
 Json changesJson(const Block& before, const Block& after);  ///< [{offset, old, new}], one a byte
 std::size_t showChanges(Report& report, const Block& before, const Block& after);
 
+/// A write that keeps the serial number keeps the one in effect: says so when the block holds another,
+/// set since the device was plugged in.
+void warnOfPendingSerial(Session& session, const Block& block);
+
 /// One rewrite of the block, from showing what changes to reading it back.
 struct Rewrite {
     Block before;

@@ -75,7 +75,11 @@ void read(Session& session, const Options& options) {
         }
         session.report.result["hex"] = hexText(block.data(), block.size());
     }
-    if (options.file.empty() || session.options.dryRun) return;
+    if (options.file.empty()) return;
+    if (session.options.dryRun) {
+        session.report.note("no file written (--dry-run)");
+        return;
+    }
     storeBlock(options.file, block, options.force);
     session.report.result["file"] = options.file;
     session.report.note("512 bytes in " + options.file);
@@ -99,6 +103,7 @@ void write(Session& session, const Options& options) {
     const bool keeps = options.serial.empty();
     const char* serial = keeps ? nullptr : options.serial.c_str();
     Rewrite rewrite{readBlock(session), image, options.backup, "", "write the configuration block", {}};
+    if (keeps) warnOfPendingSerial(session, rewrite.before);
     configBlock::finish(rewrite.after, keeps ? session.device().serialNumber.text : serial);
     session.report.note(keeps ? std::string("the device keeps its serial number ") +
                                     session.device().serialNumber.text + "; --serial sets another"

@@ -15,6 +15,7 @@ struct Options {
 void scb0(Session& session, const Options& options) {
     const bool spi = options.mode == "spi";
     Rewrite rewrite{readBlock(session), {}, options.backup, "", "switch SCB0", {}};
+    warnOfPendingSerial(session, rewrite.before);
     rewrite.after = rewrite.before;
     configBlock::setScb0(rewrite.after, spi);
     configBlock::finish(rewrite.after, session.device().serialNumber.text);
