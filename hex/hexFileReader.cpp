@@ -37,7 +37,8 @@ int digit(char c) {
 }
 
 std::string_view viewOf(const char* line) {
-    if (line == nullptr) static_cast<void>(std::string(line));  // throws the library's own std::logic_error
+    // What the making of a std::string would say.
+    if (line == nullptr) throw std::logic_error("basic_string: construction from null is not valid");
     return line;
 }
 
@@ -98,7 +99,7 @@ private:
     // False when one of the characters is not a digit.
     bool decode(const char* text, std::size_t at, std::size_t count) {
         for (; count >= kBlock; at += kBlock, count -= kBlock, text += 2 * kBlock)
-            if (!decodeBlock(text, &bytes[at])) return false;
+            if (!decodeBlock(text, bytes.data() + at)) return false;
         int odd = 0;
         for (std::size_t i = 0; i < count; ++i) {
             const int value = digit(text[2 * i]) * 16 | digit(text[2 * i + 1]);
@@ -155,7 +156,7 @@ void IntelHexParser::parseByFields(const char* line) {
     if (type == kExtendedLinearAddress) return HandleExtendedSegmentAddressType(line);
     DataReadyToFetch(false);
     char text[64];
-    std::snprintf(text, sizeof text, "Unsupported Intel HEX record type 0x%X\n", type);
+    static_cast<void>(std::snprintf(text, sizeof text, "Unsupported Intel HEX record type 0x%X\n", type));
     throw std::runtime_error(text);
 }
 

@@ -377,7 +377,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(HexReader, ReadsFieldsByPositionWithTheMeaningOfStrtoul) {
     IntelHexParser parser(256);
-    EXPECT_THAT(thrownBy([&] { parser.ParseRecord(nullptr); }), testing::HasSubstr(typeid(std::logic_error).name()));
+    const char* volatile none = nullptr;  // not known to the compiler
+    EXPECT_EQ(thrownBy([&] { parser.ParseRecord(none); }), thrownBy([&] { std::string text(none); }));
     EXPECT_EQ(parser.GetHexCharacterAsLong("+a -1 0x1f 1G", 0, 2), 10U);
     EXPECT_EQ(parser.GetHexCharacterAsLong("+a -1 0x1f 1G", 2, 3), ~0UL);
     EXPECT_EQ(parser.GetHexCharacterAsLong("+a -1 0x1f 1G", 6, 4), 0x1FU);
