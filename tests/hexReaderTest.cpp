@@ -291,6 +291,25 @@ TEST(HexReader, DoesWithDamagedLinesWhatThePlainReferenceDoes) {
     EXPECT_GT(seen(std::string(typeid(std::out_of_range).name()) + ": basic_string::substr: __pos (which is "), 200U);
 }
 
+// Every character, in both places of a pair, with the checksum that would hold if it were a digit of any value.
+TEST(HexReader, TakesNoOtherCharacterForADigit) {
+    for (const std::size_t position : {9U, 16U, 45U, 46U}) {
+        for (unsigned as = 0; as < 16; ++as) {
+            std::string line = record(0x20, counting(20));
+            line[position] = hex(as, 1)[0];
+            line.replace(line.size() - 2, 2, hex(Reference::checksum(line.c_str()), 2));
+            for (unsigned character = 1; character < 256; ++character) {
+                line[position] = static_cast<char>(character);
+                IntelHexParser parser(256);
+                Reference reference(256);
+                const auto thrown = thrownBy([&] { reference.ParseRecord(line.c_str()); });
+                ASSERT_EQ(thrownBy([&] { parser.ParseRecord(line.c_str()); }), thrown) << line;
+                ASSERT_EQ(fields(parser), fields(reference)) << line;
+            }
+        }
+    }
+}
+
 TEST(HexReader, BringsEveryByteOnceToItsOwnAddressInPagesThatCrossNoBoundary) {
     Random random;
     for (int file = 0; file < 400; ++file) {
