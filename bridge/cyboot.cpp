@@ -45,6 +45,7 @@ constexpr Request kValidateChecksum{kOut, 0xBA, 0, 0, 0, 0, INT_MAX, CY_ERROR_RE
 
 libusb_device_handle* usbDevice(CY_HANDLE handle) {
     libusb_device_handle* device;  // not aligned inside the record
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
     std::memcpy(&device, static_cast<const unsigned char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
     return device;
 }

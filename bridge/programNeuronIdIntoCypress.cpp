@@ -28,7 +28,8 @@ TAVO_STATUS programNeuronIdIntoCypress(const DeviceInfo& deviceInfo, const Neuro
 TAVO_STATUS writeNeuronId(const DeviceInfo& deviceInfo, std::string neuronId) {
     if (!deviceInfo.areVidPidCorrect()) return TAVO_WRONG_VID_PID;
     NeuronId id;
-    if (!id.fromString(("ID" + neuronId).c_str(), nullptr)) return TAVO_UNKNOWN_ERROR;
+    neuronId.insert(0, "ID");
+    if (!id.fromString(neuronId.c_str(), nullptr)) return TAVO_UNKNOWN_ERROR;
     if (!id.isValid()) return TAVO_UNKNOWN_ERROR;
     return programNeuronIdIntoCypress(deviceInfo, id);
 }

@@ -60,7 +60,7 @@ void writeHolder(int file) {
 
 int readHolder(int file) {
     char text[16] = {};
-    return pread(file, text, sizeof text - 1, 0) > 0 ? std::atoi(text) : 0;
+    return pread(file, text, sizeof text - 1, 0) > 0 ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
 }
 
 }  // namespace
