@@ -42,14 +42,18 @@ public:
     void size(const char* names, std::optional<unsigned>& value, const char* help);
     /// One of a few words.
     void word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help);
-    /// Marks a value declared before as a file that the command writes: {serial} in it is replaced,
-    /// and with several devices it must be there.
+    /// Marks a value declared before as a file that the command writes: with several devices there
+    /// must be a {serial} in it. (In every text argument {serial} is replaced.)
     void isOutput(std::string& value) { outputs_.push_back(&value); }
 
+    const std::vector<std::string>& choices() const { return choices_; }
+    const std::vector<std::string*>& texts() const { return texts_; }
     const std::vector<std::string*>& outputs() const { return outputs_; }
 
 private:
     CLI::App& app_;
+    std::vector<std::string> choices_;
+    std::vector<std::string*> texts_;
     std::vector<std::string*> outputs_;
 };
 
@@ -59,6 +63,10 @@ enum class Needs {
     Device,        // one device, chosen and locked: session.device()
     DeviceAsItIs,  // the same, also one that cannot be opened: session.attachedDevice().status
 };
+
+constexpr bool needsDevice(Needs needs) {
+    return needs == Needs::Device || needs == Needs::DeviceAsItIs;
+}
 
 struct Command {
     const char* name;

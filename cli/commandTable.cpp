@@ -77,6 +77,13 @@ constexpr Command kCommands[] = {
      nullptr,
      {"tavo-util neuron-id store", "tavo-util neuron-id store 050102030405"},
      declareNeuronIdStore},
+    {"completion",
+     "print the completion script of a shell",
+     Needs::Nothing,
+     nullptr,
+     {"tavo-util completion bash > ~/.local/share/bash-completion/completions/tavo-util",
+      "tavo-util completion fish > ~/.config/fish/completions/tavo-util.fish"},
+     declareCompletion},
 };
 
 constexpr Group kGroups[] = {

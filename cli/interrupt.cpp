@@ -21,7 +21,8 @@ void noteSignals() {
     action.sa_handler = note;
     action.sa_flags = SA_RESTART;  // USB and file calls must not see EINTR
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaction(number, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a closed pipe must not kill us while the Neuron is held in reset
+    // A closed pipe or a file-size limit must not kill us while the Neuron is held in reset.
+    for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
 
 bool isInterruptNoted() {

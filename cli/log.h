@@ -7,7 +7,7 @@
 
 namespace cli {
 
-enum class Detail { Step = 1, Transfer = 2 };
+enum class Detail { Step = 1, Transfer = 2, FileOnly = 100 };
 
 class Log {
 public:

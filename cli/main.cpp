@@ -5,6 +5,7 @@
 
 #include "cli/deviceChoice.h"
 #include "cli/session.h"
+#include "cli/several.h"
 #include "cli/simulated.h"
 #include "cli/usage.h"
 #include "platform/deviceIds.h"
@@ -23,58 +24,65 @@ void allowUsbIds(const std::vector<std::string>& ids) {
 void setUpOutput(const GlobalOptions& options) {
     console().setColor(options.color);
     log().setVerbosity(options.verbosity);
-    if (!options.logFile.empty()) log().open(options.logFile);
+    if (!options.logFile.empty() && !hasSerialMark(options.logFile)) log().open(options.logFile);
     progress().configure(options.asChild ? "json" : options.progress, options.quiet);
 }
 
-/// {serial} in the files that the command writes.
-void nameOutputs(const Session& session, const std::vector<std::string*>& outputs) {
-    const std::string mark = "{serial}";
+void replaceSerial(const Session& session, const Invocation& invocation) {
+    if (!needsDevice(session.command.needs)) return;
     const std::string serial = serialText(session.attachedDevice());
-    for (std::string* path : outputs) {
-        for (auto at = path->find(mark); at != std::string::npos; at = path->find(mark, at + serial.size())) {
-            path->replace(at, mark.size(), serial);
-        }
+    for (std::string* text : invocation.texts) *text = withSerial(*text, serial);
+    const std::string& logFile = invocation.options.logFile;
+    if (hasSerialMark(logFile)) log().open(withSerial(logFile, serial));
+}
+
+/// Ends the run in the one way that the failure says.
+template <typename Body>
+Exit guarded(Report& report, const Body& body) {
+    try {
+        return body();
+    } catch (const Failure& failure) {
+        progress().abandon();
+        report.failure(failure);
+        return failure.exit;
+    } catch (const Interrupted&) {
+        progress().abandon();
+        report.interrupted();
+        return Exit::Interrupted;
+    } catch (const std::exception& error) {
+        progress().abandon();
+        report.failure({Exit::Internal, std::string("internal error: ") + error.what(), "please report this", {}});
+        return Exit::Internal;
     }
 }
 
 Exit runCommand(Session& session, const Invocation& invocation, char** argv) {
-    try {
-        setUpOutput(invocation.options);
-        allowUsbIds(invocation.options.usbIds);
-        const auto& devices = invocation.options.devices;
-        if (devices.size() == 1 && session.command.needs != Needs::Nothing) {
-            const DeviceSpec spec = parseDeviceSpec(devices.front());
-            if (spec.kind == DeviceSpec::Kind::Simulated) startOnSimulatedInterface(spec.text, argv);
-        }
-        noteSignals();
-        session.prepare();
-        nameOutputs(session, invocation.outputs);
-        invocation.run(session);
-        progress().end();
-        return Exit::Done;
-    } catch (const Failure& failure) {
-        progress().abandon();
-        session.report.failure(failure);
-        return failure.exit;
-    } catch (const Interrupted&) {
-        progress().abandon();
-        session.report.interrupted();
-        return Exit::Interrupted;
-    } catch (const std::exception& error) {
-        progress().abandon();
-        session.report.failure(
-            {Exit::Internal, std::string("internal error: ") + error.what(), "please report this", {}});
-        return Exit::Internal;
+    const auto& devices = invocation.options.devices;
+    if (devices.size() == 1 && session.command.needs != Needs::Nothing) {
+        const DeviceSpec spec = parseDeviceSpec(devices.front());
+        if (spec.kind == DeviceSpec::Kind::Simulated) startOnSimulatedInterface(spec.text, argv);
     }
+    session.prepare();
+    replaceSerial(session, invocation);
+    invocation.run(session);
+    progress().end();
+    return session.exit;
 }
 
 int run(int argc, char** argv) {
     const Invocation invocation = readCommandLine(argc, argv);
     if (invocation.command == nullptr) return invocation.exitCode;
     Session session(invocation.options, *invocation.command);
-    const Exit exit = runCommand(session, invocation, argv);
-    return session.report.finish(exit);
+    std::optional<int> ofSeveral;
+    const Exit exit = guarded(session.report, [&] {
+        setUpOutput(invocation.options);
+        allowUsbIds(invocation.options.usbIds);
+        noteSignals();
+        if (!wantsSeveral(invocation)) return runCommand(session, invocation, argv);
+        ofSeveral = runSeveral(invocation, argc, argv);
+        return Exit::Done;
+    });
+    return ofSeveral ? *ofSeveral : session.report.finish(exit);
 }
 
 }  // namespace

@@ -20,7 +20,8 @@ struct GlobalOptions {
     bool dryRun = false;
     std::optional<int> waitSeconds;
     std::vector<std::string> usbIds;
-    bool asChild = false;  ///< one of several devices: a parent process reads our JSON and events
+    std::string childSpec;  ///< set by a parent process: the one of several devices that is ours
+    bool asChild = false;   ///< the parent reads our JSON and events
 };
 
 }  // namespace cli

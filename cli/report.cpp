@@ -30,7 +30,7 @@ void Report::configure(bool json, bool quiet) {
 }
 
 void Report::line(const std::string& text) {
-    log().write(Detail::Step, "result: " + text);
+    log().write(Detail::FileOnly, "result: " + text);
     if (keepLines_) lines_.push_back(text);
     if (json_) return;
     console().clearLive();
@@ -72,8 +72,9 @@ void Report::failure(const Failure& failure) {
 
 void Report::interrupted() {
     status_.reset();
-    const bool whole = flashState <= FlashState::Unchanged || flashState == FlashState::Programmed;
-    const char* hint = whole ? "" : "program the image again before the interface is used";
+    const char* hint = "program the image again before the interface is used";
+    if (flashState <= FlashState::Unchanged) hint = "repeat the command at any time";
+    if (flashState == FlashState::Programmed) hint = "the image is in place; nothing is left to do";
     tell("error", "interrupted; everything is released", hint);
     printError("interrupted; everything is released", state(), hint);
 }
@@ -88,7 +89,10 @@ Json Report::object(Exit exit) const {
                   {"messages", messages_},
                   {"exit_status", static_cast<int>(exit)}};
     if (command.empty()) whole["command"] = nullptr;
-    if (keepLines_) whole["lines"] = lines_;
+    if (keepLines_) {
+        whole["lines"] = lines_;
+        whole["state_text"] = state();
+    }
     return whole;
 }
 
@@ -102,7 +106,7 @@ int Report::finish(Exit exit) {
 }
 
 void printError(const std::string& text, const std::string& state, const std::string& hint) {
-    log().write(Detail::Step, "error: " + text + "; state: " + state + "; hint: " + hint);
+    log().write(Detail::FileOnly, "error: " + text + "; state: " + state + "; hint: " + hint);
     if (progress().emitsEvents()) {
         progress().event({{"event", "error"}, {"text", text}, {"state", state}, {"hint", hint}});
         return;

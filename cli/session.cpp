@@ -44,7 +44,7 @@ std::string Session::deviceName() const {
 
 void Session::prepare() {
     if (command.needs == Needs::List) attached_ = findDevices(options.devices);
-    if (command.needs != Needs::Device && command.needs != Needs::DeviceAsItIs) return;
+    if (!needsDevice(command.needs)) return;
     chooseDevice();
     lockDevice();
     if (command.asks != nullptr && !options.dryRun) confirm(std::string(command.asks) + " of " + deviceName() + "?");
@@ -89,7 +89,8 @@ void Session::call(Side side, const std::string& doing, const std::function<TAVO
 }
 
 void Session::confirm(const std::string& question) {
-    if (options.yes || options.asChild) return;
+    // A parent process has asked the question of the table, and no other.
+    if (options.yes || (options.asChild && command.asks != nullptr)) return;
     if (isatty(STDIN_FILENO) != 1) {
         throw Failure{Exit::NeedsConfirmation, "needs confirmation: " + question, "repeat the command with -y", {}};
     }

@@ -28,6 +28,7 @@ public:
     const GlobalOptions& options;
     const Command& command;
     Report report;
+    Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
     /// The chosen device (Needs::Device).
     DeviceInfo& device() { return device_.info; }

@@ -13,10 +13,12 @@
 namespace cli {
 
 void Arguments::required(const char* name, std::string& value, const char* help) {
+    texts_.push_back(&value);
     app_.add_option(name, value, help)->required()->type_name("");
 }
 
 void Arguments::optional(const char* name, std::string& value, const char* help) {
+    texts_.push_back(&value);
     app_.add_option(name, value, help)->type_name("");
 }
 
@@ -25,6 +27,7 @@ void Arguments::flag(const char* names, bool& value, const char* help) {
 }
 
 void Arguments::text(const char* names, const char* metavar, std::string& value, const char* help) {
+    texts_.push_back(&value);
     app_.add_option(names, value, help)->type_name(metavar);
 }
 
@@ -37,6 +40,7 @@ void Arguments::number(const char* names, const char* metavar, std::optional<int
 }
 
 void Arguments::word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help) {
+    choices_ = allowed;
     app_.add_option(name, value, help)->required()->check(CLI::IsMember(allowed))->type_name("");
 }
 
@@ -113,7 +117,7 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
                    "(or TAVO_DEVICE)")
         ->type_name("SPEC")
         ->allow_extra_args(false);
-    app.add_flag("--all", options.all, "work on every attached interface");
+    app.add_flag("--all", options.all, "work on every attached interface")->excludes("-d");
     // A flag with an optional value: "--wait program" must not take the command for its value.
     app.add_flag_function(
            "--wait{60}", [&options](std::int64_t seconds) { options.waitSeconds = static_cast<int>(seconds); },
@@ -122,7 +126,8 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
     app.add_option("--usb-id", options.usbIds, "accept interfaces with other USB IDs")
         ->type_name("VVVV:PPPP")
         ->allow_extra_args(false);
-    app.add_flag("--as-child", options.asChild)->group("");
+    // Given by a parent process of ours only, see several.cpp.
+    app.add_option("--as-child", options.childSpec)->group("");
 }
 
 void addOutputOptions(CLI::App& app, GlobalOptions& options) {
@@ -148,6 +153,8 @@ struct CommandLine {
         const Command* command;
         CLI::App* app;
         Run run;
+        std::vector<std::string> choices;
+        std::vector<std::string*> texts;
         std::vector<std::string*> outputs;
     };
     std::vector<Entry> entries;
@@ -160,7 +167,7 @@ struct CommandLine {
 CommandLine::CommandLine() {
     app.formatter(std::make_shared<HelpText>());
     app.set_help_flag("-h,--help", "this text; 'tavo-util COMMAND --help' tells about one command");
-    app.set_version_flag("-V,--version", "tavo-util " TAVO_VERSION);
+    app.set_version_flag("-V,--version", "tavo-util " TAVO_VERSION, "the version");
     app.require_subcommand(1);
     addDeviceOptions(app, invocation.options);
     addOutputOptions(app, invocation.options);
@@ -190,7 +197,7 @@ void CommandLine::add(const Command& command) {
                 "\n\nGlobal options and exit codes: tavo-util --help");
     Arguments arguments(*sub);
     Run run = command.declare(arguments);
-    entries.push_back({&command, sub, std::move(run), arguments.outputs()});
+    entries.push_back({&command, sub, std::move(run), arguments.choices(), arguments.texts(), arguments.outputs()});
 }
 
 void checkUsbIds(const std::vector<std::string>& ids) {
@@ -217,7 +224,34 @@ void takeEnvironment(GlobalOptions& options) {
     if (options.devices.empty() && !options.all && device != nullptr && *device != '\0') options.devices = {device};
 }
 
+/// A parent process has chosen the device and asked what there is to ask.
+void takeParent(GlobalOptions& options) {
+    if (options.childSpec.empty()) return;
+    options.asChild = true;
+    options.all = false;
+    options.devices = {options.childSpec};
+}
+
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options()) {
+        for (const auto& name : option->get_lnames()) names.push_back("--" + name);
+        for (const auto& name : option->get_snames()) names.push_back("-" + name);
+    }
+    std::erase(names, "--as-child");
+    return names;
+}
+
 }  // namespace
+
+std::vector<CommandWords> commandWords() {
+    const CommandLine line;
+    std::vector<CommandWords> words{{"", "", optionNames(line.app), {}}};
+    for (const auto& entry : line.entries) {
+        words.push_back({entry.command->name, entry.command->summary, optionNames(*entry.app), entry.choices});
+    }
+    return words;
+}
 
 Invocation readCommandLine(int argc, char** argv) {
     // Lives as long as the process: the commands' functions refer to their arguments in it.
@@ -234,10 +268,12 @@ Invocation readCommandLine(int argc, char** argv) {
         return invocation;
     }
     takeEnvironment(invocation.options);
+    takeParent(invocation.options);
     for (const auto& entry : line.entries) {
         if (!entry.app->parsed()) continue;
         invocation.command = entry.command;
         invocation.run = entry.run;
+        invocation.texts = entry.texts;
         invocation.outputs = entry.outputs;
     }
     return invocation;

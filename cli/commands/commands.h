@@ -9,6 +9,7 @@ Run declareList(Arguments& arguments);
 Run declareCheck(Arguments& arguments);
 Run declareProgram(Arguments& arguments);
 Run declareErase(Arguments& arguments);
+Run declareCompletion(Arguments& arguments);
 Run declareDoctor(Arguments& arguments);
 Run declareRecover(Arguments& arguments);
 Run declareConfigRead(Arguments& arguments);
