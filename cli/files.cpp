@@ -101,11 +101,12 @@ std::string PrivateFile::path() const {
     return "/proc/self/fd/" + std::to_string(file_.get());
 }
 
-NewFile::NewFile(const std::string& path, bool replace) : path_(path), replace_(replace) {
+NewFile::NewFile(const std::string& path, bool replace, const std::string& hintIfThere)
+    : path_(path), replace_(replace) {
     struct stat facts {};
     if (stat(path.c_str(), &facts) == 0) {
         if (S_ISDIR(facts.st_mode)) throw fileFailure("write " + path, EISDIR, "name a file inside the folder");
-        if (!replace) throw fileFailure("write " + path, EEXIST, "choose another name, or replace it with --force");
+        if (!replace) throw fileFailure("write " + path, EEXIST, hintIfThere);
     }
     temporary_ = path + ".part-XXXXXX";
     file_ = Descriptor(mkostemp(temporary_.data(), O_CLOEXEC));

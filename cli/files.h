@@ -48,7 +48,8 @@ private:
 class NewFile {
 public:
     /// Throws Failure: the folder is missing or may not be written, or path exists and may not be replaced.
-    NewFile(const std::string& path, bool replace);
+    NewFile(const std::string& path, bool replace,
+            const std::string& hintIfThere = "choose another name, or replace it with --force");
     ~NewFile();  ///< takes an unfinished file away
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;

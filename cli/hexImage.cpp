@@ -49,6 +49,7 @@ private:
     const HexLimits& limits_;
     std::uint64_t textBytes_;
     bool text_ = true;
+    bool addressesKnown_ = true;  // until a record that may have moved them is not taken
     std::uint16_t upper_ = 0;
     std::uint64_t endLine_ = 0;
     std::uint64_t firstReturn_ = 0;
@@ -118,13 +119,14 @@ void Checker::apply(const Line& line, const HexRecord& record) {
             endLine_ = line.number;
             return;
         default:
+            addressesKnown_ = addressesKnown_ && record.type != RecordType::ExtendedSegment;
             fault(line.number, "record type " + hexByte(static_cast<unsigned>(record.type)) + " is not taken",
                   kConvert);
     }
 }
 
 void Checker::place(const Line& line, const HexRecord& record) {
-    if (record.length == 0) return;
+    if (record.length == 0 || !addressesKnown_) return;
     const std::uint64_t first = static_cast<std::uint64_t>(upper_) << 16 | record.offset;
     const std::uint64_t last = first + record.length - 1;
     if (last < limits_.flashSize) {

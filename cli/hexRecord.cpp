@@ -91,4 +91,28 @@ std::string parseRecord(std::string_view line, HexRecord& record) {
     return checkType(record);
 }
 
+std::string formatRecord(const HexRecord& record) {
+    std::string text = ":";
+    unsigned sum = 0;
+    const auto add = [&](unsigned byte) {
+        sum += byte;
+        text += hexByte(byte);
+    };
+    add(record.length);
+    add(record.offset >> 8);
+    add(record.offset & 0xFF);
+    add(static_cast<unsigned>(record.type));
+    for (std::size_t i = 0; i < record.length; ++i) add(record.data[i]);
+    return text + hexByte(0U - sum);
+}
+
+std::string formatAddressRecord(std::uint16_t upper) {
+    HexRecord record;
+    record.length = 2;
+    record.type = RecordType::ExtendedLinear;
+    record.data[0] = static_cast<std::uint8_t>(upper >> 8);
+    record.data[1] = static_cast<std::uint8_t>(upper & 0xFF);
+    return formatRecord(record);
+}
+
 }  // namespace cli

@@ -34,4 +34,9 @@ inline constexpr std::size_t kLongestRecord = 1 + 2 * (5 + 255);
 /// @return empty, or what is wrong with the line.
 std::string parseRecord(std::string_view line, HexRecord& record);
 
+/// The record's text in upper case, without a line end.
+std::string formatRecord(const HexRecord& record);
+/// The extended linear address record of that upper half.
+std::string formatAddressRecord(std::uint16_t upper);
+
 }  // namespace cli

@@ -4,7 +4,8 @@
 
 #include "cli/commands/commands.h"
 #include "cli/flashAccess.h"
-#include "cli/hexImage.h"
+#include "cli/flashRead.h"
+#include "cli/hexConvert.h"
 #include "cli/session.h"
 #include "tavo/flash.h"
 
@@ -13,33 +14,38 @@ namespace {
 
 struct Options {
     std::string file;
+    bool convert = false;
+    bool ifDifferent = false;
+    std::string backup;
 };
 
 constexpr const char* kProgramAgain = "program the image again before the interface is used";
+
+constexpr const char* kOtherName = "choose another name: a backup is never overwritten";
 
 // A page program with its verification on a 900 kHz SPI bus, and the library's fixed waits.
 constexpr double kSecondsPerPage = 0.0066;
 constexpr double kFixedSeconds = 1.7;
 
-HexFile checkFile(const std::string& path, const PrivateFile& copy) {
+/// Checks the file and leaves in copy the text that was checked: that, and nothing that somebody
+/// writes into the file afterwards, is what gets programmed.
+HexFile checkFile(Session& session, const Options& options, const PrivateFile& copy) {
     progress().begin("check");
-    HexFile file = readHexFile(path, {}, &copy);
-    if (!file.isGood()) throw refusal(path, file);
+    if (options.convert) {
+        const auto changes = convertHex(options.file, copy.descriptor(), "the temporary file");
+        session.report.result["changed"] = changes;
+        for (const auto& change : changes) session.report.note("converted: " + change);
+    }
+    HexFile file = options.convert ? readHexFile(copy.path(), {}, nullptr) : readHexFile(options.file, {}, &copy);
+    if (!file.isGood()) throw refusal(options.file, file);
     progress().end(countText(file.touchedPages(), "page"));
     return file;
-}
-
-/// The size is known only now; the copy is read again to name the line.
-void checkAgainstChip(const std::string& path, const HexFile& file, const PrivateFile& copy, const FlashChip& chip) {
-    if (file.image.ranges().back().last < chip.size) return;
-    const HexFile again = readHexFile(copy.path(), {std::min(chip.size, kAddressable)}, nullptr);
-    throw refusal(path, again);
 }
 
 void tellPlan(Session& session, const HexFile& file) {
     Report& report = session.report;
     const double seconds = kFixedSeconds + kSecondsPerPage * file.image.pagesWithData();
-    report.result["planned"] = {"erase", "program", "verify"};
+    report.result["planned"] = Json::array({"erase", "program", "verify"});
     report.result["pages_written"] = 0;
     report.result["pages_planned"] = file.image.pagesWithData();
     report.result["pages_blank"] = file.image.blankPages();
@@ -102,23 +108,60 @@ void programImage(Session& session, const HexFile& file, const PrivateFile& copy
     progress().end("every page was read back and compared right after it was programmed");
 }
 
+/// @return true when the chip holds just what programming would leave in it.
+bool isUpToDate(const HexFile& file, const Image& chipImage, const FlashChip& chip) {
+    return compare(file.image, chipImage, chip.size, true).equal();
+}
+
+/// What is in the chip now, as far as the options want to know: read once for both of them.
+/// @return false when the image is there already.
+bool lookBefore(Session& session, const Options& options, const HexFile& file, const FlashChip& chip, NewFile* backup) {
+    if (backup == nullptr && !options.ifDifferent) return true;
+    requireAddressable(chip);
+    const Image before = backup == nullptr ? readChip(session, chip)
+                                           : dumpChip(session, chip, "backup", backup->descriptor(),
+                                                      backup->temporaryPath(), options.backup);
+    if (options.ifDifferent && isUpToDate(file, before, chip)) return false;
+    if (backup == nullptr) return true;
+    backup->commit();
+    session.report.result["backup"] = options.backup;
+    session.report.note("backup: " + sizeText(chip.size) + " in " + options.backup + ", sha256 " +
+                        sha256Of(before, chip.size));
+    return true;
+}
+
+void tellDone(Session& session, const HexFile& file, double seconds) {
+    Report& report = session.report;
+    const auto pages = file.image.pagesWithData();
+    const auto blank = file.image.blankPages();
+    report.result["pages_written"] = pages;
+    report.result["pages_blank"] = blank;
+    report.result["seconds"] = seconds;
+    report.note("done: " + countText(pages, "page") + " in " + secondsText(seconds) +
+                (blank > 0 ? ", " + countText(blank, "blank page") + " left erased" : ""));
+}
+
+void tellUpToDate(Session& session) {
+    session.report.result["pages_written"] = 0;
+    session.report.result["up_to_date"] = true;
+    session.report.note("already up to date: nothing erased, nothing written");
+}
+
 void program(Session& session, const Options& options) {
     const PrivateFile copy;
-    const HexFile file = checkFile(options.file, copy);
+    const HexFile file = checkFile(session, options, copy);
     if (session.options.dryRun) return tellPlan(session, file);
-    const FlashChip chip = inspectFlash(session);
-    checkAgainstChip(options.file, file, copy, chip);
-    Report& report = session.report;
-    report.result["sha256"] = file.sha256;
-    report.result["backup"] = nullptr;
+    // Before the device is touched: a backup that cannot be written must not cost the Neuron a restart.
+    std::unique_ptr<NewFile> backup;
+    if (!options.backup.empty()) backup = std::make_unique<NewFile>(options.backup, false, kOtherName);
+    session.report.result["sha256"] = file.sha256;
+    session.report.result["backup"] = nullptr;
     const Stopwatch watch;
+    const FlashChip chip = inspectFlash(session);
+    requireFits(options.file, file, copy, chip);
+    if (!lookBefore(session, options, file, chip, backup.get())) return tellUpToDate(session);
     programImage(session, file, copy, chip);
-    report.result["pages_written"] = file.image.pagesWithData();
-    report.result["pages_blank"] = file.image.blankPages();
-    report.result["seconds"] = watch.seconds();
-    std::string text = "done: " + countText(file.image.pagesWithData(), "page") + " in " + secondsText(watch.seconds());
-    if (file.image.blankPages() > 0) text += ", " + countText(file.image.blankPages(), "blank page") + " left erased";
-    report.note(text);
+    tellDone(session, file, watch.seconds());
 }
 
 }  // namespace
@@ -126,6 +169,12 @@ void program(Session& session, const Options& options) {
 Run declareProgram(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("FILE", options->file, "the Intel HEX file");
+    arguments.flag("--if-different", options->ifDifferent,
+                   "read the flash first; leave it alone if it holds just this image");
+    arguments.text("--backup", "OUT", options->backup,
+                   "save the whole flash in OUT before the erase; {serial} is replaced");
+    arguments.isOutput(options->backup);
+    arguments.flag("--convert", options->convert, "convert the file on the way, as the command convert does");
     return [options](Session& session) { program(session, *options); };
 }
 

@@ -1,0 +1,128 @@
+#include <algorithm>
+#include <cstdio>
+
+#include "cli/commands/commands.h"
+#include "cli/deviceChoice.h"
+#include "cli/flashAccess.h"
+#include "cli/session.h"
+#include "tavo/cyboot.h"
+#include "tavo/neuron.h"
+
+namespace cli {
+namespace {
+
+/// One row for people and one entry for programs; an absent item is null and tells why.
+class Items {
+public:
+    explicit Items(Report& report) : report_(report) {}
+
+    void add(const char* name, const std::string& label, const Json& value, const std::string& text) {
+        report_.result[name] = value;
+        report_.line(label + std::string(std::max<std::size_t>(label.size(), 13) - label.size() + 1, ' ') + text);
+    }
+    void absent(const char* name, const std::string& label, const std::string& why) {
+        add(name, label, nullptr, "- (" + why + ")");
+    }
+
+private:
+    Report& report_;
+};
+
+std::string hexText(const unsigned char* bytes, std::size_t size) {
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        text += digits;
+    }
+    return text;
+}
+
+const char* nodeStateText(unsigned char state) {
+    switch (state) {
+        case 0x02:
+            return "unconfigured";
+        case 0x04:
+            return "configured";
+        case 0x06:
+            return "hard offline";
+        default:
+            return "unknown";
+    }
+}
+
+void addBridge(Session& session, Items& items) {
+    const platform::AttachedDevice& device = session.attachedDevice();
+    const std::string serial = serialText(device);
+    serial.empty() ? items.absent("serial", "serial", "none") : items.add("serial", "serial", serial, serial);
+    items.add("path", "path", device.info.portPath, device.info.portPath);
+    const char* role = device.scb0IsSpi ? "spi" : "i2c";
+    device.scb0Found ? items.add("scb0", "SCB0", role, role) : items.absent("scb0", "SCB0", "no SPI or I2C interface");
+}
+
+void addSiliconId(Session& session, Items& items) {
+    UINT32 id = 0;
+    const TAVO_STATUS status = session.tryCall("read the silicon ID", [&] {
+        const CyHandle config(session.device().configDeviceNumber, session.device().configInterfaceNumber);
+        if (config.openStatus != CY_SUCCESS) return cypressToTavo(config.openStatus);
+        return cypressToTavo(CyGetSiliconID(config.handle, &id));
+    });
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%08X", id);
+    status == TAVO_SUCCESS ? items.add("silicon_id", "silicon ID", id, text)
+                           : items.absent("silicon_id", "silicon ID", tavoStatusString(status));
+}
+
+void addNeuron(Session& session, Items& items) {
+    NeuronId id;
+    auto status = session.tryCall("read the Neuron ID", [&] { return readNeuronId(session.device(), id); });
+    const std::string text = neuronIdText(id);
+    status == TAVO_SUCCESS ? items.add("neuron_id", "Neuron ID", text, text)
+                           : items.absent("neuron_id", "Neuron ID", tavoStatusString(status));
+    unsigned char program[8] = {};
+    if (status == TAVO_SUCCESS) {
+        status = session.tryCall("read the program ID", [&] { return readProgramId(session.device(), program); });
+    }
+    const std::string programText = hexText(program, sizeof program);
+    status == TAVO_SUCCESS ? items.add("program_id", "program ID", programText, programText)
+                           : items.absent("program_id", "program ID", tavoStatusString(status));
+    NeuronState state{};
+    if (status == TAVO_SUCCESS) {
+        status = session.tryCall("read the node state", [&] { return readState(session.device(), state); });
+    }
+    status == TAVO_SUCCESS
+        ? items.add("node_state", "node state", nodeStateText(state.nodeState), nodeStateText(state.nodeState))
+        : items.absent("node_state", "node state", tavoStatusString(status));
+}
+
+/// Last: the look at the chip restarts the Neuron.
+void addFlash(Session& session, Items& items) {
+    try {
+        const FlashChip chip = inspectFlash(session);
+        const std::string maker = makerName(chip.maker);
+        session.report.result["flash_maker"] = maker.empty() ? Json(nullptr) : Json(maker);
+        session.report.result["flash_id"] =
+            hexText(&chip.maker, 1) + hexText(&chip.memoryType, 1) + hexText(&chip.capacityCode, 1);
+        items.add("flash_size", "flash", chip.size, chipText(chip));
+    } catch (const Failure& failure) {
+        session.report.result["flash_maker"] = nullptr;
+        session.report.result["flash_id"] = nullptr;
+        items.absent("flash_size", "flash", failure.text);
+    }
+}
+
+void info(Session& session) {
+    Items items(session.report);
+    addBridge(session, items);
+    addSiliconId(session, items);
+    addNeuron(session, items);
+    addFlash(session, items);
+}
+
+}  // namespace
+
+Run declareInfo(Arguments&) {
+    return info;
+}
+
+}  // namespace cli

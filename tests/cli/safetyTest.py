@@ -1,0 +1,283 @@
+"""Commands that keep an image safe: dump, verify, blank-check, backup, convert; several devices."""
+
+import hashlib
+import os
+import resource
+import shutil
+import signal
+import subprocess
+import unittest
+
+from tool import END, MIB, TOOL, ToolTest, image, noise, record
+
+try:
+    import intelhex
+except ImportError:  # the other tools' reading of a dump is then not tested
+    intelhex = None
+
+
+class Dump(ToolTest):
+    def test_the_file_holds_the_chip_for_everyones_tools(self):
+        for size, content in (("64K", noise(65536)), ("1M", b"\xff" * MIB), ("1M", noise(300) + b"\xff" * 70000 + b"x")):
+            with self.subTest(size=size, content=len(content)):
+                shutil.rmtree(self.board, ignore_errors=True)
+                self.run_tool("list", sim=["size=" + size])
+                self.fill_flash(content)
+                told = self.run_tool("--json", "dump", "-f", self.path("dump.hex")).json
+                chip = self.flash()
+                self.assertEqual(told["result"]["sha256"], hashlib.sha256(chip).hexdigest())
+                self.assertEqual(told["result"]["bytes"], len(chip))
+                if intelhex:
+                    self.assertEqual(intelhex.IntelHex(self.path("dump.hex")).tobinstr(), chip)
+
+    def test_what_the_library_prints_stays_out_of_the_output(self):
+        result = self.run_tool("dump", self.path("dump.hex"), "--log", self.path("log"))
+        self.assertNotIn("FlashSize", result.out + result.err)
+        self.assertIn(b"library: FlashSize: 1048576 Bytes", self.read("log"))
+
+    def test_an_existing_file_or_folder_is_left_alone(self):
+        self.write("there.hex", ["mine"])
+        os.mkdir(self.path("folder"))
+        for target, hint in (("there.hex", "--force"), ("folder", "inside the folder"), ("missing/x.hex", "path")):
+            with self.subTest(target):
+                result = self.run_tool("dump", self.path(target))
+                self.assertExit(result, 8)
+                self.assertErrorForm(result, "device not touched")
+                self.assertIn(hint, result.err)
+        self.assertEqual(self.read("there.hex"), b"mine\n")
+        self.assertExit(self.run_tool("dump", "--force", self.path("there.hex")), 0)
+        self.assertGreater(len(self.read("there.hex")), 2 * MIB)
+
+    def whats_there(self):
+        return sorted(set(os.listdir(self.folder)) - {"board"})
+
+    def test_a_disk_that_fills_leaves_no_file_and_is_told_from_a_bad_device(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (MIB, MIB))
+        self.run_tool("list")
+        full = self.run_tool("dump", self.path("dump.hex"), preexec_fn=limit)
+        self.assertExit(full, 8)
+        self.assertIn("File too large", full.err)
+        broken = self.run_tool("dump", self.path("dump.hex"), sim=["fault=CySpiReadWrite@900:12"])
+        self.assertExit(broken, 10)
+        self.assertErrorForm(broken, "flash contents unchanged", "TAVO_REQUEST_FAILED 13")
+        self.assertEqual(self.whats_there(), [])
+
+    def test_ctrl_c_leaves_no_file_and_the_device_free(self):
+        with self.start_tool("dump", self.path("dump.hex"), sim=["busy=3"]) as process:
+            result = self.interrupt_when(process, "dump: 10 %")
+        self.assertExit(result, 130)
+        self.assertErrorForm(result, "flash contents unchanged")
+        self.assertEqual(self.whats_there(), [])
+        self.assertExit(self.run_tool("dump", self.path("dump.hex")), 0)
+
+    def test_a_chip_whose_size_cannot_be_right_is_not_dumped(self):
+        for code, text in ((31, "2048 MiB"), (32, "cannot tell the flash size by the ID")):
+            with self.subTest(code):
+                result = self.run_tool("dump", self.path("dump.hex"), sim=[f"jedec={code}"])
+                self.assertExit(result, 10)
+                self.assertIn(text, result.err)
+        self.assertExit(self.run_tool("dump", self.path("dump.hex"), sim=["jedec=0"]), 0)
+        self.assertEqual(self.read("dump.hex"), b":01000000FF00\n:00000001FF\n")
+
+
+class Verify(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.fill_flash(noise(3000))
+
+    def test_equal_and_different_contents(self):
+        self.assertEqual(self.run_tool("verify", self.write("same.hex", image((256, noise(3000)[256:])))).out, "equal\n")
+        spoiled = bytearray(noise(3000))
+        spoiled[0x100] ^= 1
+        spoiled[0x101] ^= 1
+        spoiled[0x9FF] ^= 1
+        result = self.run_tool("verify", self.write("other.hex", image((0, spoiled))))
+        self.assertExit(result, 9)
+        first = f"0x000100: file {spoiled[0x100]:02X}, flash {spoiled[0x100] ^ 1:02X} (2 pages)"
+        self.assertTrue(result.out.startswith("differs at " + first), result.out)
+        told = self.run_tool("--json", "verify", self.path("other.hex")).json
+        self.assertEqual((told["exit_status"], told["result"]["equal"], told["result"]["bytes_different"]), (9, False, 3))
+        self.assertEqual([(d["first"], d["last"], d["bytes"]) for d in told["result"]["differences"]],
+                         [(0x100, 0x101, 2), (0x9FF, 0x9FF, 1)])
+
+    def test_the_rest_is_looked_at_on_request(self):
+        path = self.write("part.hex", image((0, noise(3000)[:100])))
+        self.assertExit(self.run_tool("verify", path), 0)
+        result = self.run_tool("verify", "--rest-blank", path)
+        self.assertExit(result, 9)
+        self.assertIn("differs at 0x000064: not in the file, flash", result.out)
+
+    def test_blank_check_finds_the_first_byte(self):
+        told = self.run_tool("--json", "blank-check").json
+        self.assertEqual((told["exit_status"], told["result"]), (9, {"blank": False, "first": 0, "pages": 12}))
+        self.run_tool("erase", "-y")
+        self.assertExit(self.run_tool("blank-check"), 0)
+
+
+class Info(ToolTest):
+    def test_everything_is_told_and_nothing_needs_to_be_there(self):
+        told = self.run_tool("--json", "info").json["result"]
+        self.assertEqual((told["flash_maker"], told["flash_size"], told["scb0"]), ("Winbond", MIB, "spi"))
+        self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", "configured"))
+        less = self.run_tool("--json", "info", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
+                                                    "fault=libusb_control_transfer@1+:-9"]).json
+        self.assertEqual(less["exit_status"], 0)
+        self.assertEqual([less["result"][name] for name in ("neuron_id", "flash_size", "silicon_id")], [None] * 3)
+
+
+class ProgramSafely(ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.fill_flash(noise(5000, seed=3))
+        self.before = self.flash()
+        self.image = self.write("image.hex", image((0x20, noise(700))))
+
+    def test_the_backup_is_whole_before_the_erase(self):
+        told = self.run_tool("--json", "program", self.image, "--backup", self.path("backup-{serial}.hex")).json
+        self.assertEqual(told["result"]["backup"], self.path("backup-00001234.hex"))
+        self.assertExit(self.run_tool("program", self.path("backup-00001234.hex")), 0)
+        self.assertEqual(self.flash(), self.before)
+
+    def test_without_a_backup_there_is_no_erase(self):
+        self.write("there.hex", ["mine"])
+        for target, sim, code in (("there.hex", [], 8), ("missing/b.hex", [], 8),
+                                  ("b.hex", ["fault=CySpiReadWrite@300+:6"], 10)):
+            with self.subTest(target):
+                result = self.run_tool("program", self.image, "--backup", self.path(target), sim=sim)
+                self.assertExit(result, code)
+                self.assertEqual(self.flash(), self.before)
+        self.assertEqual(self.read("there.hex"), b"mine\n")
+
+    def test_an_image_that_is_there_already_is_not_programmed_again(self):
+        first = self.run_tool("--json", "program", "--if-different", self.image).json
+        self.assertEqual(first["result"]["pages_written"], 3)
+        again = self.run_tool("--json", "program", "--if-different", self.image, "--backup", self.path("b.hex")).json
+        self.assertEqual((again["result"]["up_to_date"], again["flash_state"]), (True, "unchanged"))
+        self.assertFalse(os.path.exists(self.path("b.hex")))
+
+    def test_program_dump_program_is_a_fixed_point(self):
+        pieces = [(0x1F, noise(2)), (0xFFF8, noise(16)), (0x20000, noise(700)), (0x30055, b"\x00"), (0x30057, b"\x01")]
+        self.assertExit(self.run_tool("program", self.write("many.hex", image(*pieces, width=7))), 0)
+        chip = self.flash()
+        self.run_tool("dump", self.path("dump.hex"))
+        self.run_tool("erase", "-y")
+        self.assertExit(self.run_tool("program", self.path("dump.hex")), 0)
+        self.assertEqual(self.flash(), chip)
+
+    def test_what_was_checked_is_what_is_programmed(self):
+        path = self.write("image.hex", image((0, noise(60000))))
+        with self.start_tool("program", path) as process:
+            self.wait_for(process, "check: done")
+            self.write("image.hex", ["nonsense"])
+            process.communicate()
+        self.assertEqual(process.returncode, 0)
+        self.assertEqual(self.flash()[:60000], noise(60000))
+
+
+class Convert(ToolTest):
+    def convert(self, lines, end="\n"):
+        return self.run_tool("--json", "convert", "-f", self.write("in.hex", lines, end), self.path("out.hex"), device=False)
+
+    def test_what_toolchains_write_becomes_what_program_takes(self):
+        high = record(4, 0, [0, 2])
+        cases = [
+            ("line ends", image((0, b"abc")), "\r\n", image((0, b"abc")), 1),
+            ("lower case", [line.lower() for line in image((0, b"\xab"))], "\n", image((0, b"\xab")), 1),
+            ("blank lines", [record(0, 0, b"a"), "", END, " "], "\n", [record(0, 0, b"a"), END], 1),
+            ("start records", [record(3, 0, [0] * 4), record(0, 0, b"a"), record(5, 0, [0] * 4), END], "\n",
+             [record(0, 0, b"a"), END], 1),
+            ("segment", [record(2, 0, [0x10, 0x01]), record(0, 0xFFEF, b"ab"), END], "\n",
+             [record(4, 0, [0, 1]), record(0, 0xFFFF, b"a"), high, record(0, 0, b"b"), END], 2),
+            ("wrap in the segment", [record(2, 0, [0x10, 0]), record(0, 0xFFFF, b"ab"), END], "\n",
+             [record(4, 0, [0, 1]), record(0, 0xFFFF, b"a"), record(0, 0, b"b"), END], 2),
+            ("back to linear", [record(2, 0, [0x20, 0]), record(0, 0, b"a"), record(4, 0, [0, 0]), record(0, 0, b"b"), END],
+             "\n", [high, record(0, 0, b"a"), record(4, 0, [0, 0]), record(0, 0, b"b"), END], 1),
+            ("nothing", image((0xFFF0, noise(300))), "\n", image((0xFFF0, noise(300))), 0),
+        ]
+        for name, lines, end, wanted, changes in cases:
+            with self.subTest(name):
+                result = self.convert(lines, end)
+                self.assertExit(result, 0)
+                self.assertEqual(self.read("out.hex").decode().splitlines(), wanted)
+                self.assertEqual(len(result.json["result"]["changed"]), changes)
+                self.assertExit(self.run_tool("check", self.path("out.hex"), device=False), 0)
+
+    def test_what_is_not_valid_is_refused_and_nothing_written(self):
+        good = image((0, b"abc"))
+        for name, lines in (("start code", ["x" + good[0][1:], END]), ("checksum", [good[0][:-2] + "00", END]),
+                            ("length", [good[0][:-2], END]), ("no end", good[:-1]), ("after the end", [END, *good]),
+                            ("overlap", [good[0], record(0, 0, b"xyz"), END])):
+            with self.subTest(name):
+                self.assertExit(self.convert(lines), 7)
+                self.assertEqual(os.listdir(self.folder), ["in.hex"])
+
+    @unittest.skipUnless(shutil.which("objcopy") and shutil.which("srec_cat"), "needs objcopy and srec_cat")
+    def test_what_other_tools_write_is_programmed_on_the_way(self):
+        with open(self.path("image.bin"), "wb") as file:
+            file.write(noise(150000))
+        for command in (["objcopy", "-I", "binary", "-O", "ihex", "image.bin", "image.hex"],
+                        ["srec_cat", "image.bin", "-Binary", "-o", "image.hex", "-Intel", "-address-length=3"]):
+            with self.subTest(command[0]):
+                subprocess.run(command, cwd=self.folder, check=True)
+                self.assertExit(self.run_tool("program", self.path("image.hex")), 7)
+                self.assertExit(self.run_tool("program", "--convert", self.path("image.hex")), 0)
+                self.assertEqual(self.flash()[:150000], noise(150000))
+
+
+class SeveralDevices(ToolTest):
+    def both(self, *args, faults="", env=None):
+        devices = ["-d", f"sim:{self.path('one')},pace=fast", "-d", f"sim:{self.path('two')},pace=fast{faults}"]
+        return self.run_tool(*devices, *args, device=False, env=env)
+
+    def test_each_gets_its_result_and_the_worst_exit_code_counts(self):
+        path = self.write("image.hex", image((0, noise(3000))))
+        result = self.both("program", path, "--json", faults=",fault=CySpiReadWrite@3:6")
+        self.assertExit(result, 11)
+        told = result.json
+        self.assertEqual([device["exit_status"] for device in told["devices"]], [0, 11])
+        self.assertEqual([device["flash_state"] for device in told["devices"]], ["programmed", "uncertain"])
+        self.assertEqual(self.read("one/flash.bin")[:3000], noise(3000))
+
+    def test_people_get_a_row_a_device(self):
+        result = self.both("-y", "erase")
+        self.assertExit(result, 0)
+        self.assertEqual([line.split(": ")[1].split()[0] for line in result.out.splitlines()], ["erased", "erased"])
+        self.assertIn("two,pace=fast: erase: done", result.err)
+
+    def test_they_never_write_to_one_path(self):
+        for name in ("dump.hex", "dump-{serial}.hex"):  # both boards have the same serial number
+            with self.subTest(name):
+                self.assertExit(self.both("dump", self.path(name)), 2)
+        self.assertEqual([name for name in os.listdir(self.folder) if "dump" in name], [])
+
+    def test_they_are_asked_for_together_and_named_once(self):
+        self.assertExit(self.both("erase"), 13)
+        self.assertExit(self.run_tool(*self.device(), *self.device(), "erase", "-y", device=False), 2)
+
+    def test_ctrl_c_reaches_all_of_them(self):
+        path = self.write("image.hex", image((0, noise(MIB // 2))))
+        devices = ["-d", f"sim:{self.path('one')},pace=fast", "-d", f"sim:{self.path('two')},pace=fast"]
+        process = subprocess.Popen([TOOL, *devices, "program", path, "--json"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=self.environment(), cwd=self.folder)
+        with process:
+            result = self.interrupt_when(process, "program: 10 %", signal.SIGTERM)
+        self.assertExit(result, 130)
+        self.assertEqual([device["flash_state"] for device in result.json["devices"]], ["incomplete"] * 2)
+
+
+class Completion(ToolTest):
+    @unittest.skipUnless(shutil.which("bash"), "needs bash")
+    def test_bash_completes_commands_options_and_words(self):
+        self.write("completion", self.run_tool("completion", "bash", device=False).out.encode())
+        for words, wanted in ((["pr"], "program"), (["-y", "er"], "erase"), (["program", "--back"], "--backup"),
+                              (["completion", "f"], "fish"), (["--progress", "p"], "plain")):
+            with self.subTest(words):
+                script = ('. ./completion; COMP_WORDS=(tavo-util "$@"); COMP_CWORD=$#; _tavo_util; echo "${COMPREPLY[@]}"')
+                done = subprocess.run(["bash", "-c", script, "bash", *words], cwd=self.folder, capture_output=True,
+                                      text=True, check=True)
+                self.assertIn(wanted, done.stdout.split())
+
+
+if __name__ == "__main__":
+    unittest.main()
