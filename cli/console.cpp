@@ -10,18 +10,21 @@
 namespace cli {
 namespace {
 
+bool isCapableTerminal() {
+    const char* term = std::getenv("TERM");
+    return isatty(STDERR_FILENO) == 1 && term != nullptr && std::strcmp(term, "dumb") != 0;
+}
+
 bool colorByDefault(bool terminal) {
     const char* noColor = std::getenv("NO_COLOR");  // https://no-color.org: present and not empty
-    const char* term = std::getenv("TERM");
-    if (noColor != nullptr && *noColor != '\0') return false;
-    return terminal && term != nullptr && std::strcmp(term, "dumb") != 0;
+    return terminal && (noColor == nullptr || *noColor == '\0');
 }
 
 constexpr const char* kCodes[] = {"", "\033[1;31m", "\033[1;33m", "\033[32m"};
 
 }  // namespace
 
-Console::Console() : terminal_(isatty(STDERR_FILENO) == 1), color_(colorByDefault(terminal_)) {}
+Console::Console() : terminal_(isCapableTerminal()), color_(colorByDefault(terminal_)) {}
 
 int Console::width() const {
     winsize size{};

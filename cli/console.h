@@ -13,6 +13,7 @@ enum class Style { Plain, Error, Warning, Good };
 /// message never lands in the middle of a progress row.
 class Console {
 public:
+    /// A terminal that can move its cursor.
     bool isTerminal() const { return terminal_; }
     int width() const;  ///< columns of the terminal, 80 when unknown
 

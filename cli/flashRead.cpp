@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 #include "cli/sha256.h"
@@ -14,7 +15,7 @@ namespace {
 constexpr std::uint64_t kChunk = 255;  // bytes of one record; the library reports after each
 
 /// The library reports the share of a chunk's start; the count of the reports tells the bytes.
-std::uint64_t chunksRead = 0;
+std::atomic<std::uint64_t> chunksRead{0};  // the display reads it from its own thread
 
 void onDumpProgress(char percent) {
     ++chunksRead;

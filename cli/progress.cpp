@@ -106,8 +106,8 @@ std::string Progress::figures() const {
     const std::uint64_t done = measure_.doneAt(percent_);
     const double seconds = elapsed();
     char text[128];
-    int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", static_cast<unsigned long long>(done / 1024),
-                               static_cast<unsigned long long>((measure_.total + 1023) / 1024));
+    const auto kibibytes = [](std::uint64_t bytes) { return static_cast<unsigned long long>((bytes + 1023) / 1024); };
+    const int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", kibibytes(done), kibibytes(measure_.total));
     std::string all(text, static_cast<std::size_t>(length));
     if (seconds < kRateAfter || done == 0) return all;
     const double rate = static_cast<double>(done) / seconds;

@@ -72,7 +72,7 @@ void Report::failure(const Failure& failure) {
 
 void Report::interrupted() {
     status_.reset();
-    const char* hint = "program the image again before the interface is used";
+    const char* hint = "program an image before the interface is used";
     if (flashState <= FlashState::Unchanged) hint = "repeat the command at any time";
     if (flashState == FlashState::Programmed) hint = "the image is in place; nothing is left to do";
     tell("error", "interrupted; everything is released", hint);

@@ -131,9 +131,11 @@ std::string eventText(const Json& event) {
     if (event["event"] == "phase-end") return phase + ": " + event.value("outcome", "");
     if (event["event"] == "stopping") return event.value("text", "");
     if (event["event"] != "progress") return "";
-    return phase + ": " + std::to_string(event.value("percent", 0)) + " %  " +
-           std::to_string(event.value("bytes", std::uint64_t{0}) / 1024) + "/" +
-           std::to_string((event.value("total", std::uint64_t{0}) + 1023) / 1024) + " KiB";
+    const auto kibibytes = [&](const char* name) {
+        return std::to_string((event.value(name, std::uint64_t{0}) + 1023) / 1024);
+    };
+    return phase + ": " + std::to_string(event.value("percent", 0)) + " %  " + kibibytes("bytes") + "/" +
+           kibibytes("total") + " KiB";
 }
 
 /// What the children say on standard error while they work.

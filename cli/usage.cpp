@@ -6,6 +6,8 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <sstream>
+#include <utility>
 
 #include "cli/console.h"
 #include "cli/report.h"
@@ -80,13 +82,59 @@ constexpr const char* kExitCodes =
     "11 failed with the flash erased or incomplete, 12 no answer, 13 needs confirmation,\n"
     "130 interrupted, 1 internal error.";
 
-/// Commands in one column, with their two words, instead of nested lists.
+/// Commands first, in one column with both their words; options wrapped to a terminal's width.
 class HelpText : public CLI::Formatter {
 public:
-    HelpText() { column_width(30); }
+    static constexpr std::size_t kColumn = 30;
+    static constexpr std::size_t kWidth = 80;
+
+    HelpText() {
+        column_width(kColumn);
+        label("Positionals", "Arguments");
+    }
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override;
     std::string make_subcommands(const CLI::App* app, CLI::AppFormatMode mode) const override;
     std::string make_usage(const CLI::App* app, std::string name) const override;
+    std::string make_option_name(const CLI::Option* option, bool positional) const override;
+    std::string make_option_opts(const CLI::Option* option) const override;
+    std::string make_option_desc(const CLI::Option* option) const override;
 };
+
+std::string HelpText::make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const {
+    std::string description = app->get_description();
+    if (!description.empty()) description[0] = static_cast<char>(std::toupper(description[0]));
+    return make_usage(app, name) + "\n" + description + "\n" + make_subcommands(app, mode) + make_positionals(app) +
+           make_groups(app, mode) + make_footer(app);
+}
+
+std::string HelpText::make_option_name(const CLI::Option* option, bool positional) const {
+    std::string name = option->get_name(positional, true);
+    if (const auto value = name.find('{'); value != std::string::npos)
+        name.replace(value, std::string::npos, "[=SECONDS]");
+    if (const auto comma = name.find(','); comma != std::string::npos) name.insert(comma + 1, " ");
+    return name;
+}
+
+std::string HelpText::make_option_opts(const CLI::Option* option) const {
+    if (!option->get_option_text().empty()) return " " + option->get_option_text();
+    if (option->get_positional() || option->get_type_size() == 0) return "";
+    const std::string type = option->get_type_name();
+    const std::string name = type.substr(0, type.find(':'));  // what follows are the checks
+    return name.empty() || option->get_name().find('{') != std::string::npos ? "" : " " + name;
+}
+
+std::string HelpText::make_option_desc(const CLI::Option* option) const {
+    std::istringstream words(option->get_description());
+    std::string text;
+    std::size_t length = 0;
+    for (std::string word; words >> word; length += word.size()) {
+        const bool fits = length + 1 + word.size() <= kWidth - kColumn;
+        if (!text.empty()) text += fits ? " " : "\n";
+        length = fits && !text.empty() ? length + 1 : 0;
+        text += word;
+    }
+    return text;
+}
 
 std::string HelpText::make_subcommands(const CLI::App* app, CLI::AppFormatMode) const {
     const std::string group = app->get_parent() == nullptr ? "" : app->get_name() + " ";
@@ -124,7 +172,7 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
            "wait for the device to appear, --wait=SECONDS at most (60)")
         ->check(CLI::Range(0, 86400));
     app.add_option("--usb-id", options.usbIds, "accept interfaces with other USB IDs")
-        ->type_name("VVVV:PPPP")
+        ->option_text("VVVV:PPPP")
         ->allow_extra_args(false);
     // Given by a parent process of ours only, see several.cpp.
     app.add_option("--as-child", options.childSpec)->group("");
@@ -183,7 +231,8 @@ CLI::App& CommandLine::groupOf(const std::string& name) {
     const auto all = groups();
     const auto row = std::find_if(all.begin(), all.end(), [&](const Group& each) { return group == each.name; });
     CLI::App* made = app.add_subcommand(group, row == all.end() ? "" : row->summary);
-    made->require_subcommand(1)->fallthrough();
+    made->require_subcommand(1)->fallthrough()->footer("");
+    made->set_help_flag("-h,--help", "this text");
     return *made;
 }
 
@@ -193,6 +242,7 @@ void CommandLine::add(const Command& command) {
     CLI::App* sub =
         groupOf(name).add_subcommand(space == std::string::npos ? name : name.substr(space + 1), command.summary);
     sub->fallthrough();
+    sub->set_help_flag("-h,--help", "this text");
     sub->footer("\nExamples:\n  " + std::string(command.examples[0]) + "\n  " + command.examples[1] +
                 "\n\nGlobal options and exit codes: tavo-util --help");
     Arguments arguments(*sub);
@@ -210,12 +260,52 @@ void checkUsbIds(const std::vector<std::string>& ids) {
     }
 }
 
-int usageError(const CLI::ParseError& error, int argc, char** argv) {
+/// Letters to change, add or take away to make one word of the other.
+std::size_t distance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j < row.size(); ++j) row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t change = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, change});
+        }
+    }
+    return row.back();
+}
+
+/// CLI11 calls a misspelt command a missing one.
+std::pair<std::string, std::string> unknownCommand(const std::vector<std::string>& rest) {
+    constexpr std::size_t kClose = 3;
+    if (rest.empty()) return {"no command given", "tavo-util --help lists the commands"};
+    std::string hint = "tavo-util --help lists the commands";
+    std::size_t closest = kClose;
+    for (const auto& command : commands()) {
+        const std::string name = command.name;
+        const std::size_t far = distance(rest.front(), name.substr(0, name.find(' ')));
+        if (far < closest) hint = "did you mean tavo-util " + name + "? tavo-util --help lists the commands";
+        closest = std::min(far, closest);
+    }
+    return {"unknown command " + rest.front(), hint};
+}
+
+int usageError(const CLI::ParseError& error, const CLI::App& app, int argc, char** argv) {
     const bool json = std::any_of(argv, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
     Report report;
     report.configure(json, false);
     report.stateText = "nothing done";
-    report.failure({Exit::Usage, error.what(), "tavo-util --help, or tavo-util COMMAND --help", {}});
+    std::pair<std::string, std::string> told{error.what(), "tavo-util --help, or tavo-util COMMAND --help"};
+    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    const auto given = app.get_subcommands();
+    if (isMissing && given.empty()) told = unknownCommand(app.remaining());
+    const bool isGroup = !given.empty() && !given.front()->get_subcommands({}).empty();
+    if (isMissing && isGroup && given.front()->get_subcommands().empty()) {
+        told = {"which command of " + given.front()->get_name() + "?",
+                "tavo-util " + given.front()->get_name() + " --help"};
+    }
+    report.failure({Exit::Usage, told.first, told.second, {}});
     return report.finish(Exit::Usage);
 }
 
@@ -264,7 +354,7 @@ Invocation readCommandLine(int argc, char** argv) {
         line.app.exit(success);
         return invocation;
     } catch (const CLI::ParseError& error) {
-        invocation.exitCode = usageError(error, argc, argv);
+        invocation.exitCode = usageError(error, line.app, argc, argv);
         return invocation;
     }
     takeEnvironment(invocation.options);

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "cli/commands/commands.h"
 #include "cli/flashAccess.h"
@@ -73,23 +75,22 @@ Failure programFailure(Session& session, TAVO_STATUS status) {
     return failure;
 }
 
-/// The first report of the library ends the erase: it comes after the first page.
-const Measure* bytesMeasure = nullptr;
+/// What the program phase counts, until it begins: with the library's first report, which comes
+/// after the first page and so ends the erase.
+std::optional<Measure> pendingMeasure;
 
 void onProgramProgress(char percent) {
     throwIfInterrupted();
-    if (bytesMeasure != nullptr) {
-        progress().begin("program", "", *bytesMeasure);
-        bytesMeasure = nullptr;
+    if (pendingMeasure) {
+        progress().begin("program", "", *std::exchange(pendingMeasure, std::nullopt));
     }
     progress().share(percent);
 }
 
 void programImage(Session& session, const HexFile& file, const PrivateFile& copy, const FlashChip& chip) {
     Report& report = session.report;
-    const Measure measure{file.image.byteCount(),
-                          [&](int percent) { return file.bytesAtPercent[static_cast<std::size_t>(percent)]; }};
-    bytesMeasure = &measure;
+    pendingMeasure = {file.image.byteCount(),
+                      [&](int percent) { return file.bytesAtPercent[static_cast<std::size_t>(percent)]; }};
     progress().begin("erase", usualEraseTime(chip.size));
     progress().setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const auto status = session.tryCall("program the flash", [&] {

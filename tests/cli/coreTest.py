@@ -19,6 +19,12 @@ class Usage(ToolTest):
                 self.assertEqual(result.json["exit_status"], 2)
                 self.assertEqual(result.json["messages"][0]["severity"], "error")
 
+    def test_a_misspelt_command_is_named_with_the_closest_one(self):
+        for words, text in (("progam x.hex", "did you mean tavo-util program?"), ("config", "which command of config?"),
+                            ("", "no command given"), ("config write", "FILE is required")):
+            with self.subTest(words):
+                self.assertIn(text, self.run_tool(*words.split(), device=False).err)
+
     def test_every_command_has_help_with_two_examples_that_parse(self):
         text = self.run_tool("--help", device=False).out
         names = [line.split("  ")[1] for line in text.split("Commands:\n")[1].split("\n\n")[0].splitlines()]
@@ -49,6 +55,12 @@ class Choice(ToolTest):
         env = {"TAVO_DEVICE": self.device()[1]}
         self.assertEqual(self.run_tool("--json", "list", device=False, env=env).json["result"]["devices"][0]["serial"],
                          "00001234")
+
+    def test_a_device_that_is_not_there_is_waited_for_and_then_named(self):
+        result = self.run_tool("-d", "neuron:0501020304FF", "--wait=1", "info", device=False)
+        self.assertExit(result, 3)
+        self.assertIn("wait: stopped", result.err)
+        self.assertErrorForm(result, "device not touched", "no interface matches neuron:0501020304FF")
 
     def test_other_usb_ids_are_accepted_on_request(self):
         self.assertExit(self.run_tool("list", "--usb-id", "1234:5678"), 0)

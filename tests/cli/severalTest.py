@@ -1,0 +1,67 @@
+"""Several devices side by side, and the completion scripts."""
+
+import os
+import shutil
+import signal
+import subprocess
+import unittest
+
+from tool import MIB, TOOL, ToolTest, image, noise
+
+
+class SeveralDevices(ToolTest):
+    def both(self, *args, faults="", env=None):
+        devices = ["-d", f"sim:{self.path('one')},pace=fast", "-d", f"sim:{self.path('two')},pace=fast{faults}"]
+        return self.run_tool(*devices, *args, device=False, env=env)
+
+    def test_each_gets_its_result_and_the_worst_exit_code_counts(self):
+        path = self.write("image.hex", image((0, noise(3000))))
+        result = self.both("program", path, "--json", faults=",fault=CySpiReadWrite@3:6")
+        self.assertExit(result, 11)
+        told = result.json
+        self.assertEqual([device["exit_status"] for device in told["devices"]], [0, 11])
+        self.assertEqual([device["flash_state"] for device in told["devices"]], ["programmed", "uncertain"])
+        self.assertEqual(self.read("one/flash.bin")[:3000], noise(3000))
+
+    def test_people_get_a_row_a_device(self):
+        result = self.both("-y", "erase")
+        self.assertExit(result, 0)
+        self.assertEqual([line.split(": ")[1].split()[0] for line in result.out.splitlines()], ["erased", "erased"])
+        self.assertIn("two,pace=fast: erase: done", result.err)
+
+    def test_they_never_write_to_one_path(self):
+        for name in ("dump.hex", "dump-{serial}.hex"):  # both boards have the same serial number
+            with self.subTest(name):
+                self.assertExit(self.both("dump", self.path(name)), 2)
+        self.assertEqual([name for name in os.listdir(self.folder) if "dump" in name], [])
+
+    def test_they_are_asked_for_together_and_named_once(self):
+        self.assertExit(self.both("erase"), 13)
+        self.assertExit(self.run_tool(*self.device(), *self.device(), "erase", "-y", device=False), 2)
+
+    def test_ctrl_c_reaches_all_of_them(self):
+        path = self.write("image.hex", image((0, noise(MIB // 2))))
+        devices = ["-d", f"sim:{self.path('one')},pace=fast", "-d", f"sim:{self.path('two')},pace=fast"]
+        process = subprocess.Popen([TOOL, *devices, "program", path, "--json"], stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE, text=True, env=self.environment(), cwd=self.folder)
+        with process:
+            result = self.interrupt_when(process, "program: 10 %", signal.SIGTERM)
+        self.assertExit(result, 130)
+        self.assertEqual([device["flash_state"] for device in result.json["devices"]], ["incomplete"] * 2)
+
+
+class Completion(ToolTest):
+    @unittest.skipUnless(shutil.which("bash"), "needs bash")
+    def test_bash_completes_commands_options_and_words(self):
+        self.write("completion", self.run_tool("completion", "bash", device=False).out.encode())
+        for words, wanted in ((["pr"], "program"), (["-y", "er"], "erase"), (["program", "--back"], "--backup"),
+                              (["completion", "f"], "fish"), (["--progress", "p"], "plain")):
+            with self.subTest(words):
+                script = ('. ./completion; COMP_WORDS=(tavo-util "$@"); COMP_CWORD=$#; _tavo_util; echo "${COMPREPLY[@]}"')
+                done = subprocess.run(["bash", "-c", script, "bash", *words], cwd=self.folder, capture_output=True,
+                                      text=True, check=True)
+                self.assertIn(wanted, done.stdout.split())
+
+
+if __name__ == "__main__":
+    unittest.main()
