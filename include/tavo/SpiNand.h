@@ -8,8 +8,8 @@
 /// The bridge's SCB0 must be SPI master (Configurator::setupSpi) and the Neuron held in reset.
 /// Every operation blocks; each transfer takes at most 10 s, a wait for a busy chip at most
 /// 1,200,000 polls of 1 ms. Results are bridge statuses. An operation on a handle that is not open
-/// returns the handle's openStatus and sends nothing. A failing step ends an operation with its
-/// status and leaves the outputs as they were.
+/// returns the handle's openStatus and sends nothing. Unless told otherwise below, a failing step
+/// ends an operation with its status and leaves the outputs as they were.
 ///
 /// Page buffer: 4 header bytes that the driver fills (command, 24-bit address, most significant
 /// byte first), then the data. n data bytes take n + 4 bytes. Address bits above 23 are not sent.
@@ -37,14 +37,16 @@ public:
     /// Erases the whole chip (0xC7) and waits until it is idle again.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS erase() const;
     /// Reads size - 4 bytes from address into buffer from byte 4 on; bytes 0 to 3 carry no data.
-    /// @param size  bytes of buffer, header included; at least 4.
+    /// @param buffer  holds no data after a failure; it is zeroed before the transfer.
+    /// @param size    bytes of buffer, header included; at least 4.
     /// @return CY_ERROR_REQUEST_FAILED when the wait for an idle chip failed, whatever the reason;
     ///         CY_ERROR_ALLOCATION_FAILED without memory; otherwise the transfer's status.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS readPage(unsigned int address, unsigned char* buffer,
                                                      unsigned int size) const;
     /// False when all length data bytes of the page buffer are 0xFF. No I/O.
     [[nodiscard]] TAVO_API bool checkIfPageNeedsToBeProgrammed(unsigned char* page, unsigned int length) const;
-    /// Programs the length data bytes of page at address and verifies them, in up to 3 attempts.
+    /// Programs the length data bytes of page at address and verifies them, in up to 3 attempts. A
+    /// step that fails costs an attempt, as a difference does; its status is dropped.
     /// A blank page is a success without traffic.
     /// @param page      length + 4 bytes; the header is written by the driver.
     /// @param readBack  length + 4 bytes; receives the last verification read.

@@ -1,7 +1,8 @@
 // Operations on the bridge's configuration block and user flash.
 //
 // Each opens the configuration interface, does its work and closes it, whatever the result. USB
-// requests time out after 5 s each. Callers serialise operations on one device.
+// requests time out after 5 s each, the write of the user flash after 1 s. Callers serialise
+// operations on one device.
 #pragma once
 
 #include <string>

@@ -39,5 +39,6 @@
 ///                  start address.
 /// @return TAVO_FILE_NOT_FOUND when the file cannot be created; TAVO_REQUEST_FAILED also when it
 ///         cannot be written (a full disk); otherwise the code of the first step that failed. After
-///         a failure the file, if created, holds whole records without an end-of-file record.
+///         a failure the file, if created, has no end-of-file record; its records are whole, but for
+///         the last one of a file that could not be written.
 [[nodiscard]] TAVO_API TAVO_STATUS readSpiFlash(DeviceInfo& deviceInfo, const char* path, void (*progress)(char));
