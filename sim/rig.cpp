@@ -53,6 +53,7 @@ void Rig::reset(const Options& options) {
     journal.clear();
     spiBytes = 0;
     spiTransfers = 0;
+    lastTimeout = 0;
     state_->calls.fill(0);
     Seam::setUp(*state_, options);
 }

@@ -55,6 +55,8 @@ public:
     /// Bytes clocked and transfers made by CySpiReadWrite since reset.
     std::uint64_t spiBytes = 0;
     std::uint64_t spiTransfers = 0;
+    /// Milliseconds that the last SPI, user-flash or control transfer was given.
+    std::uint32_t lastTimeout = 0;
     /// Calls of a seam function (or "sleep") since reset.
     unsigned calls(const std::string& function) const;
 

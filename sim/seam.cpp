@@ -155,10 +155,13 @@ TAVO_SEAM CY_RETURN_STATUS CySetSpiConfig(CY_HANDLE handle, CY_SPI_CONFIG* confi
 }
 
 TAVO_SEAM CY_RETURN_STATUS CySpiReadWrite(CY_HANDLE handle, CY_DATA_BUFFER* readBuffer, CY_DATA_BUFFER* writeBuffer,
-                                          UINT32) {
+                                          UINT32 timeout) {
     return onHandle(
         Function::CySpiReadWrite, handle, [&] { return spiLine(readBuffer, writeBuffer); },
-        [&](Board& board, Handle& open) -> int { return spiTransfer(board, open, readBuffer, writeBuffer); });
+        [&](Board& board, Handle& open) -> int {
+            sim::rig().lastTimeout = timeout;
+            return spiTransfer(board, open, readBuffer, writeBuffer);
+        });
 }
 
 TAVO_SEAM CY_RETURN_STATUS CyGetGpioValue(CY_HANDLE handle, UINT8 pin, UINT8* value) {
@@ -176,19 +179,23 @@ TAVO_SEAM CY_RETURN_STATUS CySetGpioValue(CY_HANDLE handle, UINT8 pin, UINT8 val
         [&](Board& board, Handle&) -> int { return board.setPin(pin, value != 0); });
 }
 
-TAVO_SEAM CY_RETURN_STATUS CyProgUserFlash(CY_HANDLE handle, CY_DATA_BUFFER* buffer, UINT32 flashAddress, UINT32) {
+TAVO_SEAM CY_RETURN_STATUS CyProgUserFlash(CY_HANDLE handle, CY_DATA_BUFFER* buffer, UINT32 flashAddress,
+                                           UINT32 timeout) {
     return onHandle(
         Function::CyProgUserFlash, handle, [&] { return userFlashLine("write", buffer, flashAddress); },
         [&](Board& board, Handle&) -> int {
+            sim::rig().lastTimeout = timeout;
             if (buffer == nullptr) return CY_ERROR_INVALID_PARAMETER;
             return board.bridge.programUserFlash(*buffer, flashAddress);
         });
 }
 
-TAVO_SEAM CY_RETURN_STATUS CyReadUserFlash(CY_HANDLE handle, CY_DATA_BUFFER* buffer, UINT32 flashAddress, UINT32) {
+TAVO_SEAM CY_RETURN_STATUS CyReadUserFlash(CY_HANDLE handle, CY_DATA_BUFFER* buffer, UINT32 flashAddress,
+                                           UINT32 timeout) {
     return onHandle(
         Function::CyReadUserFlash, handle, [&] { return userFlashLine("read", buffer, flashAddress); },
         [&](Board& board, Handle&) -> int {
+            sim::rig().lastTimeout = timeout;
             if (buffer == nullptr) return CY_ERROR_INVALID_PARAMETER;
             return board.bridge.readUserFlash(*buffer, flashAddress);
         });
@@ -196,9 +203,10 @@ TAVO_SEAM CY_RETURN_STATUS CyReadUserFlash(CY_HANDLE handle, CY_DATA_BUFFER* buf
 
 TAVO_SEAM int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, std::uint8_t type, std::uint8_t request,
                                                   std::uint16_t value, std::uint16_t index, unsigned char* data,
-                                                  std::uint16_t length, unsigned int) {
+                                                  std::uint16_t length, unsigned int timeout) {
     const auto line = [&] { return text("control %02X %02X %04X %04X %u", type, request, value, index, length); };
     return Seam::call(Function::libusb_control_transfer, line, [&](State& state) -> int {
+        sim::rig().lastTimeout = timeout;
         const auto isIt = [handle](const auto& each) { return each->usbHandle() == static_cast<void*>(handle); };
         if (std::none_of(state.handles.begin(), state.handles.end(), isIt)) return LIBUSB_ERROR_NO_DEVICE;
         return state.board->control(type, request, value, index, data, length);

@@ -83,6 +83,7 @@ struct VendorRequest {
     const char* packet;
     int least;  // bytes that count as a success
     CY_RETURN_STATUS timedOut;
+    UINT32 timeout = 5000;
 };
 
 unsigned char data[512];
@@ -103,8 +104,8 @@ const VendorRequest kRequests[] = {
     {"ReadConfig", [](CY_HANDLE h) { return CyReadDeviceConfig(h, data); }, kReadBlock, 512, CY_ERROR_REQUEST_FAILED},
     {"WriteConfig", [](CY_HANDLE h) { return CyWriteDeviceConfig(h, data); }, kWriteBlock, 512,
      CY_ERROR_REQUEST_FAILED},
-    {"ReadFlash", [](CY_HANDLE h) { return CyReadFlash(h, &flashBuffer, 9); }, kReadFlash, 1, CY_ERROR_IO_TIMEOUT},
-    {"ProgFlash", [](CY_HANDLE h) { return CyProgFlash(h, &flashBuffer, 9); }, kProgFlash, 1, CY_ERROR_IO_TIMEOUT},
+    {"ReadFlash", [](CY_HANDLE h) { return CyReadFlash(h, &flashBuffer, 9); }, kReadFlash, 1, CY_ERROR_IO_TIMEOUT, 9},
+    {"ProgFlash", [](CY_HANDLE h) { return CyProgFlash(h, &flashBuffer, 9); }, kProgFlash, 1, CY_ERROR_IO_TIMEOUT, 9},
     {"ValidateChecksum", CyValidateChecksum, "control 40 BA 0000 0000 0", 0, CY_ERROR_REQUEST_FAILED},
 };
 
@@ -124,6 +125,8 @@ TEST_P(VendorRequestTest, SendsItsPacketAndJudgesTheResult) {
         EXPECT_THAT(rig.journal, ElementsAre(StartsWith(request.packet)));
         EXPECT_EQ(flashBuffer.transferCount, request.least != 1 ? 77 : result < 0 ? 0 : static_cast<UINT32>(result));
     }
+    request.send(config.handle);
+    EXPECT_EQ(rig.lastTimeout, request.timeout);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, VendorRequestTest, testing::ValuesIn(kRequests),
@@ -264,6 +267,7 @@ TEST_F(BridgeTest, StoresTheIdAndZerosTheRestOfItsPage) {
     expected.fill(0xA5);
     ASSERT_EQ(writeNeuronId(info, "05a1B2c3d4e5"), TAVO_SUCCESS);
     EXPECT_THAT(rig.journal, ElementsAre("open 0.1", "userflash write 0 128", "close 0.1"));
+    EXPECT_EQ(rig.lastTimeout, 1000u);
     EXPECT_EQ(info.neuronId, NeuronId()) << "the record is not changed";
     std::fill_n(expected.begin(), 128, 0);
     std::copy_n(idOf("ID05A1B2C3D4E5").bytes, 6, expected.begin());

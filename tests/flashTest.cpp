@@ -134,6 +134,7 @@ TEST_F(FlashTest, ProgramErasesWritesVerifiesReleasesAndThenPauses) {
 TEST_F(FlashTest, ProgramPausesOnlyAfterASuccess) {
     EXPECT_EQ(programSpiFlash(info, (path + ".none").c_str(), nullptr), TAVO_FILE_NOT_FOUND);
     EXPECT_EQ(rig.journal.back(), "close 0.0");
+    EXPECT_EQ(rig.lastTimeout, 10000u);
     EXPECT_TRUE(isBlank());  // the chip is erased before the file is opened
 }
 
@@ -243,6 +244,7 @@ TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
         {"select precedes", [](CY_SPI_CONFIG& c) { c.isSelectPrecede = !c.isSelectPrecede; }, false},
         {"clock", [](CY_SPI_CONFIG& c) { c.frequency = 1000000; }, true},
         {"width", [](CY_SPI_CONFIG& c) { c.dataWidth = 16; }, true},
+        {"framing", [](CY_SPI_CONFIG& c) { c.protocol = CY_SPI_TI; }, true},
         {"role", [](CY_SPI_CONFIG& c) { c.isMaster = false; }, true},
         {"select held", [](CY_SPI_CONFIG& c) { c.isContinuousMode = false; }, true},
         {"phase", [](CY_SPI_CONFIG& c) { c.isCpha = true; }, true},
@@ -325,6 +327,7 @@ TEST_F(FlashTest, ReadingSendsTheAddressAndKeepsTheDataBehindTheHeader) {
         EXPECT_EQ(flash.readPage(0, buffer.data(), 20), CY_ERROR_REQUEST_FAILED);
         rig.fail("CySpiReadWrite", 2, CY_ERROR_IO_TIMEOUT);
         EXPECT_EQ(flash.readPage(0, buffer.data(), 20), CY_ERROR_IO_TIMEOUT);
+        EXPECT_EQ(buffer, Bytes(20, 0)) << "no data of an earlier page";
     });
 }
 
@@ -360,6 +363,11 @@ TEST_F(FlashTest, APageIsTriedThreeTimesWithoutAPauseAndThenGivenUp) {
         for (unsigned n = 1; n <= 3; ++n) rig.loseProgram(n);
         EXPECT_EQ(flash.writePage(0x100, page.data(), readBack.data(), 4), CY_ERROR_DOWNLOAD_FAILED);
         EXPECT_EQ(std::count(rig.journal.begin(), rig.journal.end(), "spi 06"), 3);
+
+        std::copy(page.begin(), page.end(), readBack.begin());  // as an earlier page left it
+        for (const unsigned n : {5, 10, 15}) rig.fail("CySpiReadWrite", n, CY_ERROR_IO_TIMEOUT);  // the read-backs
+        EXPECT_EQ(flash.writePage(0x200, page.data(), readBack.data(), 4), CY_ERROR_DOWNLOAD_FAILED);
+        EXPECT_EQ(readBack, Bytes(8, 0));
     });
 }
 
@@ -440,6 +448,8 @@ TEST_F(FlashTest, AFileIsProgrammedAsFarAsItCanBeRead) {
          "Corrupt Intel HEX, wrong checksum.\n\n", true, false},
         {"carriage return", page + carriageReturn + kEof, TAVO_FLASH_PROGRAMMING_FAILED,
          "Corrupt Intel HEX, wrong checksum.\n\n", true, false},
+        {"blank line", page + "\n" + rest + kEof, TAVO_FLASH_PROGRAMMING_FAILED,
+         "basic_string::substr: __pos (which is 1) > this->size() (which is 0)\n", true, false},
         {"start address record", page + record(5, 0, {0, 0, 0, 0}), TAVO_FLASH_PROGRAMMING_FAILED,
          "Unsupported Intel HEX record type 0x5\n\n", true, false},
     };
@@ -455,6 +465,15 @@ TEST_F(FlashTest, AFileIsProgrammedAsFarAsItCanBeRead) {
     }
 }
 
+TEST_F(FlashTest, APageThatCannotBeProgrammedEndsTheImage) {
+    write(dataRecord(0, {1}) + dataRecord(0x100, {2}) + dataRecord(0x200, {3}) + kEof);
+    for (unsigned n = 2; n <= 4; ++n) rig.loseProgram(n);
+    EXPECT_EQ(programSpiFlash(info, path.c_str(), nullptr), TAVO_FLASH_PROGRAMMING_FAILED);
+    EXPECT_EQ(rig.journal.back(), "close 0.0");  // no pause
+    EXPECT_EQ(cells()[0], 1);
+    EXPECT_EQ(cells(0x100, 0x101), Bytes(0x101, 0xFF));
+}
+
 TEST_F(FlashTest, RunsThatStartInsideAPageReachTheirOwnAddresses) {
     write(dataRecord(0x00FE, {1, 2, 3, 4}) + dataRecord(0x01FF, {5, 6}) + upperRecord(1) + dataRecord(0xFFFF, {7, 8}) +
           kEof);
@@ -465,13 +484,14 @@ TEST_F(FlashTest, RunsThatStartInsideAPageReachTheirOwnAddresses) {
 }
 
 TEST_F(FlashTest, ProgressCountsTheBytesOfTheText) {
-    const std::string first = dataRecord(0, Bytes(200, 0)) + dataRecord(200, Bytes(255, 0xFF)) +
-                              dataRecord(455, Bytes(57, 0));  // releases two pages
-    write(first + dataRecord(0x200, {1}) + kEof);
+    const std::string first = dataRecord(0, Bytes(200, 0)) + dataRecord(200, Bytes(255, 0xFF));
+    const std::string second = first + dataRecord(0x10F0, Bytes(32, 0));
+    const std::string third = second + dataRecord(0x2000, {1});  // closes a run that lies in two pages
+    write(third + kEof.substr(0, 11));                           // the last line has no line feed
     const auto size = static_cast<int>(contents().size());
     EXPECT_EQ(programSpiFlash(info, path.c_str(), collect), TAVO_SUCCESS);
-    const int afterPage1 = static_cast<int>((dataRecord(0, Bytes(200, 0)) + dataRecord(200, Bytes(255, 0))).size());
-    EXPECT_THAT(reported, ElementsAre(afterPage1 * 100 / size, static_cast<int>(first.size()) * 100 / size, 100));
+    const auto share = [&](const std::string& read) { return static_cast<int>(read.size()) * 100 / size; };
+    EXPECT_THAT(reported, ElementsAre(share(first), share(second), share(third), 100));
 
     reported.clear();
     write(kEof);  // an empty page is a page
@@ -497,6 +517,18 @@ TEST_F(FlashTest, ACallbackCanLeaveAndEverythingIsReleased) {
 }
 
 // ---- dump
+
+TEST_F(FlashTest, DumpTakesReadsReleasesAndThenPauses) {
+    options.flashSize = 256;
+    options.busyPolls = 0;
+    rig.reset(options);
+    EXPECT_EQ(readSpiFlash(info, path.c_str(), nullptr), TAVO_SUCCESS);
+    EXPECT_THAT(rig.journal, ElementsAreArray(kTakeScb0 +
+                                              Journal{"sleep 100", "open 0.0", "spi 9F 00 00 00 <4", "spi 05 00 <2",
+                                                      "spi 03 00 00 00 00 00 00 00 ..(259) <259", "spi 05 00 <2",
+                                                      "spi 03 00 00 FF 00 <5", "close 0.0"} +
+                                              kRelease + Journal{"sleep 1500"}));
+}
 
 TEST_F(FlashTest, ADumpHoldsEveryByteInRisingOrder) {
     struct Case {
@@ -539,7 +571,9 @@ TEST_F(FlashTest, ADumpThatFailsTellsWhyAndLeavesWholeRecords) {
     EXPECT_EQ(readSpiFlash(info, "/nonexistent/dump.hex", nullptr), TAVO_FILE_NOT_FOUND);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "FlashSize: 1048576 Bytes\n");
     EXPECT_EQ(rig.journal.back(), "close 0.0");  // no pause
+    const unsigned before = rig.calls("CySpiReadWrite");
     EXPECT_EQ(readSpiFlash(info, "/dev/full", nullptr), TAVO_REQUEST_FAILED);
+    EXPECT_EQ(rig.calls("CySpiReadWrite") - before, 3u) << "the ID, then status and data of one chunk";
     EXPECT_EQ(rig.leftovers(), "");
 
     rig.fail("CySpiReadWrite", 7, CY_ERROR_PIPE_HALTED);  // the ID, then status and data of three chunks
