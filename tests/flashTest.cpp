@@ -494,7 +494,7 @@ TEST_F(FlashTest, ProgressCountsTheBytesOfTheText) {
     EXPECT_THAT(reported, ElementsAre(share(first), share(second), share(third), 100));
 
     reported.clear();
-    write(kEof);  // an empty page is a page
+    write(kEof.substr(0, 11));  // an empty page is a page; no line feed is counted that is not there
     EXPECT_EQ(programSpiFlash(info, path.c_str(), collect), TAVO_SUCCESS);
     EXPECT_THAT(reported, ElementsAre(100));
 }
