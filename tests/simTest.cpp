@@ -27,9 +27,12 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes header(std::uint8_t opcode, unsigned address, const Bytes& data) {
-    Bytes bytes{opcode, static_cast<std::uint8_t>(address >> 16), static_cast<std::uint8_t>(address >> 8),
-                static_cast<std::uint8_t>(address)};
-    bytes.insert(bytes.end(), data.begin(), data.end());
+    Bytes bytes(4 + data.size());
+    bytes[0] = opcode;
+    bytes[1] = static_cast<std::uint8_t>(address >> 16);
+    bytes[2] = static_cast<std::uint8_t>(address >> 8);
+    bytes[3] = static_cast<std::uint8_t>(address);
+    std::copy(data.begin(), data.end(), bytes.begin() + 4);
     return bytes;
 }
 
