@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <thread>
 
 #include "cli/interrupt.h"
@@ -99,6 +100,9 @@ std::vector<platform::AttachedDevice> findDevices(const std::vector<std::string>
     if (const auto status = platform::discoverDevices(found); status != CY_SUCCESS) {
         throw libraryFailure(cypressToTavo(status), Side::Bridge, "look for interfaces");
     }
+    // The order of the list is that of plugging in; people look for a port.
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return std::strcmp(a.info.portPath, b.info.portPath) < 0; });
     log().write(Detail::Step, countText(found.size(), "interface") + " attached");
     if (wanted.empty()) return found;
     std::erase_if(found, [&](const auto& device) {

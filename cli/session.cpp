@@ -52,13 +52,13 @@ void Session::prepare() {
 
 void Session::chooseDevice() {
     device_ = cli::chooseDevice(options);
-    if (device_.status != CY_SUCCESS && command.needs == Needs::Device) {
-        throw libraryFailure(cypressToTavo(device_.status), Side::Bridge, "open " + deviceName());
-    }
     const std::string serial = serialText(device_);
     report.device = {{"serial", serial.empty() ? Json(nullptr) : Json(serial)},
                      {"path", device_.info.portPath[0] == '\0' ? Json(nullptr) : Json(device_.info.portPath)}};
     log().write(Detail::Step, "device " + deviceName());
+    if (device_.status != CY_SUCCESS && command.needs == Needs::Device) {
+        throw libraryFailure(cypressToTavo(device_.status), Side::Bridge, "open " + deviceName());
+    }
 }
 
 void Session::lockDevice() {

@@ -2,17 +2,19 @@
 
 import json
 import os
+import shutil
+import signal
 import subprocess
 import unittest
 
-from tool import TOOL, ToolTest, image, noise
+from tool import TOOL, Result, ToolTest, image, noise
 
 
 class Usage(ToolTest):
     def test_wrong_usage_is_exit_2_and_one_json_object_with_json(self):
         for args in (["nonsense"], [], ["check"], ["check", "a", "b"], ["--progress", "loud", "list"],
                      ["--usb-id", "04B4", "list"], ["-d", "neuron:05", "list"], ["-d", "sim:x,size=3", "list"],
-                     ["-d", "", "list"]):
+                     ["-d", "", "list"], ["--all", "-d", "x", "info"], ["check", "x", "--flash-size", "0"]):
             with self.subTest(args=args):
                 result = self.run_tool("--json", *args, device=False)
                 self.assertExit(result, 2)
@@ -76,6 +78,54 @@ class Choice(ToolTest):
             self.assertEqual(holder.returncode, 0)
 
 
+# A bridge as the kernel describes it: SPI on interface 0, manufacturing on interface 1.
+DESCRIPTORS = bytes([
+    18, 1, 0, 2, 0, 0, 0, 64, 0xB4, 4, 4, 0, 0, 0, 1, 2, 3, 1,
+    9, 2, 57, 0, 2, 1, 0, 0x80, 50,
+    9, 4, 0, 0, 3, 0xFF, 2, 0, 0, 7, 5, 1, 2, 64, 0, 0, 7, 5, 0x82, 2, 64, 0, 0, 7, 5, 0x83, 3, 64, 0, 10,
+    9, 4, 1, 0, 0, 0xFF, 5, 0, 0])
+
+
+@unittest.skipUnless(shutil.which("umockdev-run"), "needs umockdev-run")
+class TwoDevices(ToolTest):
+    """Two interfaces on an emulated bus, with their descriptors and nothing behind them."""
+
+    def setUp(self):
+        super().setUp()
+        text = ""
+        for number, port in ((2, 4), (3, 1)):
+            text += (f"P: /devices/usb1/1-{port}\nN: bus/usb/001/{number:03}\nE: DEVNAME=/dev/bus/usb/001/{number:03}\n"
+                     f"E: DEVTYPE=usb_device\nE: SUBSYSTEM=usb\nE: BUSNUM=001\nE: DEVNUM={number:03}\nE: MAJOR=189\n"
+                     f"E: MINOR={number - 1}\nA: busnum=1\\n\nA: devnum={number}\\n\nA: speed=12\\n\n"
+                     f"A: bConfigurationValue=1\\n\nA: bNumConfigurations=1\\n\nH: descriptors={DESCRIPTORS.hex().upper()}\n\n")
+        self.write("bus.umockdev", text.encode())
+
+    def run_on_bus(self, *args):
+        command = ["umockdev-run", "-d", self.path("bus.umockdev"), "--", TOOL, *args]
+        env = self.environment({"ASAN_OPTIONS": "verify_asan_link_order=0"})
+        done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, env=env, timeout=60,
+                              cwd=self.folder, check=False)
+        return Result(done.returncode, done.stdout, done.stderr)
+
+    def test_all_are_listed_by_port(self):
+        told = self.run_on_bus("--json", "list").json
+        self.assertEqual([device["path"] for device in told["result"]["devices"]], ["1-1", "1-4"])
+        self.assertEqual({device["vid_pid"] for device in told["result"]["devices"]}, {"04B4:0004"})
+
+    def test_none_is_taken_unless_one_is_chosen(self):
+        result = self.run_on_bus("erase", "-y")
+        self.assertExit(result, 4)
+        self.assertIn("the interface at 1-1\n", result.err)
+        chosen = self.run_on_bus("--json", "-d", "usb:1-4", "erase", "-y").json
+        self.assertEqual(chosen["device"], {"serial": None, "path": "1-4"})
+        self.assertEqual((chosen["exit_status"], chosen["flash_state"]), (10, "untouched"))
+
+    def test_all_of_them_are_taken_on_request(self):
+        told = self.run_on_bus("--json", "--all", "erase", "-y").json
+        self.assertEqual([device["device"]["path"] for device in told["devices"]], ["1-1", "1-4"])
+        self.assertExit(self.run_on_bus("--all", "erase"), 13)
+
+
 class Output(ToolTest):
     def setUp(self):
         super().setUp()
@@ -134,6 +184,24 @@ class Output(ToolTest):
         text = self.read("run.log").decode()
         self.assertIn("call: erase the flash", text)
         self.assertIn("result: TAVO_SUCCESS", text)
+
+    def test_the_transfers_are_told_in_full(self):
+        shown = self.run_tool("-vv", "erase", "-y").err
+        for text in ("  open 0.0: 0", "  pin 8 = 0: 0", "  SPI out 9F 00 00 00 in FF EF 40 14: 0", "  SPI out C7: 0"):
+            self.assertIn(text, shown)
+        self.assertNotIn("SPI", self.run_tool("-v", "erase", "-y").err)
+
+    def test_a_dumb_terminal_gets_lines(self):
+        shown = self.run_on_terminal("program", self.image, env={"TERM": "dumb"}).out
+        self.assertNotIn("\033", shown)
+        self.assertIn("program: done", shown)
+
+    def test_an_ignored_hangup_stays_ignored(self):
+        process = subprocess.Popen(["nohup", *self.command(["-v", "program", self.image])], stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, env=self.environment(),
+                                   cwd=self.folder)
+        with process:
+            self.assertExit(self.interrupt_when(process, "call: program the flash", signal.SIGHUP), 0)
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "needs /dev/full")
     def test_a_full_disk_behind_standard_output_is_no_success(self):

@@ -1,6 +1,10 @@
 """Images: what check and program refuse, what they leave in the chip, how they stop."""
 
+import concurrent.futures
 import os
+import random
+import resource
+import shutil
 import signal
 import unittest
 
@@ -102,6 +106,119 @@ class Check(ToolTest):
         self.assertExit(self.run_tool("check", path, "--flash-size", "128K", device=False), 0)
 
 
+class DamagedFiles(ToolTest):
+    """What check lets pass is programmed as anybody else would read the file; the rest is refused."""
+
+    def damaged(self, chance, lines):
+        lines = list(lines)
+        for _ in range(chance.randint(0, 2)):
+            at = chance.randrange(len(lines))
+            kind, line = chance.randrange(5), lines[at]
+            if kind == 0 and line:  # one character becomes another
+                where = chance.randrange(len(line))
+                lines[at] = line[:where] + chance.choice("0123456789ABCDEFabcdef:; \r-+xG") + line[where + 1:]
+            elif kind == 1:
+                del lines[at]
+            elif kind == 2:
+                lines.insert(at, chance.choice(lines))
+            elif kind == 3:
+                lines[at] = line + chance.choice(["00", " ", "\r", "0"])
+            else:
+                lines[at] = line.lower()
+            if not lines:
+                return [END]
+        return lines
+
+    def decoded(self, lines):
+        """A plain reading of the format: the bytes by address, or None for anything out of order."""
+        data, upper, ended = {}, 0, False
+        for line in lines:
+            if ended or not line.startswith(":") or set(line[1:]) - set("0123456789abcdefABCDEF") or len(line) % 2 == 0:
+                return None
+            body = bytes.fromhex(line[1:])
+            if len(body) < 5 or len(body) != body[0] + 5 or sum(body) % 256:
+                return None
+            if (body[3], body[0]) == (4, 2):
+                upper = int.from_bytes(body[4:6], "big") << 16
+            elif body[3] == 0:
+                for i, byte in enumerate(body[4:-1]):
+                    if data.setdefault((upper | int.from_bytes(body[1:3], "big")) + i, byte) != byte:
+                        return None
+            elif (body[3], body[0]) == (1, 0):
+                ended = True
+            else:
+                return None
+        return data if ended and data and max(data) < 1 << 24 else None
+
+    def test_check_and_a_plain_reading_agree_on_every_file(self):
+        chance, taken = random.Random(20), 0
+        for _ in range(300):
+            pieces = [(chance.choice([0, 0xFFE0, 0x20000]) + chance.randrange(1000),
+                       noise(chance.randrange(1, 90), chance.random())) for _ in range(3)]
+            lines = self.damaged(chance, image(*pieces, width=chance.choice([1, 16, 21, 32])))
+            wanted = self.decoded(lines)
+            result = self.run_tool("--json", "check", self.write("image.hex", lines), device=False)
+            self.assertExit(result, 7 if wanted is None else 0)
+            if wanted is None:
+                continue
+            taken += 1
+            covered = [a for r in result.json["result"]["ranges"] for a in range(r["first"], r["last"] + 1)]
+            self.assertEqual(covered, sorted(wanted), lines)
+        self.assertGreater(taken, 60)
+        self.assertLess(taken, 240)
+
+
+class Honesty(ToolTest):
+    """Whatever call fails, what is said of the flash holds."""
+
+    FUNCTIONS = {"CyOpen": 9, "CyClose": 8, "CyGetSpiConfig": 4, "CySetSpiConfig": 4, "CySetGpioValue": 4, "CySpiReadWrite": 16}
+
+    BEFORE = noise(2000, seed=9) + b"\xff" * (MIB - 2000)
+    AFTER = noise(600) + b"\xff" * (MIB - 600)
+
+    def setUp(self):
+        super().setUp()
+        self.image = self.write("image.hex", GOOD)
+        self.fill_flash(self.BEFORE)
+
+    def program_with(self, fault):
+        """On a board of its own: most of a run is waiting, so many go on at once."""
+        board = self.path(fault)
+        shutil.copytree(self.board, board)
+        result = self.run_tool("-d", f"sim:{board},pace=fast,fault={fault}", "--json", "--progress", "none", "program",
+                               self.image, device=False)
+        return fault, result, self.read(fault + "/flash.bin")
+
+    def check_claim(self, result, flash):
+        told = result.json
+        self.assertEqual(result.code, told["exit_status"])
+        if told["flash_state"] in ("untouched", "unchanged"):
+            self.assertEqual(flash, self.BEFORE)
+            self.assertNotIn(told["exit_status"], (0, 11))
+        elif told["flash_state"] == "programmed":
+            self.assertEqual(flash, self.AFTER)
+            self.assertEqual(told["exit_status"], 0)
+        else:
+            self.assertEqual(told["exit_status"], 11)
+            self.assertTrue(told["messages"][0]["hint"])
+        if told["flash_state"] == "erased":
+            self.assertEqual(flash, b"\xff" * MIB)
+
+    def test_of_program_for_each_failing_call(self):
+        faults = [f"{name}@{call}:6" for name, calls in self.FUNCTIONS.items() for call in range(1, calls + 1)]
+        with concurrent.futures.ThreadPoolExecutor(8) as pool:
+            for fault, result, flash in pool.map(self.program_with, faults):
+                with self.subTest(fault):
+                    self.check_claim(result, flash)
+
+    def test_of_a_chip_that_stops_answering_while_it_is_programmed(self):
+        for call in (9, 14, 20):
+            with self.subTest(call):
+                result = self.run_tool("--json", "program", self.image, sim=[f"fault=CySpiReadWrite@{call}+:10"])
+                self.assertExit(result, 11)
+                self.assertIn(result.json["flash_state"], ("uncertain", "incomplete"))
+
+
 class Program(ToolTest):
     def test_exactly_the_image_is_in_the_chip_afterwards(self):
         pieces = [(0x10, noise(300)), (0xFFF0, noise(0x40, 2)), (0x40001, noise(5000, 3)), (0x41400, b"\xff" * 300)]
@@ -136,6 +253,13 @@ class Program(ToolTest):
     def test_one_lost_program_is_made_good_by_the_next_attempt(self):
         self.assertExit(self.run_tool("program", self.write("image.hex", GOOD), sim=["lose-program=2"]), 0)
         self.assertEqual(self.flash()[:600], noise(600))
+
+    def test_a_full_temporary_folder_leaves_the_device_alone(self):
+        path = self.write("image.hex", image((0, noise(200000))))
+        self.run_tool("list")
+        result = self.run_tool("program", path, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536)))
+        self.assertExit(result, 8)
+        self.assertErrorForm(result, "device not touched", "cannot write the private copy")
 
     def test_an_absent_chip_is_found_before_the_erase(self):
         result = self.run_tool("program", self.write("image.hex", GOOD), sim=["jedec=40"])
