@@ -264,21 +264,21 @@ void Neuron::write(const Bytes& message) {
 
     const auto when = after(kAnswerTime) + behaviour.delayMs * kMillisecond;
     for (std::uint32_t i = 0; i < behaviour.unsolicited; ++i) post(unsolicitedMessage(i), when);
-    if (const Bytes answer = distort(message, answerTo(message)); !answer.empty()) post(answer, when);
+    if (const Bytes answer = distort(answerTo(message)); !answer.empty()) post(answer, when);
 }
 
 Bytes Neuron::answerTo(const Bytes& request) {
+    if (behaviour.answers == NeuronBehaviour::Answers::Negative) return failure(request[kCode]);
     const auto* service = std::find_if(std::begin(kServices), std::end(kServices),
                                        [&](const Service& s) { return s.code == request[kCode]; });
     return service == std::end(kServices) ? failure(request[kCode]) : service->answer(data, request);
 }
 
-Bytes Neuron::distort(const Bytes& request, Bytes answer) const {
+Bytes Neuron::distort(Bytes answer) const {
     switch (behaviour.answers) {
         case NeuronBehaviour::Answers::Normal:
-            return answer;
         case NeuronBehaviour::Answers::Negative:
-            return failure(request[kCode]);
+            return answer;
         case NeuronBehaviour::Answers::Wrong:
             --answer[1];
             answer.pop_back();

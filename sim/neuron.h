@@ -33,10 +33,10 @@ struct TAVO_SIM_API NeuronData {
 struct NeuronBehaviour {
     enum class Answers {
         Normal,
-        Negative,  // the failure code of the request
+        Negative,  // the failure code of the request, which is not carried out
         Wrong,     // the right code, one byte short
         Stranger,  // the answer to a request that somebody else made
-        Silent,
+        Silent,    // carried out like the two before, but the answer is lost
     };
     Answers answers = Answers::Normal;
     std::uint32_t delayMs = 0;      // more before each answer and each reset notice
@@ -77,7 +77,7 @@ private:
     void boot(std::uint8_t resetCause);
     void sendServicePinMessage();
     Bytes answerTo(const Bytes& request);
-    Bytes distort(const Bytes& request, Bytes answer) const;
+    Bytes distort(Bytes answer) const;
     /// Arrives that much later, in microseconds; at once on a board without delays.
     std::uint64_t after(std::uint64_t microseconds) const;
     void post(Bytes message, std::uint64_t when) { outgoing_.emplace(when, std::move(message)); }

@@ -528,6 +528,9 @@ TEST_F(SimulatedNeuron, RefusesWhatItDoesNotHave) {
     EXPECT_THAT(ask({0x6D, 1, 0, 40, 1, 0}), ElementsAre(0x2D, 0x00));
     EXPECT_THAT(ask({0x63, 0, 1, 2}), ElementsAre(0x03));
     EXPECT_THAT(ask({0x62, 0}), ElementsAre(0x02));
+    rig.board().neuron.behaviour.answers = sim::NeuronBehaviour::Answers::Negative;
+    EXPECT_THAT(ask({0x6C, 3, 2}), ElementsAre(0x0C));
+    EXPECT_EQ(rig.board().neuron.data.status[sim::NeuronData::kNodeState], 0x04) << "refused, so not done";
 }
 
 TEST_F(SimulatedNeuron, SaysNothingInResetAndAnnouncesItsBoot) {
