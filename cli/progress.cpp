@@ -117,6 +117,8 @@ std::string Progress::figures() const {
 }
 
 std::string Progress::row() const {
+    if (measure_.seconds > 0)
+        return padded(phase_) + " " + secondsText(std::max(measure_.seconds - elapsed(), 0.0)) + " left";
     if (measure_.total == 0) {
         std::string text = padded(phase_) + " " + secondsText(elapsed());
         return usual_.empty() ? text : text + "  (" + usual_ + ")";

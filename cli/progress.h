@@ -14,8 +14,9 @@ namespace cli {
 
 /// What a phase counts. Shares come from what the library reports; nothing is estimated.
 struct Measure {
-    std::uint64_t total = 0;                           ///< bytes; 0: the phase has no measure
-    std::function<std::uint64_t(int percent)> doneAt;  ///< bytes done when the library reports that share
+    std::uint64_t total = 0;                                ///< bytes; 0: the phase has no measure
+    std::function<std::uint64_t(int percent)> doneAt = {};  ///< bytes done when the library reports that share
+    double seconds = 0;                                     ///< a wait of that length: counted down
 };
 
 class Progress {

@@ -23,5 +23,13 @@ Run declareConfigSetSerial(Arguments& arguments);
 Run declareConfigDiff(Arguments& arguments);
 Run declareScb0(Arguments& arguments);
 Run declareNeuronIdStore(Arguments& arguments);
+Run declareStatus(Arguments& arguments);
+Run declareMode(Arguments& arguments);
+Run declareReset(Arguments& arguments);
+Run declareServicePin(Arguments& arguments);
+Run declareNeuronIdRead(Arguments& arguments);
+Run declareProgramId(Arguments& arguments);
+Run declareDomainRead(Arguments& arguments);
+Run declareDomainWrite(Arguments& arguments);
 
 }  // namespace cli

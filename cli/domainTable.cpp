@@ -1,0 +1,197 @@
+#include "cli/domainTable.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <iterator>
+
+#include "cli/files.h"
+#include "cli/neuronNames.h"
+
+namespace cli {
+namespace {
+
+// The flag bytes of an entry (ISO/IEC 14908-1).
+constexpr unsigned kNotInUse = 0x80;    // domainIdLength, bit 7
+constexpr unsigned kOtherFlags = 0x78;  // domainIdLength, bits 3 to 6
+constexpr unsigned kOtherShift = 3;
+constexpr unsigned kLength = 0x07;     // domainIdLength, bits 0 to 2
+constexpr unsigned kNotAClone = 0x80;  // node, bit 7
+constexpr unsigned kNode = 0x7F;       // node, bits 0 to 6
+
+constexpr std::size_t kIdSize = sizeof LonAddress::domainId;
+constexpr std::size_t kKeySize = sizeof LonAddress::authenticationKey;
+constexpr std::uint64_t kMostBytes = 65536;  // of a file: a table takes a few hundred
+
+std::size_t idLength(const LonAddress& entry) {
+    return std::min<std::size_t>(entry.domainIdLength & kLength, kIdSize);
+}
+
+bool isInUse(const LonAddress& entry) {
+    return (entry.domainIdLength & kNotInUse) == 0;
+}
+
+Failure refused(const std::string& what, const std::string& hint) {
+    return {Exit::FileRefused, what, hint, {}};
+}
+
+/// One entry of the file; every complaint names it.
+class EntryReader {
+public:
+    EntryReader(const Json& json, const std::string& name) : json_(json), name_(name) {
+        if (!json.is_object()) throw refused(name + " is not an object", kSeeRead);
+        static constexpr const char* kKnown[] = {"index", "in_use", "domain_id", "subnet",
+                                                 "node",  "clone",  "flags",     "key"};
+        for (const auto& [key, value] : json.items()) {
+            if (std::none_of(std::begin(kKnown), std::end(kKnown), [&](const char* known) { return key == known; })) {
+                throw refused(name + ": \"" + key + "\" is not known", kSeeRead);
+            }
+        }
+    }
+
+    unsigned number(const char* key, unsigned low, unsigned high, std::optional<unsigned> absent = {}) const {
+        const auto found = json_.find(key);
+        if (found == json_.end() && absent) return *absent;
+        const std::string range = std::to_string(low) + " to " + std::to_string(high);
+        if (found == json_.end() || !found->is_number_integer()) {
+            throw refused(name_ + ": \"" + key + "\" is not a number", range);
+        }
+        const auto value = found->get<std::int64_t>();
+        if (value < low || value > high) {
+            throw refused(name_ + ": " + key + " " + std::to_string(value) + " is out of range", range);
+        }
+        return static_cast<unsigned>(value);
+    }
+
+    bool flag(const char* key, bool absent) const {
+        const auto found = json_.find(key);
+        if (found == json_.end()) return absent;
+        if (!found->is_boolean()) throw refused(name_ + ": \"" + key + "\" is not true or false", kSeeRead);
+        return found->get<bool>();
+    }
+
+    /// The bytes of a hexadecimal text; nothing when it is null or absent.
+    std::optional<std::string> bytes(const char* key, const std::vector<std::size_t>& sizes, const char* hint) const {
+        const auto found = json_.find(key);
+        if (found == json_.end() || found->is_null()) return {};
+        const std::string text = found->is_string() ? found->get<std::string>() : "?";
+        std::string bytes(text.size() / 2, '\0');
+        bool isHex = text.size() % 2 == 0;
+        for (std::size_t i = 0; i < bytes.size() && isHex; ++i) {
+            unsigned value = 0;
+            const char* digits = text.data() + 2 * i;
+            isHex = std::from_chars(digits, digits + 2, value, 16).ptr == digits + 2;
+            bytes[i] = static_cast<char>(value);
+        }
+        if (!isHex || std::find(sizes.begin(), sizes.end(), bytes.size()) == sizes.end()) {
+            throw refused(name_ + ": \"" + key + "\" is not accepted", hint);
+        }
+        return bytes;
+    }
+
+    static constexpr const char* kSeeRead = "tavo-util --json domain read shows the form";
+
+private:
+    const Json& json_;
+    std::string name_;
+};
+
+DomainEntry entryOf(const Json& json, unsigned index) {
+    const std::string name = "domain " + std::to_string(index);
+    const EntryReader reader(json, name);
+    const bool inUse = reader.flag("in_use", true);
+    const auto id = reader.bytes("domain_id", {0, 1, 3, 6}, "0, 1, 3 or 6 bytes in hexadecimal");
+    if (!id) throw refused(name + ": \"domain_id\" is missing", EntryReader::kSeeRead);
+    const unsigned subnet = reader.number("subnet", 0, 0xFF);
+    const unsigned node = reader.number("node", inUse ? 1 : 0, kNode);
+    const bool isClone = reader.flag("clone", false);
+    const unsigned flags = reader.number("flags", 0, kOtherFlags >> kOtherShift, 0);
+    const auto key = reader.bytes("key", {kKeySize}, "6 bytes in hexadecimal; null keeps the key that is there");
+
+    DomainEntry entry{index, {}, key.has_value()};
+    LonAddress& address = entry.address;
+    std::copy(id->begin(), id->end(), address.domainId);
+    address.subnet = static_cast<unsigned char>(subnet);
+    address.node = static_cast<unsigned char>(node | (isClone ? 0 : kNotAClone));
+    address.domainIdLength = static_cast<unsigned char>(id->size() | flags << kOtherShift | (inUse ? 0 : kNotInUse));
+    if (key) std::copy(key->begin(), key->end(), address.authenticationKey);
+    return entry;
+}
+
+std::string content(const std::string& path) {
+    const Descriptor file = openForReading(path);
+    const std::uint64_t size = sizeOf(file);
+    if (size > kMostBytes) throw refused(path + " is too long for a domain table", EntryReader::kSeeRead);
+    std::string text(size, '\0');
+    std::size_t filled = 0;
+    while (filled < size) {
+        const ssize_t count = read(file.get(), text.data() + filled, size - filled);
+        if (count < 0) throw fileFailure("read " + path, errno);
+        if (count == 0) break;
+        filled += static_cast<std::size_t>(count);
+    }
+    text.resize(filled);
+    return text;
+}
+
+Json parsed(const std::string& path) {
+    try {
+        return Json::parse(content(path));
+    } catch (const Json::parse_error& error) {
+        throw refused(path + " is not JSON: " + error.what(), EntryReader::kSeeRead);
+    }
+}
+
+/// The entries of the file, whichever of its three forms it has.
+std::vector<Json> entriesOf(Json file, const std::string& path) {
+    if (file.is_object() && file.contains("result")) file = Json(file["result"]);
+    if (file.is_object() && file.contains("domains")) file = Json(file["domains"]);
+    if (file.is_object()) return {file};
+    if (!file.is_array() || file.empty()) throw refused(path + " holds no domain entries", EntryReader::kSeeRead);
+    return {file.begin(), file.end()};
+}
+
+}  // namespace
+
+Json domainJson(unsigned index, const LonAddress& entry, bool showKey) {
+    Json json{{"index", index},
+              {"in_use", isInUse(entry)},
+              {"domain_id", bytesText(entry.domainId, idLength(entry), "")},
+              {"subnet", entry.subnet},
+              {"node", entry.node & kNode},
+              {"clone", (entry.node & kNotAClone) == 0}};
+    if ((entry.domainIdLength & kOtherFlags) != 0) json["flags"] = (entry.domainIdLength & kOtherFlags) >> kOtherShift;
+    json["key"] = showKey ? Json(bytesText(entry.authenticationKey, kKeySize, "")) : Json(nullptr);
+    return json;
+}
+
+std::string domainText(unsigned index, const LonAddress& entry, bool showKey) {
+    const std::string id = idLength(entry) == 0 ? "-" : bytesText(entry.domainId, idLength(entry), "");
+    char text[96];
+    std::snprintf(text, sizeof text, "%u  domain %-12s  subnet %3u  node %3u  key ", index, id.c_str(), entry.subnet,
+                  entry.node & kNode);
+    return text + (showKey ? bytesText(entry.authenticationKey, kKeySize, "") : "hidden") +
+           (isInUse(entry) ? "" : "  not in use");
+}
+
+std::vector<DomainEntry> readDomainFile(const std::string& path, std::optional<int> only) {
+    const std::vector<Json> inFile = entriesOf(parsed(path), path);
+    std::vector<DomainEntry> entries;
+    for (const Json& json : inFile) {
+        const bool isMeant = only && inFile.size() == 1;  // whatever index it was read from
+        const unsigned index =
+            isMeant ? static_cast<unsigned>(*only) : EntryReader(json, "an entry of " + path).number("index", 0, 1);
+        const auto isIt = [index](const DomainEntry& entry) { return entry.index == index; };
+        if (std::any_of(entries.begin(), entries.end(), isIt)) {
+            throw refused(path + " holds domain " + std::to_string(index) + " twice", "leave one of them");
+        }
+        if (!only || static_cast<unsigned>(*only) == index) entries.push_back(entryOf(json, index));
+    }
+    if (entries.empty()) throw refused(path + " does not hold that entry", EntryReader::kSeeRead);
+    return entries;
+}
+
+}  // namespace cli
