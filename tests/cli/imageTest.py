@@ -267,9 +267,10 @@ class Program(ToolTest):
         self.assertErrorForm(result, "flash contents unchanged")
 
     def test_ctrl_c_stops_at_the_next_page_and_releases_everything(self):
-        path = self.write("image.hex", image((0, noise(MIB // 2))))
+        path = self.write("image.hex", image((0, noise(MIB // 4))))
+        slow = ["pace=real", "size=256K"]  # seconds, so that the signal comes in time on a busy machine too
         for number in (signal.SIGINT, signal.SIGTERM):
-            with self.subTest(number), self.start_tool("program", path) as process:
+            with self.subTest(number), self.start_tool("program", path, sim=slow) as process:
                 result = self.interrupt_when(process, "program: 10 %", number)
                 self.assertExit(result, 130)
                 self.assertErrorForm(result, "flash incomplete: part of the image is missing", "everything is released")

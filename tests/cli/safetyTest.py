@@ -63,7 +63,7 @@ class Dump(ToolTest):
         self.assertEqual(self.whats_there(), [])
 
     def test_ctrl_c_leaves_no_file_and_the_device_free(self):
-        with self.start_tool("dump", self.path("dump.hex"), sim=["busy=3"]) as process:
+        with self.start_tool("dump", self.path("dump.hex"), sim=["pace=real", "size=256K"]) as process:
             result = self.interrupt_when(process, "dump: 10 %")
         self.assertExit(result, 130)
         self.assertErrorForm(result, "flash contents unchanged")

@@ -53,8 +53,8 @@ class SeveralDevices(ToolTest):
         self.assertExit(self.run_tool(*self.device(), *self.device(), "erase", "-y", device=False), 2)
 
     def test_ctrl_c_reaches_all_of_them(self):
-        path = self.write("image.hex", image((0, noise(MIB // 2))))
-        devices = ["-d", f"sim:{self.path('one')},pace=fast", "-d", f"sim:{self.path('two')},pace=fast"]
+        path = self.write("image.hex", image((0, noise(MIB // 4))))
+        devices = ["-d", f"sim:{self.path('one')},size=256K", "-d", f"sim:{self.path('two')},size=256K"]
         process = subprocess.Popen([TOOL, *devices, "program", path, "--json"], stdout=subprocess.PIPE,
                                    stderr=subprocess.PIPE, text=True, env=self.environment(), cwd=self.folder)
         with process:
