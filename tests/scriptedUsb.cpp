@@ -117,9 +117,14 @@ extern "C" {
 int libusb_init(libusb_context** context) {
     static libusb_context only;
     *context = &only;
+    if (usb.initResult != LIBUSB_SUCCESS) return usb.initResult;
+    ++usb.contextsMade;
+    ++usb.contextsOpen;
     return usb.initResult;
 }
-void libusb_exit(libusb_context*) {}
+void libusb_exit(libusb_context*) {
+    --usb.contextsOpen;
+}
 
 ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
     *list = new libusb_device*[usb.attached.size() + 1]();

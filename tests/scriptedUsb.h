@@ -70,6 +70,8 @@ struct ScriptedUsb {
     std::map<libusb_transfer*, bool> inFlight;  // true: cancelled
     int configs = 0;
     int initResult = LIBUSB_SUCCESS;
+    int contextsMade = 0;
+    int contextsOpen = 0;
     bool allocationsFail = false;
     bool busyForever = false;  // the bridge never reports an idle SPI block
     unsigned limit = 10000;    // longest timeout of a bulk transfer; 0: there must be none

@@ -109,6 +109,19 @@ TEST_F(UsbTest, AHandleOutlivesTheListItsDeviceWasFoundIn) {
     EXPECT_EQ(CySetGpioValue(handle, 8, 1), CY_SUCCESS);
 }
 
+TEST_F(UsbTest, AListIsTakenThroughANewContextUnlessAHandleIsOpen) {
+    UINT8 count = 0;
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
+    const int made = usb.contextsMade;
+    const int contexts = usb.contextsOpen;
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);  // sees what was plugged in where no udev tells
+    EXPECT_EQ(usb.contextsMade, made + 1);
+    handle = open();
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
+    EXPECT_EQ(usb.contextsMade, made + 1);
+    EXPECT_EQ(usb.contextsOpen, contexts);
+}
+
 TEST_F(UsbTest, TheRecordBehindAHandleHasTheLibusbHandleWhereVendorRequestsLook) {
     handle = open(1);
     libusb_device_handle* stored = nullptr;
@@ -496,7 +509,7 @@ INSTANTIATE_TEST_SUITE_P(
                  CY_ERROR_REQUEST_FAILED}),
     caseName<BulkCase>);
 
-// In a process of its own, since the context is made once.
+// In a process of its own, which has no context yet.
 TEST(UsbStartDeathTest, WithoutUsbTheListSaysSo) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     scriptedUsb() = ScriptedUsb{};

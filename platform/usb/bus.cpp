@@ -80,12 +80,20 @@ Bus& Bus::instance() {
     return bus;
 }
 
+CY_RETURN_STATUS Bus::makeContext() {
+    // A context learns of devices that come later from udev alone. Where none runs, in a container say,
+    // only a new context sees them. While handles are open their context has to stay.
+    if (context_ && !handles_.empty()) return CY_SUCCESS;
+    devices_.clear();
+    context_.reset();
+    libusb_context* context = nullptr;
+    if (libusb_init(&context) != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_INIT_FAILED;
+    context_.reset(context, libusb_exit);
+    return CY_SUCCESS;
+}
+
 CY_RETURN_STATUS Bus::refreshLocked() {
-    if (!context_) {
-        libusb_context* context = nullptr;
-        if (libusb_init(&context) != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_INIT_FAILED;
-        context_.reset(context);
-    }
+    if (const auto status = makeContext(); status != CY_SUCCESS) return status;
     libusb_device** list = nullptr;
     const auto count = libusb_get_device_list(context_.get(), &list);
     if (count == LIBUSB_ERROR_NO_MEM) return CY_ERROR_ALLOCATION_FAILED;
@@ -111,10 +119,11 @@ libusb_device* Bus::find(UINT8 number) {
     return number < devices_.size() ? devices_[number].get() : nullptr;
 }
 
-Device Bus::device(UINT8 number) {
+BorrowedDevice Bus::device(UINT8 number) {
     const std::lock_guard lock(mutex_);
     libusb_device* device = find(number);
-    return Device(device != nullptr ? libusb_ref_device(device) : nullptr);
+    if (device == nullptr) return {};
+    return {context_, Device(libusb_ref_device(device))};
 }
 
 std::shared_ptr<Claim> Bus::sharedClaim(libusb_device* device, UINT8 interfaceNumber) const {

@@ -84,27 +84,37 @@ inline Claim& claimOf(CY_HANDLE handle) {
     return *static_cast<OpenInterface*>(handle)->claim;
 }
 
-/// The one libusb context of this process, made at the first use. Threads may work on different
-/// devices at once.
+/// A device on loan; the context it belongs to stays as long.
+struct BorrowedDevice {
+    std::shared_ptr<libusb_context> context;  // first in, last out
+    Device device;
+
+    libusb_device* get() const { return device.get(); }
+    explicit operator bool() const { return device != nullptr; }
+};
+
+/// libusb's view of the buses, made at the first use. Threads may work on different devices at once.
 class Bus {
 public:
     static Bus& instance();
 
-    /// Takes a new device list. Devices that handles are open on stay alive beside it.
+    /// Takes a new device list, through a new context when no handle is open. Devices that handles are
+    /// open on stay alive beside it.
     CY_RETURN_STATUS refresh(UINT8& count);
-    /// The device behind a number, with a reference of its own; null for a bad number.
-    Device device(UINT8 number);
+    /// The device behind a number, with a reference of its own; empty for a bad number.
+    BorrowedDevice device(UINT8 number);
     CY_RETURN_STATUS open(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle);
     CY_RETURN_STATUS close(CY_HANDLE handle);
     libusb_context* context() const { return context_.get(); }
 
 private:
+    CY_RETURN_STATUS makeContext();
     CY_RETURN_STATUS refreshLocked();
     libusb_device* find(UINT8 number);
     std::shared_ptr<Claim> sharedClaim(libusb_device* device, UINT8 interfaceNumber) const;
 
     std::mutex mutex_;
-    std::unique_ptr<libusb_context, Releaser<libusb_exit>> context_;  // first in, last out
+    std::shared_ptr<libusb_context> context_;  // first in, last out
     std::vector<Device> devices_;
     std::vector<std::unique_ptr<OpenInterface>> handles_;
     bool listed_ = false;

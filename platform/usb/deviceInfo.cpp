@@ -52,7 +52,7 @@ CY_RETURN_STATUS readStrings(libusb_device* device, const libusb_device_descript
 /// strings of devices without an expected ID are left empty.
 extern "C" TAVO_API CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVICE_INFO* deviceInfo) {
     if (deviceInfo == nullptr) return CY_ERROR_INVALID_PARAMETER;
-    const usb::Device device = usb::Bus::instance().device(deviceNumber);
+    const usb::BorrowedDevice device = usb::Bus::instance().device(deviceNumber);
     if (!device) return CY_ERROR_INVALID_PARAMETER;
     *deviceInfo = CY_DEVICE_INFO{};
     libusb_device_descriptor descriptor{};

@@ -12,7 +12,7 @@ TAVO_API CY_RETURN_STATUS CyGetListofDevices(UINT8* numDevices) {
 
 TAVO_API CY_RETURN_STATUS CyGetPortPath(UINT8 deviceNumber, char* path, UINT32 size) {
     if (path == nullptr) return CY_ERROR_INVALID_PARAMETER;
-    const usb::Device device = usb::Bus::instance().device(deviceNumber);
+    const usb::BorrowedDevice device = usb::Bus::instance().device(deviceNumber);
     return device ? usb::portPathOf(device.get(), path, size) : CY_ERROR_INVALID_PARAMETER;
 }
 
