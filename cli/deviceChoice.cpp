@@ -31,8 +31,25 @@ constexpr Prefix kPrefixes[] = {{"serial:", DeviceSpec::Kind::Serial},
 constexpr const char* kTrySimulated =
     "is it plugged in? Without hardware try the simulated interface: tavo-util -d sim:demo list";
 
+/// Attached interfaces that this user may not open: one of them may be the one that is wanted.
+std::string deniedPaths() {
+    std::vector<platform::AttachedDevice> attached;
+    if (platform::discoverDevices(attached) != CY_SUCCESS) return {};
+    std::string paths;
+    for (const auto& device : attached) {
+        if (device.status == CY_ERROR_ACCESS_DENIED) paths += std::string(" ") + device.info.portPath;
+    }
+    return paths;
+}
+
 Failure noDevice(const GlobalOptions& options) {
     if (options.devices.empty()) return {Exit::NoDevice, "no interface attached", kTrySimulated, {}};
+    if (const std::string denied = deniedPaths(); !denied.empty()) {
+        return {Exit::NoPermission,
+                "no interface that may be opened matches " + options.devices.front() + "; access denied:" + denied,
+                "install the udev rule (packaging/) and replug; sudo is not needed",
+                {}};
+    }
     return {
         Exit::NoDevice, "no interface matches " + options.devices.front(), "tavo-util list shows what is attached", {}};
 }
