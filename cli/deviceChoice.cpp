@@ -128,6 +128,13 @@ std::vector<platform::AttachedDevice> findDevices(const std::vector<std::string>
     return found;
 }
 
+bool isStillAttached(const std::string& portPath) {
+    std::vector<platform::AttachedDevice> attached;
+    if (platform::discoverDevices(attached) != CY_SUCCESS) return true;  // nothing is known
+    return std::any_of(attached.begin(), attached.end(),
+                       [&](const auto& device) { return portPath == device.info.portPath; });
+}
+
 platform::AttachedDevice chooseDevice(const GlobalOptions& options) {
     auto found = waitForDevices(options);
     if (found.empty()) throw noDevice(options);

@@ -24,8 +24,11 @@ DeviceSpec parseDeviceSpec(const std::string& text);
 /// What is attached, and passes the choice when there is one. Throws Failure when USB cannot be used.
 std::vector<platform::AttachedDevice> findDevices(const std::vector<std::string>& specs);
 
-/// The one device the options choose; waits for it with --wait. Throws Failure (3, 4).
+/// The one device the options choose; waits for it with --wait. Throws Failure (3, 4, 5).
 platform::AttachedDevice chooseDevice(const GlobalOptions& options);
+
+/// False when nothing is plugged in at that place any more.
+bool isStillAttached(const std::string& portPath);
 
 /// "00001234 at 1-4.2"
 std::string describe(const platform::AttachedDevice& device);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/commands/commands.h"
+#include "cli/deviceChoice.h"
 #include "cli/flashAccess.h"
 #include "cli/flashRead.h"
 #include "cli/hexConvert.h"
@@ -71,6 +72,11 @@ Failure programFailure(Session& session, TAVO_STATUS status) {
     if (status == TAVO_FLASH_PROGRAMMING_FAILED) {
         session.report.flashState = FlashState::Incomplete;
         if (!session.libraryErrors().empty()) failure.text += ": " + session.libraryErrors();
+    }
+    // The library gives a page up after three attempts, whatever the reason was.
+    if (!isStillAttached(session.device().portPath)) {
+        failure.text += ": the interface is no longer attached";
+        failure.hint = std::string("plug it in again, then ") + kProgramAgain;
     }
     return failure;
 }
