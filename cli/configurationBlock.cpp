@@ -160,16 +160,6 @@ unsigned shortIn(const Block& block, const Field& field) {
     return block[field.offset] | block[field.offset + 1] << 8;
 }
 
-std::string hexText(const unsigned char* bytes, std::size_t count) {
-    std::string text;
-    char digits[4];
-    for (std::size_t i = 0; i < count; ++i) {
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += (i == 0 ? "" : " ") + std::string(digits);
-    }
-    return text;
-}
-
 std::string offsetText(std::size_t offset) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%03X", static_cast<unsigned>(offset));

@@ -25,7 +25,6 @@ std::string whyBad(const Block& block);
 const char* scb0Name(const Block& block);                                        ///< "SPI", "I2C", "UART"
 std::string stringIn(const Block& block, const configBlock::Field& descriptor);  ///< UTF-8
 unsigned shortIn(const Block& block, const configBlock::Field& field);
-std::string hexText(const unsigned char* bytes, std::size_t count);  ///< "43 59 55 53"
 
 std::string offsetText(std::size_t offset);  ///< "0x01C"
 

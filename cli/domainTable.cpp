@@ -159,21 +159,21 @@ std::vector<Json> entriesOf(Json file, const std::string& path) {
 Json domainJson(unsigned index, const LonAddress& entry, bool showKey) {
     Json json{{"index", index},
               {"in_use", isInUse(entry)},
-              {"domain_id", bytesText(entry.domainId, idLength(entry), "")},
+              {"domain_id", hexText(entry.domainId, idLength(entry), "")},
               {"subnet", entry.subnet},
               {"node", entry.node & kNode},
               {"clone", (entry.node & kNotAClone) == 0}};
     if ((entry.domainIdLength & kOtherFlags) != 0) json["flags"] = (entry.domainIdLength & kOtherFlags) >> kOtherShift;
-    json["key"] = showKey ? Json(bytesText(entry.authenticationKey, kKeySize, "")) : Json(nullptr);
+    json["key"] = showKey ? Json(hexText(entry.authenticationKey, kKeySize, "")) : Json(nullptr);
     return json;
 }
 
 std::string domainText(unsigned index, const LonAddress& entry, bool showKey) {
-    const std::string id = idLength(entry) == 0 ? "-" : bytesText(entry.domainId, idLength(entry), "");
+    const std::string id = idLength(entry) == 0 ? "-" : hexText(entry.domainId, idLength(entry), "");
     char text[96];
     std::snprintf(text, sizeof text, "%u  domain %-12s  subnet %3u  node %3u  key ", index, id.c_str(), entry.subnet,
                   entry.node & kNode);
-    return text + (showKey ? bytesText(entry.authenticationKey, kKeySize, "") : "hidden") +
+    return text + (showKey ? hexText(entry.authenticationKey, kKeySize, "") : "hidden") +
            (isInUse(entry) ? "" : "  not in use");
 }
 

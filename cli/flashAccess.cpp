@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "cli/image.h"
+#include "common/neuronPins.h"
 #include "platform/cyusbserial.h"
 #include "tavo/Configurator.h"
 #include "tavo/SpiNand.h"
@@ -12,7 +13,6 @@
 namespace cli {
 namespace {
 
-constexpr unsigned char kResetPin = 8;
 constexpr long kSettle = 100;       // ms from the reset of the Neuron to the first transfer
 constexpr UINT32 kTimeout = 10000;  // ms
 constexpr UCHAR kReadJedecId = 0x9F;
@@ -56,7 +56,7 @@ TAVO_STATUS lookAt(DeviceInfo& device, FlashChip& chip, const char*& step) {
     if (const auto status = configurator.setupSpi(true); status != CY_SUCCESS) return cypressToTavo(status);
     step = "hold the Neuron in reset";
     GPIO gpio(device);
-    const IOPin reset(gpio, kResetPin, IOPin::HIGH);
+    const IOPin reset(gpio, kNeuronResetPin, IOPin::HIGH);
     if (const auto status = reset.set(IOPin::LOW); status != CY_SUCCESS) return cypressToTavo(status);
     Poco::Thread::sleep(kSettle);
     step = "open the flash interface";

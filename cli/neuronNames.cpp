@@ -101,16 +101,6 @@ Json namedJson(const char* name, std::uint8_t raw) {
     return {{"name", name}, {"raw", raw}};
 }
 
-std::string bytesText(const unsigned char* bytes, std::size_t count, const char* separator) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += (i == 0 ? "" : separator) + std::string(digits);
-    }
-    return text;
-}
-
 NeuronState neuronState(Session& session) {
     NeuronState state{};
     session.call(Side::Neuron, "read the status of the Neuron", [&] { return readState(session.device(), state); });

@@ -18,8 +18,6 @@ const char* errorLogName(std::uint8_t error);
 std::string named(const char* name, std::uint8_t raw);  ///< "configured (0x04)"
 Json namedJson(const char* name, std::uint8_t raw);     ///< {"name": "configured", "raw": 4}
 
-std::string bytesText(const unsigned char* bytes, std::size_t count, const char* separator = " ");  ///< "9F FF 05"
-
 /// Reads the Neuron's status, or throws Failure.
 NeuronState neuronState(Session& session);
 

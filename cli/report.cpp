@@ -116,6 +116,16 @@ void printError(const std::string& text, const std::string& state, const std::st
     if (!hint.empty()) console().line("  hint:  " + hint);
 }
 
+std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        text += (i == 0 ? "" : separator) + std::string(digits);
+    }
+    return text;
+}
+
 std::string hexAddress(std::uint32_t address) {
     char text[16];
     std::snprintf(text, sizeof text, "0x%06X", address);

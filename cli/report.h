@@ -55,7 +55,8 @@ private:
 void printError(const std::string& text, const std::string& state, const std::string& hint);
 
 /// Numbers and sizes as people write them.
-std::string hexAddress(std::uint32_t address);                        ///< "0x01A400"
+std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator = " ");  ///< "9F FF 05"
+std::string hexAddress(std::uint32_t address);                                                    ///< "0x01A400"
 std::string sizeText(std::uint64_t bytes);                            ///< "1 MiB", "64 KiB", "300 bytes"
 std::string secondsText(double seconds);                              ///< "31.2 s", "2 min 5 s"
 std::string countText(std::uint64_t count, const std::string& noun);  ///< "1 page", "3 pages"

@@ -4,6 +4,7 @@
 #include "cli/commands/commands.h"
 #include "cli/deviceChoice.h"
 #include "cli/flashAccess.h"
+#include "cli/neuronNames.h"
 #include "cli/session.h"
 #include "tavo/cyboot.h"
 #include "tavo/neuron.h"
@@ -27,29 +28,6 @@ public:
 private:
     Report& report_;
 };
-
-std::string hexText(const unsigned char* bytes, std::size_t size) {
-    std::string text;
-    for (std::size_t i = 0; i < size; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += digits;
-    }
-    return text;
-}
-
-const char* nodeStateText(unsigned char state) {
-    switch (state) {
-        case 0x02:
-            return "unconfigured";
-        case 0x04:
-            return "configured";
-        case 0x06:
-            return "hard offline";
-        default:
-            return "unknown";
-    }
-}
 
 void addBridge(Session& session, Items& items) {
     const platform::AttachedDevice& device = session.attachedDevice();
@@ -83,15 +61,16 @@ void addNeuron(Session& session, Items& items) {
     if (status == TAVO_SUCCESS) {
         status = session.tryCall("read the program ID", [&] { return readProgramId(session.device(), program); });
     }
-    const std::string programText = hexText(program, sizeof program);
+    const std::string programText = hexText(program, sizeof program, "");
     status == TAVO_SUCCESS ? items.add("program_id", "program ID", programText, programText)
                            : items.absent("program_id", "program ID", tavoStatusString(status));
     NeuronState state{};
     if (status == TAVO_SUCCESS) {
         status = session.tryCall("read the node state", [&] { return readState(session.device(), state); });
     }
+    const char* name = nodeStateName(state.nodeState);
     status == TAVO_SUCCESS
-        ? items.add("node_state", "node state", nodeStateText(state.nodeState), nodeStateText(state.nodeState))
+        ? items.add("node_state", "node state", namedJson(name, state.nodeState), named(name, state.nodeState))
         : items.absent("node_state", "node state", tavoStatusString(status));
 }
 

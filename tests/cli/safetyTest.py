@@ -118,7 +118,7 @@ class Info(ToolTest):
     def test_everything_is_told_and_nothing_needs_to_be_there(self):
         told = self.run_tool("--json", "info").json["result"]
         self.assertEqual((told["flash_maker"], told["flash_size"], told["scb0"]), ("Winbond", MIB, "spi"))
-        self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", "configured"))
+        self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", {"name": "configured", "raw": 4}))
         less = self.run_tool("--json", "info", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
                                                     "fault=libusb_control_transfer@1+:-9"]).json
         self.assertEqual(less["exit_status"], 0)
