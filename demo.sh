@@ -39,14 +39,14 @@ show -d "$device" dump "$work/dump.hex"
 echo
 echo "Other tools read the dump:"
 same=
-cat >"$work/intelhex.py" <<'PY'
+cat >"$work/tobin.py" <<'PY'
 import sys
 from intelhex import IntelHex
 IntelHex(sys.argv[1]).tobinfile(sys.argv[2])
 PY
 objcopy -I ihex -O binary "$work/dump.hex" "$work/objcopy.bin"
 srec_cat "$work/dump.hex" -Intel -Output "$work/srec_cat.bin" -Binary
-/usr/bin/python3 "$work/intelhex.py" "$work/dump.hex" "$work/python3-intelhex.bin"
+/usr/bin/python3 "$work/tobin.py" "$work/dump.hex" "$work/python3-intelhex.bin"
 for tool in objcopy srec_cat python3-intelhex; do
   if cmp -s "$work/$tool.bin" "$work/board/flash.bin"; then
     echo "  $tool: the very bytes of the chip"
