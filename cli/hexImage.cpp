@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <map>
 
 #include "cli/hexRecord.h"
 #include "cli/lineReader.h"
@@ -26,6 +27,14 @@ std::string hexByte(unsigned value) {
     return text;
 }
 
+/// What many lines have in common is one fault, with its first line.
+struct Cause {
+    std::uint64_t line = 0;
+    std::uint64_t lines = 0;
+    std::string text;
+    std::string remedy;
+};
+
 class Checker {
 public:
     Checker(HexFile& file, const HexLimits& limits, std::uint64_t textBytes)
@@ -37,6 +46,9 @@ public:
 
 private:
     void fault(std::uint64_t line, const std::string& text, const std::string& remedy);
+    void cause(const std::string& name, std::uint64_t line, const std::string& text, const std::string& remedy);
+    void tellCauses();
+    bool isGood() const { return file_.faultCount == 0 && causes_.empty(); }
     bool isPlainText(const Line& line);
     std::string_view withoutReturn(const Line& line);
     void apply(const Line& line, const HexRecord& record);
@@ -52,8 +64,7 @@ private:
     bool addressesKnown_ = true;  // until a record that may have moved them is not taken
     std::uint16_t upper_ = 0;
     std::uint64_t endLine_ = 0;
-    std::uint64_t firstReturn_ = 0;
-    std::uint64_t returns_ = 0;
+    std::map<std::string, Cause> causes_;
     std::uint64_t decoded_ = 0;
     std::uint64_t fetched_ = 0;
     bool differs_ = false;
@@ -63,6 +74,21 @@ private:
 void Checker::fault(std::uint64_t line, const std::string& text, const std::string& remedy) {
     ++file_.faultCount;
     if (file_.faults.size() < kListedFaults) file_.faults.push_back({line, text, remedy});
+}
+
+void Checker::cause(const std::string& name, std::uint64_t line, const std::string& text, const std::string& remedy) {
+    Cause& found = causes_[name];
+    if (found.lines++ == 0) found = {line, 1, text, remedy};
+}
+
+void Checker::tellCauses() {
+    for (const auto& [name, each] : causes_) {
+        const std::string more = each.lines > 1 ? ", here and in " + countText(each.lines - 1, "more line") : "";
+        file_.faults.push_back({each.line, each.text + more, each.remedy});
+        ++file_.faultCount;
+    }
+    std::stable_sort(file_.faults.begin(), file_.faults.end(),
+                     [](const HexFault& a, const HexFault& b) { return a.line < b.line; });
 }
 
 bool Checker::isPlainText(const Line& line) {
@@ -79,7 +105,7 @@ bool Checker::isPlainText(const Line& line) {
 
 std::string_view Checker::withoutReturn(const Line& line) {
     if (line.text.empty() || line.text.back() != '\r') return line.text;
-    if (returns_++ == 0) firstReturn_ = line.number;
+    cause("return", line.number, "carriage return before the line feed (CR LF)", kConvert);
     return line.text.substr(0, line.text.size() - 1);
 }
 
@@ -98,12 +124,12 @@ void Checker::take(const Line& line) {
         return;
     }
     apply(line, record);
-    if (file_.faultCount == 0 && returns_ == 0) readAsLibrary(line);
+    if (isGood()) readAsLibrary(line);
 }
 
 void Checker::apply(const Line& line, const HexRecord& record) {
     if (file_.endOfFile) {
-        fault(line.number, "record after the end-of-file record of line " + std::to_string(endLine_),
+        cause("end", line.number, "record after the end-of-file record of line " + std::to_string(endLine_),
               "two files put together? Take one of them");
         return;
     }
@@ -118,10 +144,11 @@ void Checker::apply(const Line& line, const HexRecord& record) {
             file_.endOfFile = true;
             endLine_ = line.number;
             return;
-        default:
+        default: {
             addressesKnown_ = addressesKnown_ && record.type != RecordType::ExtendedSegment;
-            fault(line.number, "record type " + hexByte(static_cast<unsigned>(record.type)) + " is not taken",
-                  kConvert);
+            const std::string type = "record type " + hexByte(static_cast<unsigned>(record.type));
+            cause(type, line.number, type + " is not taken", kConvert);
+        }
     }
 }
 
@@ -138,7 +165,7 @@ void Checker::place(const Line& line, const HexRecord& record) {
     std::snprintf(text, sizeof text, "data at 0x%06llX to 0x%06llX lies above %s (0x%06X)",
                   static_cast<unsigned long long>(first), static_cast<unsigned long long>(last),
                   chip ? "the chip's last address" : "24 address bits", limits_.flashSize - 1);
-    fault(line.number, text,
+    cause("above", line.number, text,
           chip ? "choose an image made for a chip of " + sizeText(limits_.flashSize)
                : "the flash takes 24 address bits: link the image from address 0");
 }
@@ -149,7 +176,7 @@ void Checker::placeBytes(const Line& line, const HexRecord& record, std::uint32_
         const auto before = file_.image.put(first + i, record.data[i]);
         if (told || !before || *before == record.data[i]) continue;
         told = true;
-        fault(line.number,
+        cause("overlap", line.number,
               "overlaps earlier data with other bytes: at " + hexAddress(first + i) + " " + hexByte(*before) +
                   " before, " + hexByte(record.data[i]) + " here",
               "the build puts two things in one place: mend its memory map");
@@ -186,11 +213,7 @@ void Checker::finish() {
     auto& shares = file_.bytesAtPercent;
     for (std::size_t i = 1; i < shares.size(); ++i) shares[i] = std::max(shares[i], shares[i - 1]);
     if (!text_) return;
-    if (returns_ > 0) {
-        fault(firstReturn_,
-              "carriage return before the line feed (CR LF), here and in " + countText(returns_ - 1, "more line"),
-              kConvert);
-    }
+    tellCauses();
     if (file_.textBytes == 0) {
         fault(0, "the file is empty", kWrongFile);
     } else if (!file_.endOfFile) {

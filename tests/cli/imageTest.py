@@ -77,6 +77,15 @@ class BadFiles(ToolTest):
         self.assertEqual(told["result"]["error_count"], 34)
         self.assertEqual([fault["line"] for fault in told["result"]["errors"]], list(range(1, 21)))
 
+    def test_what_many_lines_have_in_common_is_one_fault_at_the_first_of_them(self):
+        path = self.write("big.hex", image((0xFFFC0, noise(4096))))
+        overlap = self.write("two.hex", image((0, b"a" * 320))[:-1] + image((0, b"b" * 320)))
+        for args, line, text in (([path, "--flash-size", "1M"], 5, "data at 0x100000 to 0x10001F"),
+                                 ([overlap], 11, "overlaps earlier data")):
+            told = self.run_tool("--json", "check", *args, device=False).json["result"]
+            self.assertEqual([(fault["line"], fault["text"].startswith(text)) for fault in told["errors"]], [(line, True)])
+            self.assertRegex(told["errors"][0]["text"], r", here and in (125|9) more lines$")
+
     @unittest.skipIf(os.geteuid() == 0, "root may read everything")
     def test_a_file_without_permission(self):
         path = self.write("image.hex", GOOD)
