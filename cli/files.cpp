@@ -40,6 +40,25 @@ mode_t modeAfterMask() {
     return kUsualMode & ~mask;
 }
 
+/// The file that a symbolic link names: the link stays when its file is replaced.
+std::string followed(const std::string& path) {
+    char* whole = realpath(path.c_str(), nullptr);
+    const std::string found = whole == nullptr ? path : whole;
+    free(whole);
+    return found;
+}
+
+/// Without permission to replace, a file that appeared meanwhile stays.
+int moveInPlace(const std::string& from, const std::string& to, bool replace) {
+    if (replace) return rename(from.c_str(), to.c_str());
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return -1;
+    // Some network file systems cannot; they have hard links, which memory sticks (FAT) have not.
+    if (link(from.c_str(), to.c_str()) != 0) return -1;
+    unlink(from.c_str());
+    return 0;
+}
+
 }  // namespace
 
 Descriptor::~Descriptor() {
@@ -106,9 +125,14 @@ NewFile::NewFile(const std::string& path, bool replace, const std::string& hintI
     struct stat facts {};
     if (stat(path.c_str(), &facts) == 0) {
         if (S_ISDIR(facts.st_mode)) throw fileFailure("write " + path, EISDIR, "name a file inside the folder");
-        if (!replace) throw fileFailure("write " + path, EEXIST, hintIfThere);
+        // /dev/null, /dev/stdout: as root they would be replaced.
+        if (!S_ISREG(facts.st_mode)) {
+            throw Failure{Exit::FileSystem, "cannot write " + path + ": not a regular file", "choose another name", {}};
+        }
+        if (replace) path_ = followed(path);
     }
-    temporary_ = path + ".part-XXXXXX";
+    if (!replace && lstat(path.c_str(), &facts) == 0) throw fileFailure("write " + path, EEXIST, hintIfThere);
+    temporary_ = path_ + ".part-XXXXXX";
     file_ = Descriptor(mkostemp(temporary_.data(), O_CLOEXEC));
     if (file_.get() < 0) throw fileFailure("write " + path, errno);
     fchmod(file_.get(), modeAfterMask());
@@ -120,12 +144,9 @@ NewFile::~NewFile() {
 
 void NewFile::commit() {
     if (fsync(file_.get()) != 0) throw fileFailure("write " + path_, errno);
-    // Without permission to replace, a file that appeared meanwhile stays: link fails where rename replaces.
-    if (!replace_ && link(temporary_.c_str(), path_.c_str()) != 0) throw fileFailure("write " + path_, errno);
-    if (replace_ && rename(temporary_.c_str(), path_.c_str()) != 0) throw fileFailure("write " + path_, errno);
+    if (moveInPlace(temporary_, path_, replace_) != 0) throw fileFailure("write " + path_, errno);
     const Descriptor folder(open(folderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.get() >= 0) fsync(folder.get());
-    if (!replace_) unlink(temporary_.c_str());
     file_ = Descriptor();
 }
 

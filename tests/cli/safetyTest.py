@@ -44,7 +44,11 @@ class Dump(ToolTest):
                 self.assertErrorForm(result, "device not touched")
                 self.assertIn(hint, result.err)
         self.assertEqual(self.read("there.hex"), b"mine\n")
-        self.assertExit(self.run_tool("dump", "--force", self.path("there.hex")), 0)
+        os.symlink("there.hex", self.path("link.hex"))
+        self.assertExit(self.run_tool("dump", "--force", self.path("link.hex")), 0)
+        self.assertTrue(os.path.islink(self.path("link.hex")))
+        os.mkfifo(self.path("pipe"))
+        self.assertExit(self.run_tool("dump", "--force", self.path("pipe")), 8)
         self.assertGreater(len(self.read("there.hex")), 2 * MIB)
 
     def whats_there(self):
