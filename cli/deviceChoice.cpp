@@ -42,18 +42,6 @@ std::string deniedPaths() {
     return paths;
 }
 
-Failure noDevice(const GlobalOptions& options) {
-    if (options.devices.empty()) return {Exit::NoDevice, "no interface attached", kTrySimulated, {}};
-    if (const std::string denied = deniedPaths(); !denied.empty()) {
-        return {Exit::NoPermission,
-                "no interface that may be opened matches " + options.devices.front() + "; access denied:" + denied,
-                "install the udev rule (packaging/) and replug; sudo is not needed",
-                {}};
-    }
-    return {
-        Exit::NoDevice, "no interface matches " + options.devices.front(), "tavo-util list shows what is attached", {}};
-}
-
 Failure severalDevices(const std::vector<platform::AttachedDevice>& found) {
     std::string text = countText(found.size(), "interface") + " attached, none chosen:";
     for (const auto& device : found) text += "\n    " + describe(device);
@@ -133,6 +121,22 @@ bool isStillAttached(const std::string& portPath) {
     if (platform::discoverDevices(attached) != CY_SUCCESS) return true;  // nothing is known
     return std::any_of(attached.begin(), attached.end(),
                        [&](const auto& device) { return portPath == device.info.portPath; });
+}
+
+Failure noDevice(const GlobalOptions& options) {
+    if (options.devices.empty()) return {Exit::NoDevice, "no interface attached", kTrySimulated, {}};
+    const std::string& wanted = options.devices.front();
+    if (const std::string denied = deniedPaths(); !denied.empty()) {
+        return {Exit::NoPermission,
+                "no interface that may be opened matches " + wanted + "; access denied:" + denied,
+                "install the udev rule (packaging/) and replug; sudo is not needed",
+                {}};
+    }
+    const bool simulated = parseDeviceSpec(wanted).kind == DeviceSpec::Kind::Simulated;
+    return {Exit::NoDevice,
+            (simulated ? "cannot open " : "no interface matches ") + wanted,
+            simulated ? "the simulated interface says above what is wrong" : "tavo-util list shows what is attached",
+            {}};
 }
 
 platform::AttachedDevice chooseDevice(const GlobalOptions& options) {

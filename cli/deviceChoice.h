@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/options.h"
+#include "cli/outcome.h"
 #include "platform/discovery.h"
 
 namespace cli {
@@ -23,6 +24,9 @@ DeviceSpec parseDeviceSpec(const std::string& text);
 
 /// What is attached, and passes the choice when there is one. Throws Failure when USB cannot be used.
 std::vector<platform::AttachedDevice> findDevices(const std::vector<std::string>& specs);
+
+/// What to say when there is none.
+Failure noDevice(const GlobalOptions& options);
 
 /// The one device the options choose; waits for it with --wait. Throws Failure (3, 4, 5).
 platform::AttachedDevice chooseDevice(const GlobalOptions& options);

@@ -1,5 +1,6 @@
 #include "cli/simulated.h"
 
+#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,11 +27,24 @@ void prepare(const std::string& description) {
     }
 }
 
+/// The dynamic linker only warns of a library that it cannot preload and goes on without it: then the
+/// commands would work on whatever is plugged in.
+void requirePreloaded() {
+    if (void* library = dlopen("libtavo-sim.so", RTLD_LAZY | RTLD_NOLOAD); library != nullptr) {
+        dlclose(library);
+        return;
+    }
+    throw Failure{Exit::Internal,
+                  "the simulated interface could not be loaded; no real one is used in its place",
+                  "build or install libtavo-sim.so again, beside this program",
+                  {}};
+}
+
 }  // namespace
 
 void startOnSimulatedInterface(const std::string& description, char** argv) {
     const std::string self = std::to_string(getpid());
-    if (const char* guard = std::getenv(kGuard); guard != nullptr && self == guard) return;
+    if (const char* guard = std::getenv(kGuard); guard != nullptr && self == guard) return requirePreloaded();
     prepare(description);
     setenv(kGuard, self.c_str(), 1);
     execv("/proc/self/exe", argv);

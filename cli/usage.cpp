@@ -276,19 +276,45 @@ std::size_t distance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
+/// How far a typed word is from a command's: part of it counts as near.
+std::size_t farness(const std::string& typed, const std::string& name) {
+    constexpr std::size_t kAbbreviation = 2;
+    const bool begun = typed.size() >= kAbbreviation && name.rfind(typed, 0) == 0;
+    return begun ? 1 : distance(typed, name);
+}
+
 /// CLI11 calls a misspelt command a missing one.
-std::pair<std::string, std::string> unknownCommand(const std::vector<std::string>& rest) {
+/// @param group  the first word and a blank, for the commands of a group; else empty
+std::pair<std::string, std::string> unknownCommand(const std::string& group, const std::vector<std::string>& rest) {
     constexpr std::size_t kClose = 3;
-    if (rest.empty()) return {"no command given", "tavo-util --help lists the commands"};
-    std::string hint = "tavo-util --help lists the commands";
+    const std::string list = "tavo-util " + group + "--help lists the commands";
+    if (rest.empty() && group.empty()) return {"no command given", list};
+    if (rest.empty()) return {"which command of " + group.substr(0, group.size() - 1) + "?", list};
+    std::string hint = list;
     std::size_t closest = kClose;
     for (const auto& command : commands()) {
         const std::string name = command.name;
-        const std::size_t far = distance(rest.front(), name.substr(0, name.find(' ')));
-        if (far < closest) hint = "did you mean tavo-util " + name + "? tavo-util --help lists the commands";
+        if (name.rfind(group, 0) != 0) continue;
+        const std::string word = name.substr(group.size(), name.find(' ', group.size()) - group.size());
+        const std::size_t far = farness(rest.front(), word);
+        if (far < closest) hint = "did you mean tavo-util " + group + word + "? " + list;
         closest = std::min(far, closest);
     }
-    return {"unknown command " + rest.front(), hint};
+    return {"unknown command " + group + rest.front(), hint};
+}
+
+std::pair<std::string, std::string> explained(const CLI::ParseError& error, const CLI::App& app) {
+    const CLI::App* chosen = &app;
+    std::string words;
+    while (!chosen->get_subcommands().empty()) {
+        chosen = chosen->get_subcommands().front();
+        words += chosen->get_name() + " ";
+    }
+    const bool isGroup = !chosen->get_subcommands([](const CLI::App*) { return true; }).empty();
+    if (isGroup && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
+        return unknownCommand(words, app.remaining(true));
+    }
+    return {error.what(), "tavo-util " + words + "--help"};
 }
 
 int usageError(const CLI::ParseError& error, const CLI::App& app, int argc, char** argv) {
@@ -296,16 +322,8 @@ int usageError(const CLI::ParseError& error, const CLI::App& app, int argc, char
     Report report;
     report.configure(json, false);
     report.stateText = "nothing done";
-    std::pair<std::string, std::string> told{error.what(), "tavo-util --help, or tavo-util COMMAND --help"};
-    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
-    const auto given = app.get_subcommands();
-    if (isMissing && given.empty()) told = unknownCommand(app.remaining());
-    const bool isGroup = !given.empty() && !given.front()->get_subcommands({}).empty();
-    if (isMissing && isGroup && given.front()->get_subcommands().empty()) {
-        told = {"which command of " + given.front()->get_name() + "?",
-                "tavo-util " + given.front()->get_name() + " --help"};
-    }
-    report.failure({Exit::Usage, told.first, told.second, {}});
+    const auto [text, hint] = explained(error, app);
+    report.failure({Exit::Usage, text, hint, {}});
     return report.finish(Exit::Usage);
 }
 

@@ -57,12 +57,7 @@ void printTable(Report& report, const std::vector<Row>& rows) {
 
 void list(Session& session) {
     session.report.result["devices"] = Json::array();
-    if (session.attached().empty()) {
-        throw Failure{Exit::NoDevice,
-                      "no interface attached",
-                      "is it plugged in? Without hardware try the simulated interface: tavo-util -d sim:demo list",
-                      {}};
-    }
+    if (session.attached().empty()) throw noDevice(session.options);
     std::vector<Row> rows{{"SERIAL", "PATH", "VID:PID", "NEURON", "ACCESS"}};
     for (const auto& device : session.attached()) {
         rows.push_back(row(device));

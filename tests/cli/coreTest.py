@@ -23,7 +23,9 @@ class Usage(ToolTest):
 
     def test_a_misspelt_command_is_named_with_the_closest_one(self):
         for words, text in (("progam x.hex", "did you mean tavo-util program?"), ("config", "which command of config?"),
-                            ("", "no command given"), ("config write", "FILE is required")):
+                            ("", "no command given"), ("config write", "FILE is required"),
+                            ("config raed", "did you mean tavo-util config read?"), ("verif", "tavo-util verify?"),
+                            ("scb0 uart", "hint:  tavo-util scb0 --help")):
             with self.subTest(words):
                 self.assertIn(text, self.run_tool(*words.split(), device=False).err)
 
@@ -52,6 +54,17 @@ class Choice(ToolTest):
         rows = self.run_tool("list").out.splitlines()
         self.assertEqual(rows[0].split(), ["SERIAL", "PATH", "VID:PID", "NEURON", "ACCESS"])
         self.assertEqual(rows[1].split(), ["00001234", "sim:" + self.board, "04B4:0004", "-", "ok"])
+
+    def test_a_simulated_interface_that_does_not_load_never_means_a_real_one(self):
+        shutil.copy(TOOL, self.path("tavo-util"))
+        self.write("libtavo-sim.so", b"")
+        done = subprocess.run([self.path("tavo-util"), *self.device(), "-y", "erase"], capture_output=True, text=True,
+                              env={**self.environment(), "LD_LIBRARY_PATH": os.path.dirname(TOOL)}, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("no real one is used in its place", done.stderr)
+        blocked = self.run_tool("-d", "sim:" + self.write("file", b""), "list", device=False)
+        self.assertExit(blocked, 3)
+        self.assertIn("the simulated interface says above", blocked.err)
 
     def test_the_environment_names_the_device_as_the_option_does(self):
         env = {"TAVO_DEVICE": self.device()[1]}
