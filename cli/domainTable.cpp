@@ -113,11 +113,11 @@ DomainEntry entryOf(const Json& json, unsigned index) {
 
     DomainEntry entry{index, {}, key.has_value()};
     LonAddress& address = entry.address;
-    std::copy(id->begin(), id->end(), address.domainId);
+    std::copy_n(id->begin(), std::min(id->size(), sizeof address.domainId), address.domainId);
     address.subnet = static_cast<unsigned char>(subnet);
     address.node = static_cast<unsigned char>(node | (isClone ? 0 : kNotAClone));
     address.domainIdLength = static_cast<unsigned char>(id->size() | flags << kOtherShift | (inUse ? 0 : kNotInUse));
-    if (key) std::copy(key->begin(), key->end(), address.authenticationKey);
+    if (key) std::copy_n(key->begin(), kKeySize, address.authenticationKey);
     return entry;
 }
 
