@@ -18,7 +18,7 @@ constexpr Command kCommands[] = {
      {"tavo-util check image.hex", "tavo-util check image.hex --flash-size 1M --map"},
      declareCheck},
     {"info",
-     "show what is in the interface",
+     "show what is in the interface; restarts the Neuron",
      Needs::Device,
      nullptr,
      {"tavo-util info", "tavo-util -d usb:1-4.2 --json info"},

@@ -186,7 +186,7 @@ void addOutputOptions(CLI::App& app, GlobalOptions& options) {
     app.add_option("--color", options.color, "auto, always or never")
         ->check(CLI::IsMember({"auto", "always", "never"}))
         ->type_name("WHEN");
-    app.add_flag("-q,--quiet", options.quiet, "only results and errors");
+    app.add_flag("-q,--quiet", options.quiet, "only the data asked for and errors");
     app.add_flag("-v,--verbose", options.verbosity, "tell each step; -vv each transfer too");
     app.add_option("--log", options.logFile, "write every detail to FILE")->type_name("FILE");
     app.add_flag("-y,--yes", options.yes, "do not ask");
