@@ -71,7 +71,7 @@ int spiTransfer(Board& board, const Handle& handle, CY_DATA_BUFFER* read, CY_DAT
     if (read != nullptr && write != nullptr && read->length != write->length) {
         return read->length > write->length ? CY_ERROR_IO_TIMEOUT : CY_ERROR_BUFFER_OVERFLOW;
     }
-    const UINT32 length = write != nullptr ? write->length : read->length;
+    const UINT32 length = std::max(read != nullptr ? read->length : 0U, write != nullptr ? write->length : 0U);
     if (length > 0xFFFF) return CY_ERROR_IO_TIMEOUT;  // the length travels in 16 bits
     board.transfer(write != nullptr ? write->buffer : nullptr, read != nullptr ? read->buffer : nullptr, length);
     if (read != nullptr) read->transferCount = length;
