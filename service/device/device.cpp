@@ -1,0 +1,56 @@
+#include <utility>
+
+#include "platform/deviceLock.h"
+#include "tavo/service/device.h"
+
+namespace tavo {
+namespace {
+
+std::string lockName(const DeviceDescription& device) {
+    return device.path.empty() ? "serial-" + device.serial : device.path;
+}
+
+Error held(const std::string& device, int holder) {
+    const std::string by = holder > 0 ? "by process " + std::to_string(holder) : "by another process";
+    return {Problem::Busy, device + " is in use " + by, "wait until it has finished, or end it with Ctrl-C there"};
+}
+
+}  // namespace
+
+struct Device::Held {
+    explicit Held(DeviceDescription itsDescription)
+        : description(std::move(itsDescription)), lock(lockName(description)) {}
+
+    DeviceDescription description;
+    platform::DeviceLock lock;
+};
+
+Device::Device(DeviceDescription description) : held_(std::make_unique<Held>(std::move(description))) {
+    if (!held_->lock.isHeld()) throw held(name(), held_->lock.holder());
+}
+
+Device Device::open(const std::string& spec, std::optional<unsigned> waitSeconds, const Control& control) {
+    DeviceDescription description = chooseDevice({spec}, waitSeconds, control);
+    if (description.access != TAVO_SUCCESS) {
+        throw statusError(description.access, Side::Bridge, "open " + description.name());
+    }
+    return Device(std::move(description));
+}
+
+Device::~Device() = default;
+Device::Device(Device&&) noexcept = default;
+Device& Device::operator=(Device&&) noexcept = default;
+
+const DeviceDescription& Device::description() const {
+    return held_->description;
+}
+
+DeviceInfo& Device::info() {
+    return held_->description.info;
+}
+
+const DeviceInfo& Device::info() const {
+    return held_->description.info;
+}
+
+}  // namespace tavo

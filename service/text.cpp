@@ -1,0 +1,49 @@
+#include "tavo/service/text.h"
+
+#include <cstdio>
+
+namespace tavo {
+
+std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
+        text += (i == 0 ? "" : separator) + std::string(digits);
+    }
+    return text;
+}
+
+std::string hexAddress(std::uint32_t address) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%06X", address);
+    return text;
+}
+
+std::string sizeText(std::uint64_t bytes) {
+    constexpr std::uint64_t kKi = 1024;
+    if (bytes >= kKi * kKi && bytes % (kKi * kKi) == 0) return std::to_string(bytes / kKi / kKi) + " MiB";
+    if (bytes >= kKi && bytes % kKi == 0) return std::to_string(bytes / kKi) + " KiB";
+    return countText(bytes, "byte");
+}
+
+std::string secondsText(double seconds) {
+    char text[48];
+    if (seconds < 100) {
+        std::snprintf(text, sizeof text, "%.1f s", seconds);
+    } else {
+        const auto whole = static_cast<unsigned>(seconds);
+        std::snprintf(text, sizeof text, "%u min %u s", whole / 60, whole % 60);
+    }
+    return text;
+}
+
+std::string countText(std::uint64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string neuronIdText(const NeuronId& id) {
+    return hexText(id.bytes, NeuronId::kSize, "");
+}
+
+}  // namespace tavo
