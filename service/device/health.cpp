@@ -1,0 +1,98 @@
+#include "service/device/health.h"
+
+#include "common/neuronPins.h"
+#include "tavo/Configurator.h"
+
+namespace tavo {
+namespace {
+
+constexpr UINT32 kFlashClockHz = 900000;
+constexpr UCHAR kFlashWordBits = 8;
+
+/// For the log. An observer that throws must not keep the rest from being released.
+void note(const Operation& op, const std::string& text) {
+    try {
+        op.step(text);
+    } catch (...) {
+    }
+}
+
+LineState lookAt(const CyHandle& scb0, unsigned char pin, LineState whenRefused) {
+    if (scb0.openStatus != CY_SUCCESS) return LineState::Unknown;
+    UINT8 level = 0;
+    const CY_RETURN_STATUS status = CyGetGpioValue(scb0.handle, pin, &level);
+    if (status == CY_ERROR_REQUEST_FAILED) return whenRefused;
+    if (status != CY_SUCCESS) return LineState::Unknown;
+    return level == 0 ? LineState::Held : LineState::Released;
+}
+
+/// The bridges with 12 pins refuse to tell of pin 14. One that was driven or seen before is there, whatever
+/// the refusal means.
+LineState lookAtService(const CyHandle& scb0, LineState before) {
+    return lookAt(scb0, kNeuronServicePin, before == LineState::NotLooked ? LineState::NotLooked : LineState::Unknown);
+}
+
+Scb0State lookAtRole(const CyHandle& scb0, Scb0Role role) {
+    if (role != Scb0Role::Spi) return Scb0State::NotLooked;
+    CY_SPI_CONFIG config{};
+    if (scb0.openStatus != CY_SUCCESS || CyGetSpiConfig(scb0.handle, &config) != CY_SUCCESS) return Scb0State::Unknown;
+    return isFlashMaster(config) ? Scb0State::SpiMaster : Scb0State::GivenBack;
+}
+
+const char* name(LineState state) {
+    constexpr const char* kNames[] = {"not looked at", "released", "held", "unknown"};
+    return kNames[static_cast<std::size_t>(state)];
+}
+
+const char* name(Scb0State state) {
+    constexpr const char* kNames[] = {"not looked at", "given back", "SPI master", "unknown"};
+    return kNames[static_cast<std::size_t>(state)];
+}
+
+bool isDoubtful(LineState state) {
+    return state == LineState::Held || state == LineState::Unknown;
+}
+
+bool isDoubtful(Scb0State state) {
+    return state == Scb0State::SpiMaster || state == Scb0State::Unknown;
+}
+
+void release(Device& device, unsigned char pin) {
+    GPIO gpio(device.info());
+    static_cast<void>(IOPin(gpio, pin, IOPin::HIGH).set(IOPin::HIGH));  // looked at afterwards
+}
+
+}  // namespace
+
+bool isFlashMaster(const CY_SPI_CONFIG& config) {
+    return config.isMaster && config.frequency == kFlashClockHz && config.dataWidth == kFlashWordBits &&
+           config.protocol == CY_SPI_MOTOROLA && config.isContinuousMode && !config.isCpha && !config.isCpol;
+}
+
+void lookAtLines(Operation& op) {
+    const DeviceInfo& info = op.device.info();
+    const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
+    op.state.scb0 = lookAtRole(scb0, op.device.description().scb0);
+    op.state.serviceLine = lookAtService(scb0, op.state.serviceLine);
+    op.state.resetLine = lookAt(scb0, kNeuronResetPin, LineState::Unknown);
+    note(op, std::string("reset line ") + name(op.state.resetLine) + ", service line " + name(op.state.serviceLine) +
+                 ", SCB0 " + name(op.state.scb0));
+}
+
+void letGo(Operation& op, bool giveScb0Back) {
+    lookAtLines(op);
+    const DeviceState& state = op.state;
+    const bool scb0 = giveScb0Back && isDoubtful(state.scb0);
+    const bool service = isDoubtful(state.serviceLine);
+    const bool reset = isDoubtful(state.resetLine);
+    if (!scb0 && !service && !reset) return;
+    note(op, "releasing what is held once more");
+    // SCB0 first: as a master it would drive the flash beside the Neuron that starts. The service line before
+    // the reset: held while the Neuron starts it asks for another mode.
+    if (scb0) static_cast<void>(Configurator(op.device.info()).setupSpi(false));
+    if (service) release(op.device, kNeuronServicePin);
+    if (reset) release(op.device, kNeuronResetPin);
+    lookAtLines(op);
+}
+
+}  // namespace tavo

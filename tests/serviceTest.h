@@ -1,0 +1,42 @@
+// The fixture of every test of the service layer: a device on a simulated interface with a folder of its own,
+// so that programs of tests that run side by side neither share its lock nor its history.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tavo/service/device.h"
+#include "tests/rigTest.h"
+
+class ServiceTest : public RigTest {
+protected:
+    ServiceTest() {
+        std::string name = testing::TempDir() + "tavo-service-XXXXXX";
+        folder = mkdtemp(name.data());
+        sim::Options options;
+        options.pace = sim::Pace::Virtual;
+        options.folder = folder;
+        rig.reset(options);
+    }
+    ~ServiceTest() override { std::filesystem::remove_all(folder); }
+
+    /// Found and locked at the first use.
+    tavo::Device& device() {
+        if (!device_) device_.emplace(tavo::devices().at(0));
+        return *device_;
+    }
+    /// As after a replug: found anew.
+    void findAgain() { device_.reset(); }
+
+    /// What crosses the seam from here on.
+    void clearJournal() { rig.journal.clear(); }
+
+    std::string folder;
+    const tavo::Control none;  // an Operation borrows it
+
+private:
+    std::optional<tavo::Device> device_;
+};
