@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "cli/printable.h"
+
 namespace cli {
 namespace {
 
@@ -18,6 +20,16 @@ bool isCapableTerminal() {
 bool colorByDefault(bool terminal) {
     const char* noColor = std::getenv("NO_COLOR");  // https://no-color.org: present and not empty
     return terminal && (noColor == nullptr || *noColor == '\0');
+}
+
+/// So many bytes of a text as show in that many columns, none of them a part of a character.
+std::string clipped(const std::string& text, std::size_t columns) {
+    std::size_t end = 0;
+    for (std::size_t shown = 0; end < text.size(); ++end) {
+        const bool begins = (static_cast<unsigned char>(text[end]) & 0xC0) != 0x80;
+        if (begins && shown++ == columns) break;
+    }
+    return text.substr(0, end);
 }
 
 constexpr const char* kCodes[] = {"", "\033[1;31m", "\033[1;33m", "\033[32m"};
@@ -50,6 +62,14 @@ void Console::eraseRows(std::string& out) {
 }
 
 void Console::line(const std::string& text) {
+    exactLine(printable(text));
+}
+
+void Console::line(Style style, const std::string& word, const std::string& text) {
+    exactLine("tavo-util: " + styled(style, word) + " " + printable(text));
+}
+
+void Console::exactLine(const std::string& text) {
     const std::lock_guard lock(mutex_);
     const std::vector<std::string> rows = rows_;
     std::string out;
@@ -67,7 +87,7 @@ void Console::live(const std::vector<std::string>& rows) {
     std::string out;
     eraseRows(out);
     for (const auto& row : rows) {
-        rows_.push_back(row.substr(0, columns - 1));  // a full last column would wrap
+        rows_.push_back(clipped(printable(row), columns - 1));  // a full last column would wrap
         out += (rows_.size() == 1 ? "" : "\n") + rows_.back();
     }
     write(out);

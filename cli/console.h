@@ -17,17 +17,22 @@ public:
     bool isTerminal() const { return terminal_; }
     int width() const;  ///< columns of the terminal, 80 when unknown
 
+    /// One line; what would not show as it is in text is escaped (see printable.h).
     void line(const std::string& text);
+    /// The same behind "tavo-util: " and a word in its colour: "error:".
+    void line(Style style, const std::string& word, const std::string& text);
+    /// A line that must stay as it is, byte for byte: an event of --progress json.
+    void exactLine(const std::string& text);
     /// Shows rows that the next call replaces; only on a terminal.
     void live(const std::vector<std::string>& rows);
     void clearLive();
 
-    std::string styled(Style style, const std::string& text) const;
     void setColor(const std::string& when);  ///< auto, always, never
 
     Console();
 
 private:
+    std::string styled(Style style, const std::string& text) const;
     void eraseRows(std::string& out);
     void write(const std::string& text) const;
 

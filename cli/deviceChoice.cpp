@@ -43,9 +43,10 @@ std::string deniedPaths() {
 }
 
 Failure severalDevices(const std::vector<platform::AttachedDevice>& found) {
-    std::string text = countText(found.size(), "interface") + " attached, none chosen:";
-    for (const auto& device : found) text += "\n    " + describe(device);
-    return {Exit::SeveralDevices, text, "choose one with -d SERIAL or -d usb:PATH, or take --all", {}};
+    const std::string text = countText(found.size(), "interface") + " attached, none chosen:";
+    std::vector<std::string> names;
+    for (const auto& device : found) names.push_back(describe(device));
+    return {Exit::SeveralDevices, text, "choose one with -d SERIAL or -d usb:PATH, or take --all", {}, names};
 }
 
 std::vector<platform::AttachedDevice> waitForDevices(const GlobalOptions& options) {
@@ -135,7 +136,9 @@ Failure noDevice(const GlobalOptions& options) {
     const bool simulated = parseDeviceSpec(wanted).kind == DeviceSpec::Kind::Simulated;
     return {Exit::NoDevice,
             (simulated ? "cannot open " : "no interface matches ") + wanted,
-            simulated ? "the simulated interface says above what is wrong" : "tavo-util list shows what is attached",
+            simulated
+                ? "the lines before on standard error say what is wrong in its folder; another folder starts a new one"
+                : "tavo-util list shows what is attached",
             {}};
 }
 

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "tavo/status.h"
 
@@ -37,9 +38,10 @@ const char* flashStateText(FlashState state);  ///< for people: "device not touc
 /// Ends a command. Not a std::exception, so that the library never takes it for one of its own.
 struct Failure {
     Exit exit = Exit::Internal;
-    std::string text;                   ///< what failed, without a final period
-    std::string hint;                   ///< what to do next; may be empty
-    std::optional<TAVO_STATUS> status;  ///< the library's code when the library failed
+    std::string text;                     ///< what failed, without a final period
+    std::string hint;                     ///< what to do next; may be empty
+    std::optional<TAVO_STATUS> status;    ///< the library's code when the library failed
+    std::vector<std::string> lines = {};  ///< more about text, one below the other: what there is to choose from
 };
 
 /// Which part of the interface a library call talks to: the same code means different things.

@@ -5,6 +5,7 @@
 
 #include "cli/console.h"
 #include "cli/log.h"
+#include "cli/printable.h"
 #include "cli/progress.h"
 
 namespace cli {
@@ -34,7 +35,11 @@ void Report::line(const std::string& text) {
     if (keepLines_) lines_.push_back(text);
     if (json_) return;
     console().clearLive();
-    std::cout << text << std::endl;
+    std::cout << printable(text) << std::endl;
+}
+
+void Report::script(const std::string& text) {
+    if (!json_) std::cout << text << std::flush;
 }
 
 void Report::note(const std::string& text) {
@@ -51,7 +56,7 @@ void Report::warning(const std::string& text, const std::string& hint) {
         progress().event({{"event", "warning"}, {"text", text}, {"hint", hint}});
         return;
     }
-    console().line("tavo-util: " + console().styled(Style::Warning, "warning:") + " " + text);
+    console().line(Style::Warning, "warning:", text);
     if (!hint.empty()) console().line("  hint:  " + hint);
 }
 
@@ -66,8 +71,10 @@ void Report::failure(const Failure& failure) {
                 std::to_string(static_cast<std::uint32_t>(*failure.status)) + "]";
     }
     status_ = failure.status;
-    tell("error", failure.text, failure.hint);
-    printError(text, state(), failure.hint);
+    std::string whole = failure.text;
+    for (const auto& line : failure.lines) whole += "\n    " + line;
+    tell("error", whole, failure.hint);
+    printError(text, state(), failure.hint, failure.lines);
 }
 
 void Report::interrupted() {
@@ -105,13 +112,16 @@ int Report::finish(Exit exit) {
     return static_cast<int>(exit);
 }
 
-void printError(const std::string& text, const std::string& state, const std::string& hint) {
+void printError(const std::string& text, const std::string& state, const std::string& hint,
+                const std::vector<std::string>& lines) {
     log().write(Detail::FileOnly, "error: " + text + "; state: " + state + "; hint: " + hint);
+    for (const auto& line : lines) log().write(Detail::FileOnly, "error:     " + line);
     if (progress().emitsEvents()) {
         progress().event({{"event", "error"}, {"text", text}, {"state", state}, {"hint", hint}});
         return;
     }
-    console().line("tavo-util: " + console().styled(Style::Error, "error:") + " " + text);
+    console().line(Style::Error, "error:", text);
+    for (const auto& line : lines) console().line("    " + line);
     if (!state.empty()) console().line("  state: " + state);
     if (!hint.empty()) console().line("  hint:  " + hint);
 }

@@ -24,8 +24,9 @@ public:
     std::string stateText;                          ///< replaces the flash state in the error text, for other parts
     std::string command;
 
-    void line(const std::string& text);  ///< what was asked for: standard output, also with -q
-    void note(const std::string& text);  ///< that it was done: standard output, not with -q
+    void line(const std::string& text);    ///< what was asked for: standard output, also with -q
+    void note(const std::string& text);    ///< that it was done: standard output, not with -q
+    void script(const std::string& text);  ///< text for a program, exactly, with its line ends; standard output
     void warning(const std::string& text, const std::string& hint = "");
 
     /// Tells a failure: three lines on standard error, and a message of the object.
@@ -52,7 +53,9 @@ private:
 };
 
 /// The three-line error form on standard error.
-void printError(const std::string& text, const std::string& state, const std::string& hint);
+/// @param lines  more about text, one below the other
+void printError(const std::string& text, const std::string& state, const std::string& hint,
+                const std::vector<std::string>& lines = {});
 
 /// Numbers and sizes as people write them.
 std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator = " ");  ///< "9F FF 05"

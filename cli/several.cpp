@@ -7,6 +7,7 @@
 
 #include "cli/childProcess.h"
 #include "cli/deviceChoice.h"
+#include "cli/printable.h"
 #include "cli/session.h"
 
 namespace cli {
@@ -197,7 +198,7 @@ std::string statusText(const Json& object) {
 
 void tell(const Row& row, bool json) {
     for (const auto& line : row.object.value("lines", Json::array())) {
-        if (!json) std::cout << row.device.name << ": " << line.get<std::string>() << std::endl;
+        if (!json) std::cout << printable(row.device.name + ": " + line.get<std::string>()) << std::endl;
     }
     for (const auto& message : row.object.value("messages", Json::array())) {
         const std::string text = row.device.name + ": " + textOf(message["text"]) + statusText(row.object);
@@ -205,7 +206,7 @@ void tell(const Row& row, bool json) {
             const std::string state = row.object.value("state_text", "device state unknown");
             printError(text, state, textOf(message["hint"]));
         } else {
-            console().line("tavo-util: warning: " + text);
+            console().line(Style::Warning, "warning:", text);
         }
     }
 }

@@ -117,10 +117,9 @@ constexpr Shell kShells[] = {{"bash", bash}, {"zsh", zsh}, {"fish", fish}};
 void completion(Session& session, const std::string& wanted) {
     for (const auto& shell : kShells) {
         if (wanted != shell.name) continue;
-        std::string script = shell.script(commandWords());
+        const std::string script = shell.script(commandWords());
         session.report.result["script"] = script;
-        script.pop_back();  // line ends the last line itself
-        session.report.line(script);
+        session.report.script(script);
     }
 }
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -64,7 +65,7 @@ class Choice(ToolTest):
         self.assertIn("no real one is used in its place", done.stderr)
         blocked = self.run_tool("-d", "sim:" + self.write("file", b""), "list", device=False)
         self.assertExit(blocked, 3)
-        self.assertIn("the simulated interface says above", blocked.err)
+        self.assertIn("file: not a folder", blocked.err)
 
     def test_the_environment_names_the_device_as_the_option_does(self):
         env = {"TAVO_DEVICE": self.device()[1]}
@@ -141,6 +142,64 @@ class TwoDevices(ToolTest):
                 break
         self.assertEqual([device["device"]["path"] for device in told["devices"]], ["1-1", "1-4"])
         self.assertExit(self.run_on_bus("--all", "erase"), 13)
+
+
+class HostileText(ToolTest):
+    """What a device, a file or a file name holds must not steer the terminal."""
+
+    TITLE = "\x1b]0;owned\x07"
+    SHOWN = "\\x1B]0;owned\\x07"
+
+    def put_serial(self, text):
+        """Writes it into the configuration block of the board."""
+        self.run_tool("list")
+        with open(self.path("board/config.bin"), "r+b") as file:
+            block = bytearray(file.read())
+            units = text.encode("utf-16-le")
+            block[370:436] = (bytes([len(units) + 2, 3]) + units).ljust(66, b"\0")
+            words = (int.from_bytes(block[at:at + 4], "little") for at in range(12, 512, 4))
+            block[8:12] = (sum(words) & 0xFFFFFFFF).to_bytes(4, "little")
+            file.seek(0)
+            file.write(block)
+
+    def assertHarmless(self, shown):
+        # The terminal's own line ends and the codes of the colours, the live row and the cursor are ours.
+        text = re.sub(r"\x1b\[[0-9;]*[mKA]", "", shown.replace("\r\n", "\n")).replace("\r", "")
+        self.assertNotRegex(text, "[\x00-\x09\x0b-\x1f\x7f-\x9f\u2028-\u202e\u2066-\u2069]")
+
+    def test_the_serial_number_of_a_device(self):
+        self.put_serial(self.TITLE)
+        for args, code in ((("list",), 0), (("info",), 0), (("config", "read"), 0), (("doctor",), 0),
+                           (("program", "missing.hex"), 8), (("erase",), 13), (("-v", "erase", "-y"), 0)):
+            with self.subTest(args=args):
+                result = self.run_on_terminal(*args, typed="n\n")
+                self.assertExit(result, code)
+                self.assertHarmless(result.out)
+        self.assertIn(self.SHOWN, self.run_tool("list").out)
+        self.assertEqual(self.run_tool("--json", "list").json["result"]["devices"][0]["serial"], self.TITLE)
+
+    def test_the_names_of_files_in_errors_and_in_the_log(self):
+        for name, shown in ((self.TITLE, self.SHOWN), ("a\nb", "a\\x0Ab"), (b"\xff\xc0\xaf\xed\xa0\x80", "\\xFF\\xC0\\xAF\\xED"),
+                            ("\x9b2J\u202egpj", "\\u009B2J\\u202Egpj"), ("Gerät-é-機", "Gerät-é-機"), (b"cut\xe6\xa9", "\\xE6\\xA9")):
+            with self.subTest(name=name):
+                result = self.run_tool("--log", "run.log", "check", name, device=False)
+                self.assertExit(result, 8)
+                self.assertIn(shown, result.err.splitlines()[0])
+                self.assertHarmless(result.err)
+                log = self.read("run.log").decode()
+                self.assertIn(shown, log)
+                self.assertHarmless(log)
+
+    def test_a_line_of_a_file_that_is_shown(self):
+        path = self.write("image.hex", (":00" + self.TITLE).encode() + b"\xc3\x28\n")
+        self.assertHarmless(self.run_tool("check", path, device=False).err)
+
+    def test_several_devices(self):
+        self.put_serial(self.TITLE)
+        result = self.run_tool("-d", f"sim:{self.path('other')},pace=fast", "info")
+        self.assertExit(result, 0)
+        self.assertIn(self.SHOWN + ": serial", result.out)
+        self.assertHarmless(result.out + result.err)
 
 
 class Output(ToolTest):
