@@ -8,6 +8,7 @@
 
 #include "cli/console.h"
 #include "cli/outcome.h"
+#include "cli/printable.h"
 
 namespace cli {
 namespace {
@@ -31,6 +32,7 @@ Log::~Log() {
 }
 
 void Log::open(const std::string& path) {
+    path_ = path;
     file_ = std::fopen(path.c_str(), "ae");
     if (file_ == nullptr) {
         throw Failure{Exit::FileSystem,
@@ -44,8 +46,15 @@ void Log::open(const std::string& path) {
 void Log::write(Detail detail, const std::string& text) {
     if (!wants(detail)) return;
     const std::lock_guard lock(mutex_);
-    if (file_ != nullptr) std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), text.c_str());
+    if (file_ != nullptr && std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), printable(text).c_str()) < 0) {
+        if (error_ == 0) error_ = errno;
+    }
     if (verbosity_ >= static_cast<int>(detail)) console().line(text);
+}
+
+std::string Log::fault() {
+    const std::lock_guard lock(mutex_);
+    return error_ == 0 ? "" : "the log " + path_ + " is incomplete: " + std::strerror(error_);
 }
 
 Log& log() {

@@ -15,11 +15,15 @@ public:
     void open(const std::string& path);  ///< throws Failure when the file cannot be written
     void setVerbosity(int level) { verbosity_ = level; }
     bool wants(Detail detail) const { return file_ != nullptr || verbosity_ >= static_cast<int>(detail); }
+    /// What kept lines out of the file, for people; empty while all of them are in it.
+    std::string fault();
     void write(Detail detail, const std::string& text);
 
 private:
     std::mutex mutex_;
+    std::string path_;
     std::FILE* file_ = nullptr;
+    int error_ = 0;  // the first one; a log is written on with, but the hole in it is told
     int verbosity_ = 0;
 };
 

@@ -1,4 +1,8 @@
 // tavo-util: from a command line to an exit code.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <string>
@@ -12,6 +16,15 @@
 
 namespace cli {
 namespace {
+
+/// A file opened while one of the three standard streams is closed gets its number, and whatever is
+/// printed goes into that file: a copy of the image, the dump.
+void openMissingStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The lowest free number is taken: the streams below this one are open.
+        if (fcntl(stream, F_GETFD) < 0 && errno == EBADF) static_cast<void>(open("/dev/null", O_RDWR));
+    }
+}
 
 void allowUsbIds(const std::vector<std::string>& ids) {
     constexpr int kHex = 16;
@@ -82,6 +95,9 @@ int run(int argc, char** argv) {
         ofSeveral = runSeveral(invocation, argc, argv);
         return Exit::Done;
     });
+    if (const std::string fault = log().fault(); !fault.empty()) {
+        session.report.warning(fault, "free some space, or choose another file for --log");
+    }
     return ofSeveral ? *ofSeveral : session.report.finish(exit);
 }
 
@@ -89,5 +105,6 @@ int run(int argc, char** argv) {
 }  // namespace cli
 
 int main(int argc, char** argv) {
+    cli::openMissingStreams();
     return cli::run(argc, argv);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <system_error>
 
 #include "cli/console.h"
 #include "cli/interrupt.h"
@@ -14,10 +15,21 @@ namespace {
 constexpr auto kTick = std::chrono::milliseconds(200);
 constexpr int kPlainStep = 10;  // percent between two lines in a pipe
 constexpr int kBarWidth = 20;
+constexpr int kShortestBar = 4;
 constexpr double kRateAfter = 1.0;  // seconds: before that a rate is noise
 
 std::string padded(const std::string& phase) {
     return phase + std::string(phase.size() < 8 ? 8 - phase.size() : 0, ' ');
+}
+
+/// " [####----]", as long as the phase and the share leave room for it; nothing on a narrow terminal.
+std::string bar(int percent, int columns) {
+    constexpr int kOthers = 8 + 3 + 6 + 1;  // phase, blank and brackets, share, the column that stays free
+    const int width = std::min(kBarWidth, columns - kOthers);
+    if (width < kShortestBar) return "";
+    const int filled = percent * width / 100;
+    return " [" + std::string(static_cast<std::size_t>(filled), '#') +
+           std::string(static_cast<std::size_t>(width - filled), '-') + "]";
 }
 
 }  // namespace
@@ -40,7 +52,7 @@ void Progress::configure(const std::string& mode, bool quiet) {
 }
 
 void Progress::event(const nlohmann::ordered_json& fields) {
-    console().line(fields.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    console().exactLine(fields.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
 
 double Progress::elapsed() const {
@@ -60,8 +72,19 @@ void Progress::begin(const std::string& phase, const std::string& usual, Measure
     if (mode_ == Mode::Events)
         event({{"event", "phase"}, {"phase", phase}, {"usual", usual}, {"bytes", measure_.total}});
     if (mode_ == Mode::Plain) console().line(phase + ": begins" + (usual.empty() ? "" : ", " + usual));
-    if (!ticker_.joinable()) ticker_ = std::thread([this] { tick(); });
+    startTicker();
     draw();
+}
+
+/// The row moves between the library's reports, and a Ctrl-C is told at once. Where no thread is to be
+/// had, the work goes on without.
+void Progress::startTicker() {
+    if (ticker_.joinable()) return;
+    try {
+        ticker_ = std::thread([this] { tick(); });
+    } catch (const std::system_error& error) {
+        log().write(Detail::Step, std::string("no thread for the progress row: ") + error.what());
+    }
 }
 
 void Progress::setStopNote(const std::string& note) {
@@ -123,11 +146,9 @@ std::string Progress::row() const {
         std::string text = padded(phase_) + " " + secondsText(elapsed());
         return usual_.empty() ? text : text + "  (" + usual_ + ")";
     }
-    const int filled = percent_ * kBarWidth / 100;
     char share[16];
-    std::snprintf(share, sizeof share, " %3d %%  ", percent_);
-    return padded(phase_) + " [" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(kBarWidth - filled), '-') + "]" + share + figures();
+    std::snprintf(share, sizeof share, " %3d %%", percent_);
+    return padded(phase_) + bar(percent_, console().width()) + share + "  " + figures();
 }
 
 void Progress::draw() {

@@ -41,6 +41,7 @@ private:
     enum class Mode { None, Bar, Plain, Events };
     using Clock = std::chrono::steady_clock;
 
+    void startTicker();
     void tick();
     void draw();
     void finish(const char* outcome, const std::string& remark);

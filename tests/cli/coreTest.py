@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import resource
 import shutil
 import signal
 import subprocess
@@ -66,6 +67,21 @@ class Choice(ToolTest):
         blocked = self.run_tool("-d", "sim:" + self.write("file", b""), "list", device=False)
         self.assertExit(blocked, 3)
         self.assertIn("file: not a folder", blocked.err)
+
+    def test_a_simulated_interface_without_permission_is_named_with_the_file(self):
+        nobody = self.without_root()
+        self.run_tool("list", **nobody)
+        for name in ("flash.bin", "board.txt", ""):
+            path = os.path.join(self.board, name)
+            os.chmod(path, 0)
+            with self.subTest(name):
+                result = self.run_tool("--json", "list", **nobody)
+                self.assertExit(result, 5)
+                message = result.json["messages"][0]
+                self.assertIn("no permission to read and write " + path.rstrip("/"), message["text"])
+                self.assertIn("give this user access", message["hint"])
+            os.chmod(path, 0o777)
+        self.assertExit(self.run_tool("list", **nobody), 0)
 
     def test_the_environment_names_the_device_as_the_option_does(self):
         env = {"TAVO_DEVICE": self.device()[1]}
@@ -200,6 +216,58 @@ class HostileText(ToolTest):
         self.assertExit(result, 0)
         self.assertIn(self.SHOWN + ": serial", result.out)
         self.assertHarmless(result.out + result.err)
+
+
+class Surroundings(ToolTest):
+    """Streams, disks, threads and terminals as they should not be."""
+
+    def setUp(self):
+        super().setUp()
+        self.image = self.write("image.hex", image((0, noise(20000))))
+
+    def run_in_shell(self, redirections, *args):
+        return subprocess.run(["sh", "-c", f'"$@" {redirections}', "sh", *self.command(args)], env=self.environment(),
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, cwd=self.folder, timeout=60,
+                              check=False).returncode
+
+    def test_closed_standard_streams_take_nothing_from_the_files(self):
+        for closed in (">&- 2>&- <&-", ">&-", "2>&-"):
+            with self.subTest(closed):
+                self.assertEqual(self.run_in_shell(closed, "-vv", "program", self.image, "-y"), 0)
+                self.assertEqual(self.flash()[:20000], noise(20000))
+                self.assertEqual(self.run_in_shell(closed, "-vv", "dump", "--force", "copy.hex"), 0)
+                self.assertExit(self.run_tool("verify", "copy.hex"), 0)
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "needs /dev/full")
+    def test_a_log_on_a_full_disk_is_told_once_and_changes_nothing_else(self):
+        for args, code in (("erase", "-y"), 0), (("check", "missing.hex"), 8):
+            with self.subTest(args=args):
+                result = self.run_tool("--log", "/dev/full", *args)
+                self.assertExit(result, code)
+                self.assertEqual(result.err.count("the log /dev/full is incomplete: No space left on device"), 1)
+        told = self.run_tool("--json", "--log", "/dev/full", "erase", "-y").json["messages"]
+        self.assertEqual([message["severity"] for message in told], ["warning"])
+        self.assertIn("--log", told[0]["hint"])
+
+    def test_without_a_thread_the_work_goes_on(self):
+        nobody = self.without_root()
+
+        def no_more_processes():
+            resource.setrlimit(resource.RLIMIT_NPROC, (1, 1))
+
+        result = self.run_tool("--log", "run.log", "program", self.image, preexec_fn=no_more_processes, **nobody)
+        self.assertExit(result, 0)
+        self.assertIn("no thread for the progress row", self.read("run.log").decode())
+        self.assertEqual(self.flash()[:20000], noise(20000))
+
+    def test_the_share_stays_on_a_narrow_terminal(self):
+        for columns, form in ((20, r"program +\d+ %"), (30, r"program  \[[#-]{4,}\] +\d+ %"),
+                              (80, r"program  \[[#-]{20}\] +\d+ %  \d+/20 KiB")):
+            with self.subTest(columns=columns):
+                shown = self.run_on_terminal("--progress", "bar", "program", self.image, columns=columns).out
+                self.assertRegex(shown, form)
+                rows = [row for row in re.split(r"\r?\n|\r?\x1b\[K", shown) if " %" in row]
+                self.assertLess(max(map(len, rows)), columns)
 
 
 class Output(ToolTest):

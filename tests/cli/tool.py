@@ -1,18 +1,27 @@
 """What the tests of tavo-util share: running the tool, simulated interfaces, Intel HEX images."""
 
+import fcntl
 import json
 import os
 import pty
 import random
 import select
 import signal
+import struct
 import subprocess
 import tempfile
+import termios
 import time
 import unittest
 
 TOOL = os.environ.get("TAVO_UTIL", "tavo-util")
 MIB = 1 << 20
+
+# A shell's background job and nohup start us with signals ignored, and so would the tool be: a signal
+# that is caught here is at its default in every program that is started.
+for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT):
+    if signal.getsignal(number) == signal.SIG_IGN:
+        signal.signal(number, signal.default_int_handler)
 
 
 def record(kind, offset, data=b""):
@@ -122,10 +131,23 @@ class ToolTest(unittest.TestCase):
         out, err = process.communicate(timeout=60)
         return Result(process.returncode, out, seen + err)
 
-    def run_on_terminal(self, *args, sim=(), device=True, typed="", env=None):
+    def without_root(self):
+        """What makes subprocess start the tool as a user to whom permissions and limits apply."""
+        if os.geteuid() != 0:
+            return {}
+        nobody = {"user": 65534, "group": 65534, "extra_groups": []}
+        os.chmod(self.folder, 0o777)
+        try:
+            subprocess.run([TOOL, "--version"], stdout=subprocess.DEVNULL, check=True, cwd=self.folder, **nobody)
+        except OSError:
+            self.skipTest("the tool lies where only root may go")
+        return nobody
+
+    def run_on_terminal(self, *args, sim=(), device=True, typed="", env=None, columns=80):
         """Runs the tool with a terminal as its three streams; out holds what the terminal got."""
         child, master = pty.fork()
         if child == 0:
+            fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
             os.chdir(self.folder)
             os.execvpe(TOOL, self.command(args, sim, device), self.environment({"TERM": "xterm", **(env or {})}))
         shown, deadline = b"", time.monotonic() + 60
