@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 namespace sim {
 
@@ -15,6 +16,8 @@ constexpr const char* kModeKey = "bridge.configuration-mode";
 constexpr const char* kSpiKey = "bridge.spi";
 constexpr const char* kLowPinsKey = "bridge.low-pins";
 constexpr const char* kProtectionKey = "flash.protection";
+constexpr const char* kUnfinishedKey = "bridge.spi-unfinished";
+constexpr const char* kPinsKey = "bridge.pins";
 constexpr const char* kCapacityKey = "flash.jedec";
 
 // FNV-1a
@@ -68,6 +71,8 @@ CY_SPI_CONFIG spiFromText(const std::string& text) {
     return spi;
 }
 
+constexpr std::uint64_t kNanosecondsPerMillisecond = 1'000'000;
+
 int capacityOf(std::size_t flashSize) {
     return std::countr_zero(flashSize);
 }
@@ -80,15 +85,21 @@ Board::Board(const Options& options)
       bridge(store.block.fixed<Bridge::kBlockSize>(), store.userFlash.fixed<Bridge::kUserFlashSize>(),
              store.internalFlash.fixed<Bridge::kInternalFlashSize>()),
       flash(store.flash.bytes(), capacityOf(store.flash.bytes().size()), options.busyPolls, clock, violations),
-      neuron(clock) {
+      neuron(clock, flash.cells),
+      options_(options) {
+    bridge.access = options.access;
+    flash.diesAfter = options.flashDiesAfter.value_or(flash.diesAfter);
     restore(store.load());
-    if (options.capacityCode >= 0) flash.capacityCode = options.capacityCode;
+    if (options.unfinished) bridge.isSpiUnfinished = true;
 }
 
 Board::~Board() = default;
 
 void Board::restore(const Store::Values& values) try {
     flash.capacityCode = static_cast<int>(number(values, kCapacityKey, 255, static_cast<unsigned>(flash.capacityCode)));
+    if (options_.capacityCode >= 0) flash.capacityCode = options_.capacityCode;
+    bridge.pinCount = number(values, kPinsKey, Bridge::kPins, bridge.pinCount);
+    if (options_.pins != 0) bridge.pinCount = options_.pins;
     flash.status = static_cast<std::uint8_t>(number(values, kProtectionKey, 255, 0)) & FlashChip::kProtection;
     savedProtection_ = flash.status;
     neuron.load(values);
@@ -107,6 +118,7 @@ void Board::restore(const Store::Values& values) try {
 
 void Board::restorePins(const Store::Values& values) {
     bridge.inConfigurationMode = number(values, kModeKey, 1, 0) != 0;
+    bridge.isSpiUnfinished = number(values, kUnfinishedKey, 1, 0) != 0;
     if (const std::string spi = find(values, kSpiKey); !spi.empty()) bridge.spi = spiFromText(spi);
     const unsigned low = number(values, kLowPinsKey, (1u << Bridge::kPins) - 1, 0);
     for (unsigned pin = 0; pin < Bridge::kPins; ++pin) bridge.pinHigh[pin] = (low >> pin & 1) == 0;
@@ -118,6 +130,8 @@ void Board::save() {
     values[kBlockKey] = fingerprint(bridge.blockInEffect);
     values[kModeKey] = bridge.inConfigurationMode ? "1" : "0";
     values[kSpiKey] = spiText(bridge.spi);
+    if (bridge.isSpiUnfinished) values[kUnfinishedKey] = "1";
+    if (bridge.pinCount != Bridge::kPins) values[kPinsKey] = std::to_string(bridge.pinCount);
     unsigned low = 0;
     for (unsigned pin = 0; pin < Bridge::kPins; ++pin) low |= (bridge.pinHigh[pin] ? 0u : 1u) << pin;
     values[kLowPinsKey] = std::to_string(low);
@@ -154,6 +168,7 @@ int Board::claim() {
     if (claims_ == 0) {
         if (const int holder = store.lock(); holder != 0) return holder;
         if (store.isChangedOutside()) restore(store.load());
+        neuron.lookAtFlash();
     }
     ++claims_;
     return 0;
@@ -170,15 +185,23 @@ void Board::dropClaims() {
     store.unlock();
 }
 
-void Board::transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length) {
+CY_RETURN_STATUS Board::transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length, std::uint32_t timeout) {
+    if (bridge.isSpiUnfinished) {
+        clock.pass(timeout * kNanosecondsPerMillisecond);
+        return CY_ERROR_IO_TIMEOUT;
+    }
     clock.pass(length * bridge.spi.dataWidth * 1'000'000'000 / bridge.spi.frequency);
     if (const char* reason = whyFlashIsUnreachable(); reason != nullptr) {
         noteViolation(violations, reason);
         if (in != nullptr) std::memset(in, 0xFF, length);
-        return;
+        return CY_SUCCESS;
     }
+    const std::uint64_t changes = flash.changes;
     flash.transfer(out, in, length);
-    if ((flash.status & FlashChip::kProtection) != savedProtection_) save();
+    const bool isFirstChange = flash.changes != changes && neuron.hasFactoryProgram();
+    if (isFirstChange) neuron.forgetFactoryProgram();
+    if (isFirstChange || (flash.status & FlashChip::kProtection) != savedProtection_) save();
+    return CY_SUCCESS;
 }
 
 const char* Board::whyFlashIsUnreachable() const {
@@ -210,9 +233,9 @@ CY_RETURN_STATUS Board::setPin(unsigned pin, bool high) {
 
 int Board::control(std::uint8_t type, std::uint8_t request, std::uint16_t value, std::uint16_t index,
                    std::uint8_t* data, std::uint16_t length) {
-    const bool before = bridge.inConfigurationMode;
+    const auto before = std::pair(bridge.inConfigurationMode, bridge.isSpiUnfinished);
     const int result = bridge.control(type, request, value, index, data, length);
-    if (bridge.inConfigurationMode != before) save();
+    if (std::pair(bridge.inConfigurationMode, bridge.isSpiUnfinished) != before) save();
     return result;
 }
 

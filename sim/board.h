@@ -26,6 +26,8 @@ public:
 
     /// Unplugged and plugged in again.
     void powerCycle();
+    /// It is there, but this user may not open it.
+    bool isDenied() const { return options_.denied; }
     /// Why it is not on USB; empty when it is.
     const std::string& whyAbsent() const { return whyAbsent_; }
     /// "sim:" and the absolute folder, or "sim:memory".
@@ -39,7 +41,8 @@ public:
     void dropClaims();
 
     /// An SPI transfer by SCB0: takes its time on the wire and reaches the chip when the board is set up for it.
-    void transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
+    /// Behind an unfinished one it takes that many milliseconds and fails with a time-out.
+    CY_RETURN_STATUS transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length, std::uint32_t timeout);
     CY_RETURN_STATUS setSpiConfig(unsigned interfaceNumber, const CY_SPI_CONFIG& config);
     CY_RETURN_STATUS setPin(unsigned pin, bool high);
     int control(std::uint8_t type, std::uint8_t request, std::uint16_t value, std::uint16_t index, std::uint8_t* data,
@@ -64,6 +67,7 @@ private:
     const char* whyFlashIsUnreachable() const;
     void wirePins();
 
+    const Options options_;
     std::string whyAbsent_;
     unsigned claims_ = 0;
     std::uint8_t savedProtection_ = 0;

@@ -43,7 +43,8 @@ constexpr std::uint8_t kStringDescriptor = 3;
 enum Mode : std::uint8_t { kUart = 1, kSpi = 2, kI2c = 3 };
 enum Protocol : std::uint8_t { kCdc = 1, kPhdc = 2, kVendor = 3 };
 
-// The SPI record inside the block: its own layout, not that of CY_SPI_CONFIG.
+// The SPI record inside the block, which the requests C2 and C3 carry too: its own layout, not that of
+// CY_SPI_CONFIG. Loopback at 13 and two reserved bytes end it.
 namespace spiAt {
 constexpr std::size_t kClock = 0;
 constexpr std::size_t kWidth = 4;
@@ -64,10 +65,14 @@ constexpr std::uint32_t kPinService = 1u << 14;
 constexpr std::uint32_t kLowestClock = 1000;
 constexpr std::uint32_t kHighestClock = 3'000'000;
 
+constexpr UCHAR kLowestWidth = 4;  // bits a word
+constexpr UCHAR kHighestWidth = 16;
+
 constexpr std::uint8_t kSiliconId[] = {0x51, 0x04, 0x65, 0x21};
 constexpr std::uint8_t kFirmwareVersion[] = {1, 0, 3, 0, 78, 0, 0, 0};  // 1.0.3 build 78
 
 constexpr std::uint32_t kUserFlashPage = 128;
+constexpr std::uint16_t kSpiBlock = 0;  // in wValue; bit 15 would be block 1
 
 template <class Bytes>
 std::uint32_t word(const Bytes& bytes, std::size_t offset) {
@@ -107,10 +112,12 @@ CY_SPI_CONFIG spiConfig(const std::uint8_t* record) {
     return config;
 }
 
-// What the bridge library refuses before it sends anything.
+// What is refused before anything is sent, as platform/usb does it: isSelectPrecede passes with every
+// protocol, since the chip stores and returns it and only TI framing looks at it.
 CY_RETURN_STATUS checkSpiConfig(const CY_SPI_CONFIG& config) {
     if (config.frequency < kLowestClock || config.frequency > kHighestClock) return CY_ERROR_INVALID_PARAMETER;
-    if (config.isSelectPrecede) return CY_ERROR_REQUEST_FAILED;
+    if (config.dataWidth < kLowestWidth || config.dataWidth > kHighestWidth) return CY_ERROR_INVALID_PARAMETER;
+    if (config.protocol > CY_SPI_NS) return CY_ERROR_INVALID_PARAMETER;
     if (config.protocol == CY_SPI_TI && (config.isCpol || !config.isCpha || config.isContinuousMode)) {
         return CY_ERROR_REQUEST_FAILED;
     }
@@ -180,8 +187,10 @@ void Bridge::powerUp() {
     std::copy(block.begin(), block.end(), blockInEffect.begin());
     spi = spiConfig(blockInEffect.data() + at::kScb0Record);
     const std::uint32_t low = word(blockInEffect, at::kPinsLow);
-    for (unsigned pin = 0; pin < kPins; ++pin) pinHigh[pin] = (low >> pin & 1) == 0;  // the others are pulled up
+    // The others are pulled up.
+    for (unsigned pin = 0; pin < kPins; ++pin) pinHigh[pin] = pin >= pinCount || (low >> pin & 1) == 0;
     inConfigurationMode = false;
+    isSpiUnfinished = false;
 }
 
 CY_DEVICE_INFO Bridge::describe() const {
@@ -232,11 +241,11 @@ CY_RETURN_STATUS Bridge::setSpiConfig(unsigned interfaceNumber, const CY_SPI_CON
 
 bool Bridge::isOutput(unsigned pin) const {
     const std::uint32_t outputs = word(blockInEffect, at::kPinsLow) | word(blockInEffect, at::kPinsHigh);
-    return pin < kPins && (outputs >> pin & 1) != 0;
+    return pin < pinCount && (outputs >> pin & 1) != 0;
 }
 
 bool Bridge::isInput(unsigned pin) const {
-    return pin < kPins && (word(blockInEffect, at::kPinsIn) >> pin & 1) != 0;
+    return pin < pinCount && (word(blockInEffect, at::kPinsIn) >> pin & 1) != 0;
 }
 
 CY_RETURN_STATUS Bridge::getPin(unsigned pin, UINT8& level) const {
@@ -280,6 +289,10 @@ int Bridge::control(std::uint8_t type, std::uint8_t request, std::uint16_t value
             return in ? answer(data, length, kSiliconId, sizeof kSiliconId) : LIBUSB_ERROR_PIPE;
         case 0xBD:
             return in ? answer(data, length, kSignature, sizeof kSignature) : LIBUSB_ERROR_PIPE;
+        case 0xCB:
+            return resetSpi(value, length);
+        case 0xCC:
+            return spiStatus(in, value, data, length);
         case 0xE2:
             return setConfigurationMode(value, index);
         default:
@@ -308,19 +321,35 @@ int Bridge::answer(std::uint8_t* data, std::uint16_t length, const void* from, s
 }
 
 int Bridge::setConfigurationMode(std::uint16_t value, std::uint16_t index) {
-    struct Access {
+    struct Values {
         std::uint16_t value;
         std::uint16_t index;
+        Access pair;
         bool on;
     };
-    constexpr Access kAccess[] = {
-        {0x5C3E, 0x82D4, true}, {0x5C37, 0x8BD1, false}, {0xA6BC, 0xB1B0, true}, {0xA6BC, 0xB9B0, false}};
-    for (const Access& access : kAccess) {
-        if (access.value != value || access.index != index) continue;
-        inConfigurationMode = access.on;
+    constexpr Values kValues[] = {{0x5C3E, 0x82D4, Access::Library, true},
+                                  {0x5C37, 0x8BD1, Access::Library, false},
+                                  {0xA6BC, 0xB1B0, Access::Letters, true},
+                                  {0xA6BC, 0xB9B0, Access::Letters, false}};
+    for (const Values& known : kValues) {
+        if (known.value != value || known.index != index) continue;
+        if (access != Access::Both && access != known.pair) return LIBUSB_ERROR_PIPE;
+        inConfigurationMode = known.on;
         return 0;
     }
     return LIBUSB_ERROR_PIPE;
+}
+
+int Bridge::resetSpi(std::uint16_t value, std::uint16_t length) {
+    if (value != kSpiBlock || length != 0 || !isSpi(kSpiBlock)) return LIBUSB_ERROR_PIPE;
+    isSpiUnfinished = false;
+    return 0;
+}
+
+int Bridge::spiStatus(bool in, std::uint16_t value, std::uint8_t* data, std::uint16_t length) const {
+    if (!in || value != kSpiBlock || !isSpi(kSpiBlock)) return LIBUSB_ERROR_PIPE;
+    const std::uint8_t bytesLeft[] = {std::uint8_t{isSpiUnfinished}, 0, 0, 0};  // all 0: idle
+    return answer(data, length, bytesLeft, sizeof bytesLeft);
 }
 
 int Bridge::internalFlashRequest(bool in, std::uint32_t address, std::uint8_t* data, std::uint16_t length) {

@@ -9,6 +9,7 @@
 
 #include "platform/cyusbserial.h"
 #include "sim/export.h"
+#include "sim/options.h"
 
 namespace sim {
 
@@ -60,12 +61,17 @@ public:
     CY_SPI_CONFIG spi{};
     std::array<bool, kPins> pinHigh{};
     bool inConfigurationMode = false;
+    bool isSpiUnfinished = false;  ///< a transfer whose data never came: none other ends before an SPI reset
+    unsigned pinCount = kPins;     ///< smaller parts have fewer
+    Access access = Access::Both;
 
 private:
     bool isOutput(unsigned pin) const;
     bool isInput(unsigned pin) const;
     int answer(std::uint8_t* data, std::uint16_t length, const void* from, std::size_t size) const;
     int setConfigurationMode(std::uint16_t value, std::uint16_t index);
+    int resetSpi(std::uint16_t value, std::uint16_t length);
+    int spiStatus(bool in, std::uint16_t value, std::uint8_t* data, std::uint16_t length) const;
     int internalFlashRequest(bool in, std::uint32_t address, std::uint8_t* data, std::uint16_t length);
     int configurationRequest(std::uint8_t request, bool in, std::uint32_t address, std::uint8_t* data,
                              std::uint16_t length);

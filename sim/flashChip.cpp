@@ -63,6 +63,11 @@ FlashChip::FlashChip(std::span<std::uint8_t> memory, int capacity, unsigned poll
 void FlashChip::transfer(const std::uint8_t* out, std::uint8_t* in, std::size_t length) {
     if (in != nullptr) std::memset(in, 0xFF, length);  // the output floats, pulled up, until the chip drives it
     if (out == nullptr || length == 0) return;
+    obey(out, in, length);
+    if (++transfers > diesAfter && in != nullptr) std::memset(in, 0xFF, length);
+}
+
+void FlashChip::obey(const std::uint8_t* out, std::uint8_t* in, std::size_t length) {
     const auto* command =
         std::find_if(std::begin(kCommands), std::end(kCommands), [&](const Command& c) { return c.opcode == out[0]; });
     if (command == std::end(kCommands) || length < command->shortest) return;
@@ -123,6 +128,7 @@ void FlashChip::pageProgram(const std::uint8_t* out, std::uint8_t*, std::size_t 
     if (!takeWriteEnable("Page Program")) return;
     ++programs;
     if ((status & kBlockProtection) != 0) return;
+    ++changes;
     becomeBusy(kPageProgramTime);
     if (std::find(lostPrograms.begin(), lostPrograms.end(), programs) != lostPrograms.end()) return;
     const std::size_t first = address(out);
@@ -160,6 +166,7 @@ void FlashChip::chipErase(const std::uint8_t*, std::uint8_t*, std::size_t) {
 void FlashChip::eraseRange(const char* command, const std::uint8_t* out, std::size_t size, std::uint64_t microseconds) {
     if (!takeWriteEnable(command)) return;
     if ((status & kBlockProtection) != 0) return;
+    ++changes;
     size = std::min(size, cells.size());
     const std::size_t from = out == nullptr ? 0 : address(out) & ~(size - 1);
     std::memset(cells.data() + from, 0xFF, size);

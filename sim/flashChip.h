@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <string>
 #include <vector>
@@ -43,12 +44,17 @@ public:
     std::vector<Flip> flips;
     std::uint64_t programs = 0;
     std::uint64_t reads = 0;
+    std::uint64_t changes = 0;  ///< programs and erases that it took, lost ones included
+    std::uint64_t transfers = 0;
+    /// From the transfer after that one its output stays FF; what it is told it still does.
+    std::uint64_t diesAfter = std::numeric_limits<std::uint64_t>::max();
 
 private:
     using Action = void (FlashChip::*)(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
     struct Command;
     static const Command kCommands[];
 
+    void obey(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
     void writeEnable(const std::uint8_t*, std::uint8_t*, std::size_t);
     void writeDisable(const std::uint8_t*, std::uint8_t*, std::size_t);
     void readStatus(const std::uint8_t*, std::uint8_t* in, std::size_t length);

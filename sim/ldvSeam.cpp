@@ -23,6 +23,7 @@ bool isNameOf(const Board& board, const std::string& name) {
 
 int open(Seam::State& state, const char* name, short* handle) {
     if (!state.board || !state.board->whyAbsent().empty() || !isNameOf(*state.board, name)) return LDV_NOT_FOUND;
+    if (state.board->isDenied()) return LDV_ACCESS_DENIED;
     if (state.ldvChannels > 0 || !state.claim()) return LDV_ALREADY_OPEN;
     state.board->neuron.discardMessages();
     state.ldvChannels = 1;

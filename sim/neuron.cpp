@@ -11,6 +11,7 @@ namespace {
 constexpr std::uint64_t kMillisecond = 1000;
 constexpr std::uint64_t kBootTime = 200 * kMillisecond;
 constexpr std::uint64_t kAnswerTime = 5 * kMillisecond;
+constexpr std::size_t kFirstPage = 256;                        // of the flash: the image's header lies there
 constexpr std::uint64_t kServiceHold = 10'000 * kMillisecond;  // held this long, the service pin unconfigures the node
 
 // Reset causes and node states of ISO/IEC 14908-1.
@@ -134,6 +135,8 @@ constexpr Block kBlocks[] = {
 constexpr const char* kAnswerKey = "neuron.answer";
 constexpr const char* kAnswerNames[] = {"normal", "negative", "wrong", "stranger", "silent"};  // as in Answers
 
+constexpr const char* kBootsFromKey = "neuron.boots-from";
+
 struct Number {
     const char* key;
     std::uint32_t NeuronBehaviour::*value;
@@ -209,12 +212,18 @@ void Neuron::load(const Properties& properties) {
                 std::to_string(2 * block.size) + " hexadecimal digits");
     }
     data.readOnly[NeuronData::kModel] = data.status.back();
+    if (const auto* from = find(properties, kBootsFromKey)) {
+        require(*from == "factory" || *from == "flash", kBootsFromKey, "factory or flash");
+        hasFactoryProgram_ = *from == "factory";
+    }
     loadBehaviour(properties, behaviour);
+    lookAtFlash();
 }
 
 void Neuron::save(Properties& properties) const {
     NeuronData copy = data;
     for (const Block& block : kBlocks) properties[block.key] = hex(block.first(copy), block.size);
+    properties[kBootsFromKey] = hasFactoryProgram_ ? "factory" : "flash";
     properties[kAnswerKey] = kAnswerNames[static_cast<std::size_t>(behaviour.answers)];
     for (const Number& number : kNumbers) properties[number.key] = std::to_string(behaviour.*number.value);
 }
@@ -230,8 +239,17 @@ void Neuron::setReset(bool held) {
     if (isReleased) boot(kExternalReset);
 }
 
+bool Neuron::canBoot() {
+    const auto page = flash_.first(std::min(kFirstPage, flash_.size()));
+    const bool blank = std::all_of(page.begin(), page.end(), [](std::uint8_t byte) { return byte == 0xFF; });
+    if (!blank) hasFactoryProgram_ = false;
+    return hasFactoryProgram_ || !blank;
+}
+
 void Neuron::boot(std::uint8_t resetCause) {
     outgoing_.clear();
+    isStarted_ = canBoot();
+    if (!isStarted_) return;
     data.status[NeuronData::kResetCause] = resetCause;
     runningFrom_ = after(kBootTime);
     post({kInterfaceReset, 0x00}, runningFrom_ + behaviour.delayMs * kMillisecond);
@@ -242,7 +260,7 @@ void Neuron::setService(bool pressed) {
         pressedAt_ = clock_.now();
         if (isRunning()) sendServicePinMessage();
     }
-    if (!pressed && pressed_ && clock_.now() - pressedAt_ >= kServiceHold) {
+    if (!pressed && pressed_ && isStarted_ && clock_.now() - pressedAt_ >= kServiceHold) {
         data.status[NeuronData::kNodeState] = kUnconfigured;
     }
     pressed_ = pressed;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -45,12 +46,14 @@ struct NeuronBehaviour {
 
 class TAVO_SIM_API Neuron {
 public:
-    explicit Neuron(Clock& clock) : clock_(clock) {}
+    /// @param flash  what it boots from; borrowed
+    Neuron(Clock& clock, std::span<const std::uint8_t> flash) : clock_(clock), flash_(flash) {}
 
     /// Its state as key=value pairs, all keys starting with "neuron.": id, program-id, counters (ten bytes),
     /// reset-cause, state, version, error-log, model, domain0, domain1 in hexadecimal; answer (normal, negative,
-    /// wrong, stranger, silent); delay-ms and unsolicited in decimal. Unknown keys are ignored,
-    /// missing ones keep their value. load throws std::invalid_argument for a value that cannot be, naming the key.
+    /// wrong, stranger, silent); boots-from (factory, flash); delay-ms and unsolicited in decimal. Unknown keys are
+    /// ignored, missing ones keep their value. load throws std::invalid_argument for a value that cannot be, naming the
+    /// key.
     void load(const Properties& properties);
     void save(Properties& properties) const;
 
@@ -58,6 +61,12 @@ public:
     /// announces itself when it runs.
     void setReset(bool held);
     bool isHeld() const { return held_; }
+    /// A new board's Neuron runs a factory program from its own memory, until its flash is written to or
+    /// found to hold an image: from then on it boots from there, and with a blank first page it stays silent.
+    void forgetFactoryProgram() { hasFactoryProgram_ = false; }
+    bool hasFactoryProgram() const { return hasFactoryProgram_; }
+    /// The flash may be another one now: runs if it can boot from it, without a notice.
+    void lookAtFlash() { isStarted_ = canBoot(); }
     /// The service line (pin 14). A press sends the service-pin message; one of 10 s or more, also
     /// in reset, leaves the node unconfigured.
     void setService(bool pressed);
@@ -73,7 +82,8 @@ public:
     NeuronBehaviour behaviour;
 
 private:
-    bool isRunning() const { return !held_ && clock_.now() >= runningFrom_; }
+    bool isRunning() const { return isStarted_ && !held_ && clock_.now() >= runningFrom_; }
+    bool canBoot();
     void boot(std::uint8_t resetCause);
     void sendServicePinMessage();
     Bytes answerTo(const Bytes& request);
@@ -83,6 +93,9 @@ private:
     void post(Bytes message, std::uint64_t when) { outgoing_.emplace(when, std::move(message)); }
 
     Clock& clock_;
+    std::span<const std::uint8_t> flash_;
+    bool hasFactoryProgram_ = true;
+    bool isStarted_ = true;
     bool held_ = false;
     bool pressed_ = false;
     std::uint64_t pressedAt_ = 0;

@@ -1,7 +1,9 @@
 #include "sim/options.h"
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 
@@ -84,15 +86,56 @@ void parseLoseProgram(Options& options, std::string_view text) {
     options.lostPrograms.push_back(static_cast<unsigned>(value));
 }
 
+void parseAccess(Options& options, std::string_view text) {
+    constexpr std::string_view kNames[] = {"both", "library", "letters"};  // as in Access
+    const auto* known = std::find(std::begin(kNames), std::end(kNames), text);
+    if (known == std::end(kNames)) refuse("access", text, "both, library or letters is needed");
+    options.access = static_cast<Access>(known - std::begin(kNames));
+}
+
+void parsePins(Options& options, std::string_view text) {
+    if (text != "12" && text != "17") refuse("pins", text, "17, or 12 for a bridge without GPIO_12 to 16, is needed");
+    options.pins = text == "12" ? 12 : 17;
+}
+
+void parseDeadFlash(Options& options, std::string_view text) {
+    std::int64_t value = 0;
+    if (!parseNumber(text, 0, INT32_MAX, value)) {
+        refuse("dead-flash", text, "the number of transfers is needed that it still answers, 0 for none");
+    }
+    options.flashDiesAfter = static_cast<std::uint64_t>(value);
+}
+
 struct Key {
     std::string_view name;
     void (*parse)(Options&, std::string_view);
 };
 
 constexpr Key kKeys[] = {
-    {"size", parseSize}, {"pace", parsePace},   {"jedec", parseJedec},
-    {"busy", parseBusy}, {"fault", parseFault}, {"lose-program", parseLoseProgram},
+    {"size", parseSize},
+    {"pace", parsePace},
+    {"jedec", parseJedec},
+    {"busy", parseBusy},
+    {"pins", parsePins},
+    {"access", parseAccess},
+    {"fault", parseFault},
+    {"lose-program", parseLoseProgram},
+    {"dead-flash", parseDeadFlash},
 };
+
+struct Flag {
+    std::string_view name;
+    bool Options::*set;
+};
+
+constexpr Flag kFlags[] = {{"denied", &Options::denied}, {"unfinished", &Options::unfinished}};
+
+std::string knownOptions() {
+    std::string names;
+    for (const Key& key : kKeys) names += (names.empty() ? "" : ", ") + std::string(key.name) + "=";
+    for (const Flag& flag : kFlags) names += ", " + std::string(flag.name);
+    return names;
+}
 
 void parseKey(Options& options, std::string_view text) {
     const std::size_t equals = text.find('=');
@@ -101,8 +144,13 @@ void parseKey(Options& options, std::string_view text) {
             return key.parse(options, text.substr(equals + 1));
         }
     }
-    throw std::invalid_argument("simulated interface: unknown option '" + std::string(text) +
-                                "'; known are size=, pace=, jedec=, busy=, fault=, lose-program=");
+    for (const Flag& flag : kFlags) {
+        if (text != flag.name) continue;
+        options.*flag.set = true;
+        return;
+    }
+    throw std::invalid_argument("simulated interface: unknown option '" + std::string(text) + "'; known are " +
+                                knownOptions());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "platform/portPath.h"
 
@@ -40,10 +41,21 @@ bool isAttached(const State& state, UINT8 deviceNumber) {
 
 int open(State& state, UINT8 deviceNumber, UINT8 interfaceNumber, CY_HANDLE* handle) {
     if (handle == nullptr || !isAttached(state, deviceNumber)) return CY_ERROR_INVALID_PARAMETER;
+    if (state.board->isDenied()) return CY_ERROR_ACCESS_DENIED;
     if (interfaceNumber >= state.board->bridge.interfaceCount() || !state.claim()) return CY_ERROR_DRIVER_OPEN_FAILED;
     state.handles.push_back(std::make_unique<Handle>(interfaceNumber));
     *handle = state.handles.back()->record.data();
     return CY_SUCCESS;
+}
+
+/// IDs and interfaces are known without permission; only the strings need the device opened.
+int describe(const Board& board, CY_DEVICE_INFO& info) {
+    info = board.bridge.describe();
+    if (!board.isDenied()) return CY_SUCCESS;
+    for (auto* string : {&info.manufacturerName, &info.productName, &info.serialNum, &info.deviceFriendlyName}) {
+        std::fill(std::begin(*string), std::end(*string), UCHAR{0});
+    }
+    return CY_ERROR_ACCESS_DENIED;
 }
 
 void forget(State& state, CY_HANDLE handle) {
@@ -62,7 +74,7 @@ std::string spiLine(const CY_DATA_BUFFER* read, const CY_DATA_BUFFER* write) {
     return line;
 }
 
-int spiTransfer(Board& board, const Handle& handle, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write) {
+int spiTransfer(Board& board, const Handle& handle, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write, UINT32 timeout) {
     if (isAbsent(read)) read = nullptr;
     if (isAbsent(write)) write = nullptr;
     if (read == nullptr && write == nullptr) return CY_ERROR_INVALID_PARAMETER;
@@ -73,7 +85,9 @@ int spiTransfer(Board& board, const Handle& handle, CY_DATA_BUFFER* read, CY_DAT
     }
     const UINT32 length = std::max(read != nullptr ? read->length : 0U, write != nullptr ? write->length : 0U);
     if (length > 0xFFFF) return CY_ERROR_IO_TIMEOUT;  // the length travels in 16 bits
-    board.transfer(write != nullptr ? write->buffer : nullptr, read != nullptr ? read->buffer : nullptr, length);
+    const CY_RETURN_STATUS status = board.transfer(write != nullptr ? write->buffer : nullptr,
+                                                   read != nullptr ? read->buffer : nullptr, length, timeout);
+    if (status != CY_SUCCESS) return status;
     if (read != nullptr) read->transferCount = length;
     if (write != nullptr) write->transferCount = length;
     sim::rig().spiBytes += length;
@@ -102,8 +116,7 @@ TAVO_SEAM CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVICE_INFO* d
         Function::CyGetDeviceInfo, [&] { return text("info %u", deviceNumber); },
         [&](State& state) -> int {
             if (deviceInfo == nullptr || !isAttached(state, deviceNumber)) return CY_ERROR_INVALID_PARAMETER;
-            *deviceInfo = state.board->bridge.describe();
-            return CY_SUCCESS;
+            return describe(*state.board, *deviceInfo);
         }));
 }
 
@@ -160,7 +173,7 @@ TAVO_SEAM CY_RETURN_STATUS CySpiReadWrite(CY_HANDLE handle, CY_DATA_BUFFER* read
         Function::CySpiReadWrite, handle, [&] { return spiLine(readBuffer, writeBuffer); },
         [&](Board& board, Handle& open) -> int {
             sim::rig().lastTimeout = timeout;
-            return spiTransfer(board, open, readBuffer, writeBuffer);
+            return spiTransfer(board, open, readBuffer, writeBuffer, timeout);
         });
 }
 

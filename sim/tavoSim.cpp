@@ -29,6 +29,11 @@ options, after the folder:
   busy=2           status reads for which the flash stays busy after a write, beside its time
   fault=F@N:S      the N-th call of function F returns status S (N+: that and later ones)
   lose-program=N   the N-th Page Program changes nothing
+  dead-flash=N     after N transfers the flash reads FF for ever
+  denied           this user may not open it
+  pins=12          a bridge without a service pin
+  access=library   values that switch the configuration mode: library, letters or both
+  unfinished       an SPI transfer is stuck until the bridge's SPI part is reset
 
 examples:
   tavo-sim /tmp/interface,pace=fast -- tavo-util program image.hex

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include <stdexcept>
 
 #include "platform/cyusbserial.h"
+#include "platform/ldv.h"
 #include "platform/portPath.h"
 #include "sim/options.h"
 #include "tests/rigTest.h"
@@ -247,7 +249,7 @@ TEST_F(SimTest, TransfersTakeTheirTimeOnTheWireAndSleepsTakeNone) {
     CyClose(handle);
 }
 
-TEST_F(SimTest, SpiSettingsThatTheBridgeLibraryRefusesAreRefused) {
+TEST_F(SimTest, SpiSettingsThatThePlatformRefusesAreRefused) {
     struct Case {
         CY_RETURN_STATUS status;
         void (*change)(CY_SPI_CONFIG&);
@@ -255,7 +257,9 @@ TEST_F(SimTest, SpiSettingsThatTheBridgeLibraryRefusesAreRefused) {
     const Case cases[] = {
         {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.frequency = 999; }},
         {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.frequency = 3'000'001; }},
-        {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.isSelectPrecede = true; }},
+        {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.dataWidth = 3; }},
+        {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.dataWidth = 17; }},
+        {CY_ERROR_INVALID_PARAMETER, [](CY_SPI_CONFIG& c) { c.protocol = static_cast<CY_SPI_PROTOCOL>(3); }},
         {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.protocol = CY_SPI_TI; }},
         {CY_ERROR_REQUEST_FAILED, [](CY_SPI_CONFIG& c) { c.protocol = CY_SPI_NS, c.isCpha = true; }},
     };
@@ -269,6 +273,10 @@ TEST_F(SimTest, SpiSettingsThatTheBridgeLibraryRefusesAreRefused) {
     EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
     EXPECT_EQ(config.frequency, 1'000'000u);
     EXPECT_FALSE(config.isMaster);
+    config.isSelectPrecede = true;  // stored and given back, with Motorola framing too
+    EXPECT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
+    EXPECT_TRUE(config.isSelectPrecede);
     CyClose(handle);
     const CY_HANDLE manufacturing = open(1);
     EXPECT_EQ(CyGetSpiConfig(manufacturing, &config), CY_ERROR_REQUEST_FAILED);
@@ -298,6 +306,90 @@ TEST_F(SimTest, ConfigurationRequestsStallOutsideConfigurationMode) {
     libusb_device_handle* const usb = usbHandle(handle);
     CyClose(handle);
     EXPECT_EQ(libusb_control_transfer(usb, 0xC0, 0xB1, 0, 0, id, 4, 1000), LIBUSB_ERROR_NO_DEVICE);
+}
+
+TEST_F(SimTest, TheBridgeTakesTheAccessValuesThatItIsMadeFor) {
+    const auto taken = [&](sim::Access access) {
+        sim::Options options;
+        options.access = access;
+        rig.reset(options);
+        const CY_HANDLE handle = open(1);
+        const std::vector<int> results{configurationMode(handle, true), configurationMode(handle, false),
+                                       control(handle, 0x40, 0xE2, 0xA6BC, 0xB1B0),
+                                       control(handle, 0x40, 0xE2, 0xA6BC, 0xB9B0)};
+        CyClose(handle);
+        return results;
+    };
+    EXPECT_THAT(taken(sim::Access::Both), ElementsAre(0, 0, 0, 0));
+    EXPECT_THAT(taken(sim::Access::Library), ElementsAre(0, 0, LIBUSB_ERROR_PIPE, LIBUSB_ERROR_PIPE));
+    EXPECT_THAT(taken(sim::Access::Letters), ElementsAre(LIBUSB_ERROR_PIPE, LIBUSB_ERROR_PIPE, 0, 0));
+}
+
+TEST_F(SimTest, AnUnfinishedTransferHoldsUpTheOthersUntilTheSpiReset) {
+    sim::Options options;
+    options.pace = sim::Pace::Virtual;
+    options.unfinished = true;
+    rig.reset(options);
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    Bytes byte(1, 0x06);
+    CY_DATA_BUFFER write{byte.data(), 1, 0};
+    EXPECT_EQ(CySpiReadWrite(handle, nullptr, &write, 1000), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(rig.now(), 1'000'000u) << "the time that it was given";
+    unsigned char left[4] = {};
+    const auto isIdle = [&] {
+        EXPECT_EQ(control(handle, 0xC0, 0xCC, 0, 0, left, 4), 4);
+        return std::all_of(std::begin(left), std::end(left), [](auto each) { return each == 0; });
+    };
+    EXPECT_FALSE(isIdle());
+    EXPECT_EQ(control(handle, 0x40, 0xCB, 0x8000), LIBUSB_ERROR_PIPE) << "it has no second block";
+    EXPECT_EQ(control(handle, 0x40, 0xCB, 0, 0, left, 4), LIBUSB_ERROR_PIPE) << "it carries no data";
+    EXPECT_EQ(control(handle, 0x40, 0xCB), 0);
+    EXPECT_TRUE(isIdle());
+    EXPECT_EQ(spi(handle, {0x9F, 0, 0, 0})[3], 20) << "the setting is as it was";
+    EXPECT_EQ(CySetGpioValue(handle, 8, 1), CY_SUCCESS);
+    CyClose(handle);
+}
+
+TEST_F(SimTest, ADeniedBoardShowsWhatNeedsNoPermissionAndOpensForNobody) {
+    sim::Options options;
+    options.denied = true;
+    rig.reset(options);
+    CY_DEVICE_INFO found{};
+    EXPECT_EQ(CyGetDeviceInfo(0, &found), CY_ERROR_ACCESS_DENIED);
+    EXPECT_EQ(found.vidPid.vid, 0x04B4);
+    EXPECT_EQ(found.deviceType[1], CY_TYPE_MFG);
+    EXPECT_EQ(found.serialNum[0] | found.productName[0] | found.manufacturerName[0], 0);
+    CY_HANDLE handle = nullptr;
+    EXPECT_EQ(CyOpen(0, 1, &handle), CY_ERROR_ACCESS_DENIED);
+    short channel = 0;
+    EXPECT_EQ(ldv_open("CSN00001234", &channel), LDV_ACCESS_DENIED);
+}
+
+TEST_F(SimTest, ASmallerBridgeHasNoServicePin) {
+    sim::Options options;
+    options.pins = 12;
+    rig.reset(options);
+    const CY_HANDLE handle = open(0);
+    UINT8 level = 7;
+    EXPECT_EQ(CyGetGpioValue(handle, 14, &level), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(CySetGpioValue(handle, 14, 0), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(CyGetGpioValue(handle, 8, &level), CY_SUCCESS);
+    CyClose(handle);
+}
+
+TEST_F(SimTest, ADeadFlashAnswersItsIdAndReadsFFFromThenOn) {
+    sim::Options options;
+    options.pace = sim::Pace::Virtual;
+    options.flashDiesAfter = 1;
+    rig.reset(options);
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    EXPECT_EQ(spi(handle, {0x9F, 0, 0, 0}), (Bytes{0xFF, 0xEF, 0x40, 20}));
+    EXPECT_EQ(spi(handle, {0x05, 0}), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(spi(handle, {0x9F, 0, 0, 0}), Bytes(4, 0xFF));
+    CySetGpioValue(handle, 8, 1);
+    CyClose(handle);
 }
 
 TEST_F(SimTest, AWrittenBlockTakesEffectAtTheNextReplug) {
@@ -542,6 +634,99 @@ TEST_F(SimFolderTest, ABlockWrittenInOneRunIsInEffectInTheNext) {
     EXPECT_EQ(path, "sim:" + folder);
 }
 
+// What the Neuron of the board in that folder says in its first second after a reset and to a status
+// request: the reset notice and the answer, or nothing.
+class SimNeuronBootTest : public SimFolderTest {
+protected:
+    SimNeuronBootTest() { options.flashSize = 65536; }
+
+    std::size_t messagesAfterReset() {
+        const CY_HANDLE handle = open(0);
+        EXPECT_EQ(CySetGpioValue(handle, 8, 0), CY_SUCCESS);
+        EXPECT_EQ(CySetGpioValue(handle, 8, 1), CY_SUCCESS);
+        CyClose(handle);
+        return messages();
+    }
+    std::size_t messages() {
+        sim::Neuron& neuron = rig.board().neuron;
+        rig.sleep(300);
+        Bytes request(17);
+        request[0] = 0x22;
+        request[5] = 0x7F;
+        request[16] = 0x51;
+        neuron.write(request);
+        neuron.setService(true);
+        neuron.setService(false);
+        rig.sleep(300);
+        std::size_t count = 0;
+        while (neuron.read()) ++count;
+        return count;
+    }
+    void overBus(const Bytes& command) {
+        const CY_HANDLE handle = open(0);
+        makeReady(handle);
+        spi(handle, {0x06});
+        spi(handle, command);
+        rig.sleep(3000);
+        EXPECT_EQ(CySetGpioValue(handle, 8, 1), CY_SUCCESS);
+        CyClose(handle);
+    }
+    void putFlash(std::uint8_t first) const {
+        Bytes content(65536, 0xFF);
+        content[0] = first;
+        std::ofstream(folder + "/flash.bin", std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+    }
+
+    static constexpr std::size_t kAll = 3;  // reset notice, service-pin message, answer
+};
+
+TEST_F(SimNeuronBootTest, FromItsFactoryProgramUntilTheFlashIsWrittenTo) {
+    rig.reset(options);
+    EXPECT_EQ(messagesAfterReset(), kAll) << "a new board works with its erased flash";
+    overBus(header(0x02, 0x0100, {0x00}));
+    EXPECT_EQ(messages(), 0u) << "the first page is blank";
+    rig.reset(options);
+    EXPECT_EQ(messages(), 0u) << "also in the next run";
+    overBus(header(0x02, 0x00FF, {0x7F}));
+    EXPECT_EQ(messages(), kAll) << "started again from an image";
+    overBus({0xC7});
+    EXPECT_EQ(messagesAfterReset(), 0u);
+    rig.replug();
+    EXPECT_EQ(messages(), 0u);
+}
+
+TEST_F(SimNeuronBootTest, AProgramThatProtectionStoppedIsNoProgram) {
+    rig.reset(options);
+    overBus({0x01, 0x1C});
+    overBus({0xC7});
+    EXPECT_EQ(messagesAfterReset(), kAll);
+}
+
+TEST_F(SimNeuronBootTest, FromAnImagePutThereByHand) {
+    putFlash(0x12);
+    rig.reset(options);
+    EXPECT_EQ(messagesAfterReset(), kAll);
+    rig.reset();
+    putFlash(0xFF);
+    rig.reset(options);
+    EXPECT_EQ(messagesAfterReset(), 0u) << "its factory program is gone";
+}
+
+TEST_F(SimNeuronBootTest, InAFolderOfAnOlderVersionAsInANewOne) {
+    rig.reset(options);
+    open(0);
+    rig.reset();
+    std::ifstream file(folder + "/board.txt");
+    std::string text;
+    for (std::string line; std::getline(file, line);) {
+        if (line.rfind("neuron.boots-from", 0) != 0) text += line + "\n";
+    }
+    std::ofstream(folder + "/board.txt") << text;
+    rig.reset(options);
+    EXPECT_EQ(messagesAfterReset(), kAll);
+}
+
 TEST_F(SimFolderTest, ASecondProcessSeesTheDeviceAndCannotOpenIt) {
     rig.reset(options);
     const CY_HANDLE held = open(0);
@@ -618,8 +803,9 @@ TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
 }
 
 TEST(SimOptions, AreReadFromTheTextAfterSim) {
-    const sim::Options options =
-        sim::parseOptions("a folder,size=4M,pace=fast,jedec=24,busy=3,fault=CyOpen@2+:4,lose-program=7");
+    const sim::Options options = sim::parseOptions(
+        "a folder,size=4M,pace=fast,jedec=24,busy=3,fault=CyOpen@2+:4,lose-program=7,"
+        "access=letters,pins=12,denied,unfinished,dead-flash=0");
     EXPECT_EQ(options.folder, "a folder");
     EXPECT_EQ(options.flashSize, 4u << 20);
     EXPECT_EQ(options.pace, sim::Pace::Fast);
@@ -631,6 +817,10 @@ TEST(SimOptions, AreReadFromTheTextAfterSim) {
     EXPECT_EQ(options.faults[0].nth, 2u);
     EXPECT_TRUE(options.faults[0].andLater);
     EXPECT_EQ(options.faults[0].status, 4);
+    EXPECT_EQ(options.access, sim::Access::Letters);
+    EXPECT_EQ(options.pins, 12u);
+    EXPECT_TRUE(options.denied && options.unfinished);
+    EXPECT_EQ(options.flashDiesAfter, 0u);
     EXPECT_EQ(sim::parseOptions("d").pace, sim::Pace::Real);
 }
 
@@ -656,6 +846,9 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{"d,fault=CyOpen:4", "FUNCTION@N:STATUS"}, std::pair{"d,fault=CyOpen@0:4", "CyOpen@0:4"},
                     std::pair{"d,fault=Nope@1:4", "none of the simulated ones"},
                     std::pair{"d,lose-program=0", "lose-program=0"}, std::pair{"d,colour=red", "known are size="},
-                    std::pair{"d,,", "unknown option ''"}));
+                    std::pair{"d,,", "unknown option ''"}, std::pair{"d,pins=14", "pins=14"},
+                    std::pair{"d,access=open", "both, library or letters"},
+                    std::pair{"d,dead-flash=-1", "dead-flash=-1"},
+                    std::pair{"d,denied=no", "unknown option 'denied=no'"}));
 
 }  // namespace
