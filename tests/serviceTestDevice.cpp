@@ -1,6 +1,9 @@
 // Looking at an interface and putting it right.
+#include <fstream>
+
 #include "service/device/health.h"
 #include "tavo/Configurator.h"
+#include "tavo/service/history.h"
 #include "tests/serviceTest.h"
 
 using tavo::LineState;
@@ -111,6 +114,107 @@ TEST_F(Health, OnlyOnceMoreAndTheStateTellsWhatIsHeldAfterwards) {
     letGo(op, false);
     EXPECT_EQ(op.state.resetLine, LineState::Released);
     EXPECT_EQ(op.state.scb0, Scb0State::SpiMaster) << "it was not to be given back";
+}
+
+class History : public testing::Test {
+protected:
+    History() {
+        std::string name = testing::TempDir() + "tavo-history-XXXXXX";
+        folder = mkdtemp(name.data());
+        setenv("XDG_STATE_HOME", folder.c_str(), 1);
+    }
+    ~History() override {
+        unsetenv("XDG_STATE_HOME");
+        std::filesystem::remove_all(folder);
+    }
+    static tavo::DeviceDescription at(const std::string& path, const std::string& serial) {
+        tavo::DeviceDescription device;
+        device.path = path;
+        device.serial = serial;
+        return device;
+    }
+    std::vector<std::filesystem::path> files() const {
+        std::vector<std::filesystem::path> all;
+        for (const auto& entry : std::filesystem::directory_iterator(folder + "/tavo-util"))
+            all.push_back(entry.path());
+        return all;
+    }
+
+    std::string folder;
+    const tavo::InterruptedRun run{"/images/a b\n\\.hex", std::string(64, 'a'), "/b.hex", "2024-05-01T14:03:59+0200"};
+};
+
+TEST_F(History, ARunIsRememberedUntilItIsForgotten) {
+    const auto device = at("1-4.2", "../x\n1");
+    EXPECT_FALSE(interruptedRun(device));
+    rememberRun(device, {"gone.hex", "", "", ""});
+    rememberRun(device, run);
+    ASSERT_EQ(files().size(), 1U);
+    EXPECT_EQ(files()[0].filename(), "interrupted-1-4.2-.._x_1.run");
+    const auto found = interruptedRun(device);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->image, run.image);
+    EXPECT_EQ(found->sha256, run.sha256);
+    EXPECT_EQ(found->backup, run.backup);
+    EXPECT_EQ(found->started, run.started);
+    forgetRun(device);
+    EXPECT_FALSE(interruptedRun(device));
+    EXPECT_TRUE(files().empty());
+    EXPECT_NO_THROW(forgetRun(device));
+}
+
+TEST_F(History, AnInterfaceIsKnownByItsSerialNumberElseByItsPort) {
+    rememberRun(at("1-4.2", "A"), run);
+    EXPECT_TRUE(interruptedRun(at("1-3", "A"))) << "moved to another port";
+    EXPECT_TRUE(interruptedRun(at("1-4.2", ""))) << "its serial number cannot be read now";
+    EXPECT_FALSE(interruptedRun(at("1-4.2", "B"))) << "another one at that port";
+    EXPECT_FALSE(interruptedRun(at("1-3", "")));
+    forgetRun(at("1-3", "A"));
+    EXPECT_TRUE(files().empty());
+}
+
+TEST_F(History, ATornRecordIsStillAnInterruptedRun) {
+    const auto device = at("1-4.2", "A");
+    rememberRun(device, run);
+    std::ofstream(files().at(0)) << "path=1-4.2\nserial=A\nstarted=2024-05-01T14:03:59+0200\nimage=/im";
+    const auto found = interruptedRun(device);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->image, "");
+    EXPECT_EQ(interruptedText(*found),
+              "a run was interrupted (its record cannot be read): the image in the flash may be incomplete");
+    forgetRun(device);
+    EXPECT_FALSE(interruptedRun(device));
+}
+
+TEST_F(History, TheTextsNameFileSumAndBackup) {
+    EXPECT_EQ(tavo::interruptedText({"/a.hex", "12ab", "/b.hex", "2024-05-01T14:03:59+0200"}),
+              "the run of 2024-05-01T14:03:59+0200 was interrupted: the image is incomplete, /a.hex (sha256 12ab) was "
+              "being programmed");
+    EXPECT_EQ(tavo::interruptedHint({"/a.hex", "12ab", "/b.hex", "now"}),
+              "program it again: tavo-util program /a.hex; what was there before is in /b.hex");
+    EXPECT_EQ(tavo::interruptedHint({"", "", "", "now"}), "program an image");
+}
+
+TEST_F(History, AFolderThatCannotBeUsedIsAFailureOfTheFileSystem) {
+    std::ofstream(folder + "/tavo-util") << "in the way";
+    try {
+        rememberRun(at("1-4.2", "A"), run);
+        FAIL();
+    } catch (const tavo::Error& error) {
+        EXPECT_EQ(error.problem, tavo::Problem::FileSystem);
+        EXPECT_NE(std::string(error.what()).find(folder + "/tavo-util"), std::string::npos) << error.what();
+        EXPECT_FALSE(error.hint.empty());
+    }
+    EXPECT_FALSE(interruptedRun(at("1-4.2", "A")));
+}
+
+TEST_F(History, ASimulatedInterfaceKeepsItInItsOwnFolder) {
+    const auto board = at("sim:" + folder + "/board", "00001234");
+    rememberRun(board, run);
+    std::filesystem::rename(folder + "/board", folder + "/moved");
+    EXPECT_FALSE(interruptedRun(board));
+    EXPECT_TRUE(interruptedRun(at("sim:" + folder + "/moved", "00009999")));
+    EXPECT_NO_THROW(rememberRun(at("sim:memory", ""), run));
 }
 
 }  // namespace

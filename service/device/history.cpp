@@ -1,0 +1,258 @@
+#include "tavo/service/history.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+namespace tavo {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kRootFolder = "/var/lib/tavo-util";
+constexpr const char* kEnding = ".run";
+constexpr const char* kSimulated = "sim:";
+constexpr const char* kInMemory = "sim:memory";  // gone with its process, as its flash is
+
+struct Record {
+    std::string path;
+    std::string serial;
+    InterruptedRun run;
+};
+
+struct Field {
+    const char* key;
+    std::string& (*of)(Record&);
+};
+// In the order of the file. A record without its last line has not been written whole.
+constexpr Field kFields[] = {
+    {"path", [](Record& r) -> std::string& { return r.path; }},
+    {"serial", [](Record& r) -> std::string& { return r.serial; }},
+    {"started", [](Record& r) -> std::string& { return r.run.started; }},
+    {"image", [](Record& r) -> std::string& { return r.run.image; }},
+    {"sha256", [](Record& r) -> std::string& { return r.run.sha256; }},
+    {"backup", [](Record& r) -> std::string& { return r.run.backup; }},
+};
+
+Error failure(const std::string& doing, int error) {
+    return {Problem::FileSystem, "cannot " + doing + ": " + std::strerror(error),
+            "check the folder's permissions and the space on the disk; XDG_STATE_HOME names another one"};
+}
+
+bool isSimulated(const DeviceDescription& device) {
+    return device.path.rfind(kSimulated, 0) == 0;
+}
+
+/// Empty when there is none: an interface in memory, or no home.
+fs::path ownFolder(const DeviceDescription& device) {
+    if (device.path == kInMemory) return {};
+    if (isSimulated(device)) return device.path.substr(std::strlen(kSimulated));
+    const char* state = std::getenv("XDG_STATE_HOME");
+    // A relative folder is to be ignored (XDG Base Directory Specification).
+    if (state != nullptr && *state == '/') return fs::path(state) / "tavo-util";
+    if (geteuid() == 0) return kRootFolder;
+    const char* home = std::getenv("HOME");
+    return home != nullptr && *home == '/' ? fs::path(home) / ".local/state/tavo-util" : fs::path();
+}
+
+std::vector<fs::path> folders(const DeviceDescription& device) {
+    std::vector<fs::path> all;
+    if (const fs::path own = ownFolder(device); !own.empty()) all.push_back(own);
+    if (!isSimulated(device) && (all.empty() || all.front() != kRootFolder)) all.emplace_back(kRootFolder);
+    return all;
+}
+
+std::string safe(std::string text) {
+    constexpr const char* kSafe = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+    for (std::size_t at = 0; (at = text.find_first_not_of(kSafe, at)) != std::string::npos;) text[at] = '_';
+    return text;
+}
+
+std::string fileName(const DeviceDescription& device) {
+    if (isSimulated(device)) return std::string("interrupted") + kEnding;
+    return "interrupted-" + safe(device.path) + "-" + safe(device.serial) + kEnding;
+}
+
+// A file name may hold a line feed.
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        if (c == '\\' || c == '\n') out += '\\';
+        out += c == '\n' ? 'n' : c;
+    }
+    return out;
+}
+
+std::string unescaped(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool escape = text[i] == '\\' && i + 1 < text.size();
+        if (escape) ++i;
+        out += escape && text[i] == 'n' ? '\n' : text[i];
+    }
+    return out;
+}
+
+std::string textOf(Record record) {
+    std::string text = "# A run that changed the flash of this interface and has not finished.\n";
+    for (const Field& field : kFields) text += std::string(field.key) + "=" + escaped(field.of(record)) + "\n";
+    return text;
+}
+
+/// Nothing for a text that is not whole.
+std::optional<Record> parse(const std::string& text) {
+    Record record;
+    bool whole = false;
+    for (std::size_t at = 0, end = 0; (end = text.find('\n', at)) != std::string::npos; at = end + 1) {
+        const std::string line = text.substr(at, end - at);
+        for (const Field& field : kFields) {
+            const std::string start = std::string(field.key) + "=";
+            if (line.rfind(start, 0) != 0) continue;
+            field.of(record) = unescaped(line.substr(start.size()));
+            whole = &field == std::prev(std::end(kFields));
+        }
+    }
+    return whole ? std::optional(record) : std::nullopt;
+}
+
+std::optional<Record> load(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return parse({std::istreambuf_iterator<char>(in), {}});
+}
+
+bool isSame(const DeviceDescription& device, const Record& record) {
+    const bool bothKnown = !device.serial.empty() && !record.serial.empty();
+    return bothKnown ? device.serial == record.serial : device.path == record.path;
+}
+
+/// The records of this interface; one that cannot be read is its own by its name only.
+std::vector<std::pair<fs::path, InterruptedRun>> recordsOf(const DeviceDescription& device) {
+    std::vector<std::pair<fs::path, InterruptedRun>> found;
+    const bool simulated = isSimulated(device);
+    for (const fs::path& folder : folders(device)) {
+        std::error_code error;  // a folder that cannot be read tells nothing
+        for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+            const fs::path path = at->path();
+            if (path.extension() != kEnding) continue;
+            const auto record = load(path);
+            // The folder of a simulated interface is its own, wherever it lay when the run began.
+            const bool own = record && !simulated ? isSame(device, *record) : path.filename() == fileName(device);
+            if (own) found.emplace_back(path, record ? record->run : InterruptedRun{});
+        }
+    }
+    return found;
+}
+
+struct OpenFile {
+    int descriptor;
+    ~OpenFile() {
+        if (descriptor >= 0) close(descriptor);
+    }
+};
+
+bool writeAll(int file, const std::string& text) {
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t count = write(file, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR) return false;
+        if (count > 0) done += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+bool syncFolder(const fs::path& folder) {
+    const OpenFile opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    // Some file systems cannot sync a folder and say so: nothing more can be done there.
+    return opened.descriptor >= 0 && (fsync(opened.descriptor) == 0 || errno == EINVAL || errno == ENOTSUP);
+}
+
+void store(const fs::path& path, const std::string& text) {
+    std::string beside = path.string() + ".XXXXXX";
+    const OpenFile file{mkostemp(beside.data(), O_CLOEXEC)};
+    if (file.descriptor < 0) throw failure("make a file in " + path.parent_path().string(), errno);
+    const bool done = writeAll(file.descriptor, text) && fchmod(file.descriptor, 0644) == 0 &&
+                      fsync(file.descriptor) == 0 && std::rename(beside.c_str(), path.c_str()) == 0 &&
+                      syncFolder(path.parent_path());
+    const int error = errno;
+    if (done) return;
+    unlink(beside.c_str());
+    throw failure("write " + path.string(), error);
+}
+
+std::string now() {
+    const std::time_t time = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&time, &local);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &local);
+    return text.data();
+}
+
+std::string absolute(const std::string& path) {
+    std::error_code error;
+    const fs::path full = path.empty() ? fs::path() : fs::absolute(path, error);
+    return error ? path : full.lexically_normal().string();
+}
+
+}  // namespace
+
+std::optional<InterruptedRun> interruptedRun(const DeviceDescription& device) {
+    const auto records = recordsOf(device);
+    if (records.empty()) return std::nullopt;
+    // The newest: local times of one zone sort as texts, and one that cannot be read comes first.
+    return std::max_element(records.begin(), records.end(),
+                            [](const auto& a, const auto& b) { return a.second.started < b.second.started; })
+        ->second;
+}
+
+void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
+    if (device.path == kInMemory) return;
+    const fs::path folder = ownFolder(device);
+    if (folder.empty())
+        throw failure("find the folder for the history (neither XDG_STATE_HOME nor HOME is set)", ENOENT);
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw failure("make the folder " + folder.string(), error.value());
+    Record record{device.path, device.serial, run};
+    record.run.image = absolute(run.image);
+    record.run.backup = absolute(run.backup);
+    if (run.started.empty()) record.run.started = now();
+    store(folder / fileName(device), textOf(record));
+}
+
+void forgetRun(const DeviceDescription& device) {
+    for (const auto& [path, run] : recordsOf(device)) {
+        std::error_code error;
+        fs::remove(path, error);
+        if (error) throw failure("remove " + path.string(), error.value());
+        static_cast<void>(syncFolder(path.parent_path()));  // at worst it is remembered once more
+    }
+}
+
+std::string interruptedText(const InterruptedRun& run) {
+    if (run.started.empty())
+        return "a run was interrupted (its record cannot be read): the image in the flash may be incomplete";
+    const std::string since = " of " + run.started + " was interrupted: ";
+    if (run.image.empty()) return "the erase" + since + "the flash is erased or partly erased";
+    const std::string sum = run.sha256.empty() ? "" : " (sha256 " + run.sha256 + ")";
+    return "the run" + since + "the image is incomplete, " + run.image + sum + " was being programmed";
+}
+
+std::string interruptedHint(const InterruptedRun& run) {
+    const std::string again =
+        run.image.empty() ? "program an image" : "program it again: tavo-util program " + run.image;
+    return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
+}
+
+}  // namespace tavo
