@@ -1,0 +1,93 @@
+// The bridge's 512-byte configuration block: read, compared, rewritten; and the Neuron ID kept in its user flash.
+//
+// A rewrite is a plan first: what the bridge holds, what it would hold, what would be written. The caller can
+// show it, ask, keep the old block, and then carry it out; a failed write is followed by a look at what the
+// bridge holds now. A written block takes effect when the interface is plugged in again.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tavo/service/device.h"
+
+namespace tavo {
+
+using ConfigurationBlock = std::array<unsigned char, 512>;
+
+/// What people and programs want to know of a block.
+struct ConfigurationFields {
+    std::string serial;
+    std::string manufacturer;
+    std::string product;
+    std::uint16_t vendorId = 0;
+    std::uint16_t productId = 0;
+    const char* scb0 = "";  ///< "SPI", "I2C", "UART", "none", "unknown"
+    unsigned maxPowerMilliamperes = 0;
+    std::string format;  ///< "1.0.3"
+    bool checksumRight = false;
+    std::string whyBad;  ///< why a bridge may not come up on USB with this block; empty when it should
+};
+TAVO_API ConfigurationFields fieldsOf(const ConfigurationBlock& block);
+
+struct ByteChange {
+    std::size_t offset;
+    unsigned char before;
+    unsigned char after;
+};
+/// One entry a byte that differs.
+TAVO_API std::vector<ByteChange> compareConfiguration(const ConfigurationBlock& before,
+                                                      const ConfigurationBlock& after);
+/// The field that this byte belongs to: "serial number"; empty for bytes without a known meaning.
+TAVO_API const char* configurationFieldAt(std::size_t offset);
+
+/// A configuration file: 512 bytes, named .bin. Throws Error: FileRefused for another name or size, FileSystem
+/// for one that cannot be read.
+TAVO_API ConfigurationBlock loadConfiguration(const std::string& path);
+/// Writes a new file, whole or not at all. Throws Error (FileSystem), also when path exists and replace is false.
+TAVO_API void saveConfiguration(const std::string& path, const ConfigurationBlock& block, bool replace);
+/// A name for a backup that no file in this folder has yet: "config-00001234-20260131-120000.bin".
+TAVO_API std::string configurationBackupName(const DeviceDescription& device);
+
+/// Reads the block: three control requests. The bridge leaves its configuration mode on every path.
+TAVO_API ConfigurationBlock readConfiguration(Device& device, const Control& control = {});
+
+/// One rewrite, thought out and not carried out.
+struct ConfigurationPlan {
+    ConfigurationBlock before{};
+    ConfigurationBlock after{};  ///< what the bridge will hold, serial number and checksum made anew
+    std::string serial;          ///< that the block will carry
+    std::string pendingSerial;   ///< set since the interface was plugged in, and lost by this rewrite; empty: none
+    std::string doing;           ///< completes "cannot ...": "set the serial number"
+
+    bool changesAnything() const { return before != after; }
+};
+
+/// @param serial  none: the device keeps the one that is in effect. Throws Error (BadArgument) for a text that is
+///                not 1 to 32 printable ASCII characters, with nothing asked of the device.
+TAVO_API ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
+                                             const std::optional<std::string>& serial, const Control& control = {});
+TAVO_API ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control = {});
+TAVO_API ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control = {});
+
+/// Writes plan.after and reads it back. Does nothing when nothing changes.
+/// @param backup  the file that holds plan.before, named in hints; the caller has written it.
+/// Throws Error: the state says whether the block is as it was, written all the same, or not known.
+TAVO_API void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std::string& backup,
+                                 const Control& control = {});
+
+struct StoredNeuronId {
+    NeuronId id;
+    bool written = false;  ///< false: the bridge held it already, nothing was written
+};
+/// Keeps the Neuron ID in the bridge's user flash and reads it back.
+/// @param id  none: the Neuron is asked (about 1 s)
+TAVO_API StoredNeuronId storeNeuronId(Device& device, const std::optional<NeuronId>& id, const Control& control = {});
+
+/// The Neuron ID that is to be stored, asked of the Neuron when none is given, without storing it.
+TAVO_API StoredNeuronId planNeuronId(Device& device, const std::optional<NeuronId>& id, const Control& control = {});
+
+}  // namespace tavo

@@ -1,0 +1,144 @@
+// Reading and rewriting the bridge's configuration block.
+#include "bridge/configBlock.h"
+#include "platform/cyusbserial.h"
+#include "service/bridge/access.h"
+#include "tavo/cyboot.h"
+
+namespace tavo {
+namespace {
+
+constexpr const char* kUnchanged = "configuration block unchanged";
+constexpr const char* kKeepPlugged = "do not unplug the interface; write the old block first: tavo-util config write ";
+
+void requirePrintable(const std::string& serial) {
+    SerialNumber number;
+    if (number.fromStringWithoutPrefix(serial.c_str())) return;
+    throw Error(Problem::BadArgument, "'" + serial + "' cannot be a serial number",
+                "1 to 32 printable ASCII characters");
+}
+
+ConfigurationBlock blockOf(Operation& op) {
+    ConfigurationBlock block{};
+    bool refused = false;
+    constexpr const char* kDoing = "read the configuration block";
+    op.state.configuration = {Knowledge::Unchanged, kUnchanged};
+    const TAVO_STATUS status = op.tryCall(kDoing, [&] { return readBlock(op, block, refused); });
+    if (status == TAVO_SUCCESS) return block;
+    op.fail(configurationError(op, status, std::string(kDoing) + " on " + op.device.name(), refused));
+}
+
+ConfigurationPlan planOf(Device& device, const Control& control, const char* doing) {
+    Operation op(device, control);
+    ConfigurationPlan plan;
+    plan.before = plan.after = blockOf(op);
+    plan.serial = device.info().serialNumber.text;
+    plan.doing = doing;
+    return plan;
+}
+
+/// A rewrite that keeps the serial number keeps the one in effect, not one that waits for a replug.
+void notePendingSerial(ConfigurationPlan& plan) {
+    const std::string inBlock = fieldsOf(plan.before).serial;
+    if (inBlock != plan.serial) plan.pendingSerial = inBlock;
+}
+
+void finish(ConfigurationPlan& plan) {
+    configBlock::finish(plan.after, plan.serial.c_str());
+}
+
+/// The requests of a rewrite, in the order in which the library sends them.
+TAVO_STATUS writeBlock(Operation& op, ConfigurationBlock block, bool& refused) {
+    ConfigurationMode mode(op);
+    if (mode.openStatus() != CY_SUCCESS) return cypressToTavo(mode.openStatus());
+    UINT32 siliconId = 0;  // only a bridge that answers this is written to
+    if (const auto status = CyGetSiliconID(mode.handle(), &siliconId); status != CY_SUCCESS)
+        return cypressToTavo(status);
+    const CY_RETURN_STATUS entered = mode.enter();
+    refused = mode.isRefused();
+    if (entered != CY_SUCCESS) return cypressToTavo(entered);
+    op.state.configuration = {Knowledge::Uncertain, "configuration block not known: it may be damaged"};
+    if (const auto status = CyWriteDeviceConfig(mode.handle(), block.data()); status != CY_SUCCESS) {
+        return cypressToTavo(status);
+    }
+    return cypressToTavo(mode.leave());
+}
+
+/// A failed request may have come before or after the change: the bridge is asked what it holds.
+[[noreturn]] void fail(Operation& op, const ConfigurationPlan& plan, const std::string& backup, TAVO_STATUS status,
+                       bool refused) {
+    Error error = configurationError(op, status, plan.doing + " of " + op.device.name(), refused);
+    ConfigurationBlock now{};
+    bool refusedNow = false;
+    const bool known =
+        op.tryCall("read the block back", [&] { return readBlock(op, now, refusedNow); }) == TAVO_SUCCESS;
+    if ((known && now == plan.before) || refused) {
+        op.state.configuration = {Knowledge::Unchanged, kUnchanged};
+    } else if (known && now == plan.after) {
+        op.state.configuration = {Knowledge::Written, "configuration block written all the same"};
+    } else {
+        op.state.configuration = {Knowledge::Uncertain, "configuration block not known: it may be damaged"};
+        if (error.problem != Problem::NoDevice) error.hint = kKeepPlugged + backup;
+    }
+    op.fail(error);
+}
+
+void requireWritten(Operation& op, const ConfigurationPlan& plan, const std::string& backup) {
+    op.state.configuration = {Knowledge::Written, "configuration block written; it takes effect after a replug"};
+    ConfigurationBlock now{};
+    bool refused = false;
+    const TAVO_STATUS status = op.tryCall("read the block back", [&] { return readBlock(op, now, refused); });
+    if (status == TAVO_SUCCESS && now == plan.after) return;
+    if (status != TAVO_SUCCESS) {
+        op.state.configuration.text = "configuration block written, not read back; it takes effect after a replug";
+        op.fail(configurationError(op, status, "read the written configuration block of " + op.device.name(), refused));
+    }
+    op.state.configuration = {Knowledge::Uncertain, "configuration block not as written"};
+    op.fail(Error(Problem::DeviceFailed, "the bridge of " + op.device.name() + " took the block and holds another one",
+                  kKeepPlugged + backup));
+}
+
+}  // namespace
+
+ConfigurationBlock readConfiguration(Device& device, const Control& control) {
+    Operation op(device, control);
+    return blockOf(op);
+}
+
+ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
+                                    const std::optional<std::string>& serial, const Control& control) {
+    if (serial) requirePrintable(*serial);
+    ConfigurationPlan plan = planOf(device, control, "write the configuration block");
+    plan.after = image;
+    serial ? void(plan.serial = *serial) : notePendingSerial(plan);
+    finish(plan);
+    return plan;
+}
+
+ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control) {
+    requirePrintable(serial);
+    ConfigurationPlan plan = planOf(device, control, "set the serial number");
+    plan.serial = serial;
+    finish(plan);
+    return plan;
+}
+
+ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control) {
+    ConfigurationPlan plan = planOf(device, control, "switch SCB0");
+    notePendingSerial(plan);
+    configBlock::setScb0(plan.after, role == Scb0Role::Spi);
+    finish(plan);
+    return plan;
+}
+
+void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std::string& backup,
+                        const Control& control) {
+    if (!plan.changesAnything()) return;
+    Operation op(device, control);
+    op.state.configuration = {Knowledge::Unchanged, kUnchanged};
+    bool refused = false;
+    const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan.after, refused); });
+    if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
+    requireWritten(op, plan, backup);
+}
+
+}  // namespace tavo

@@ -1,0 +1,86 @@
+// The domain table.
+#include <cstring>
+
+#include "service/neuron/requests.h"
+
+namespace tavo {
+namespace {
+
+bool isSame(const LonAddress& one, const LonAddress& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
+}
+
+TAVO_STATUS readEntries(Operation& op, DomainTable& table) {
+    if (!op.device.info().areVidPidCorrect()) return TAVO_WRONG_VID_PID;
+    Channel channel(op);
+    if (channel.status() != TAVO_SUCCESS) return notOpened(op, channel.status());
+    onlyAsks(op);
+    frames::Answer answer;
+    for (unsigned char index = 0; index < table.size(); ++index) {
+        if (!channel.exchange(frames::queryDomain(index), frames::kQueryDomainAnswer, answer)) {
+            return TAVO_TRANSACTION_FAILED;
+        }
+        std::memcpy(&table[index], &answer[frames::kData], sizeof(LonAddress));
+    }
+    return TAVO_SUCCESS;
+}
+
+TAVO_STATUS writeEntries(Operation& op, const DomainTable& wanted) {
+    if (!op.device.info().areVidPidCorrect()) return TAVO_WRONG_VID_PID;
+    Channel channel(op);
+    if (channel.status() != TAVO_SUCCESS) return notOpened(op, channel.status());
+    mayChange(op, "the domain table may have changed: tavo-util domain read shows it");
+    frames::Answer answer;
+    for (unsigned char index = 0; index < wanted.size(); ++index) {
+        auto request = frames::updateDomain(index);
+        std::memcpy(&request[frames::kEntryOffset], &wanted[index], sizeof(LonAddress));
+        if (!channel.exchange(request, frames::kUpdateDomainAnswer, answer)) return TAVO_TRANSACTION_FAILED;
+    }
+    return TAVO_SUCCESS;
+}
+
+/// What a failed write has left behind.
+PartState lookAfter(Operation& op, const DomainTable& before, const DomainTable& wanted,
+                    std::vector<unsigned>* changed) {
+    DomainTable now;
+    const TAVO_STATUS status = op.tryCall("read the domain table back", [&] { return readEntries(op, now); });
+    if (status != TAVO_SUCCESS) {
+        return {Knowledge::Uncertain, "the domain table may have changed: it cannot be read back"};
+    }
+    PartState state{Knowledge::Unchanged, "domain table read back:"};
+    for (unsigned i = 0; i < now.size(); ++i) {
+        const bool isUnchanged = isSame(now[i], before[i]);
+        if (!isUnchanged) state.knowledge = Knowledge::Uncertain;
+        if (!isUnchanged && changed != nullptr) changed->push_back(i);
+        const char* what = isUnchanged                 ? " unchanged"
+                           : isSame(now[i], wanted[i]) ? " written"
+                                                       : " holds something else";
+        state.text += (i == 0 ? " entry " : ", entry ") + std::to_string(i) + what;
+    }
+    return state;
+}
+
+}  // namespace
+
+DomainTable readDomainTable(Device& device, const Control& control) {
+    Operation op(device, control);
+    DomainTable table;
+    op.call(Side::Neuron, "read the domain table", [&] { return readEntries(op, table); });
+    return table;
+}
+
+void writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
+                      std::vector<unsigned>* changed, const Control& control) {
+    Operation op(device, control);
+    if (changed != nullptr) changed->clear();
+    const TAVO_STATUS status = op.tryCall("write the domain table", [&] { return writeEntries(op, wanted); });
+    if (status != TAVO_SUCCESS) {
+        if (op.state.node.knowledge == Knowledge::Uncertain) op.state.node = lookAfter(op, before, wanted, changed);
+        op.fail(statusError(status, Side::Neuron, "write the domain table of " + device.name()));
+    }
+    for (unsigned i = 0; i < wanted.size() && changed != nullptr; ++i) {
+        if (!isSame(before[i], wanted[i])) changed->push_back(i);
+    }
+}
+
+}  // namespace tavo

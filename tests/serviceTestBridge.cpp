@@ -1,0 +1,113 @@
+// The configuration block and the Neuron ID record: planned, written, and seen to be written.
+#include <cstring>
+#include <functional>
+
+#include "tavo/bridge.h"
+#include "tavo/service/configuration.h"
+#include "tests/serviceTest.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+class BridgeService : public ServiceTest {
+protected:
+    tavo::Error failureOf(const std::function<void()>& work) {
+        try {
+            work();
+        } catch (const tavo::Error& error) {
+            return error;
+        }
+        ADD_FAILURE() << "nothing failed";
+        return {tavo::Problem::Internal, ""};
+    }
+    static unsigned controls(const std::vector<std::string>& journal, const std::string& start) {
+        unsigned count = 0;
+        for (const auto& line : journal) count += line.rfind("control " + start, 0) == 0 ? 1 : 0;
+        return count;
+    }
+};
+
+TEST_F(BridgeService, APlanShowsWhatAWriteMakes) {
+    const auto plan = tavo::planSerialNumber(device(), "TAVO-0042");
+    EXPECT_EQ(tavo::fieldsOf(plan.before).serial, "00001234");
+    EXPECT_EQ(tavo::fieldsOf(plan.after).serial, "TAVO-0042");
+    EXPECT_EQ(tavo::fieldsOf(plan.after).whyBad, "");
+    tavo::writeConfiguration(device(), plan, "kept.bin");
+    EXPECT_EQ(tavo::readConfiguration(device()), plan.after);
+
+    // What keeps the serial number in effect names the one that it would drop.
+    const auto role = tavo::planScb0(device(), tavo::Scb0Role::I2c);
+    EXPECT_EQ(role.pendingSerial, "TAVO-0042");
+    EXPECT_STREQ(tavo::fieldsOf(role.after).scb0, "I2C");
+    rig.journal.clear();
+    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), "kept.bin");
+    EXPECT_EQ(controls(rig.journal, "40 B6"), 1u);
+    rig.journal.clear();
+    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), "kept.bin");
+    EXPECT_EQ(controls(rig.journal, "40 B6"), 0u) << "nothing changes";
+}
+
+TEST_F(BridgeService, TheBlockIsTheOneThatTheLibraryWouldWrite) {
+    const auto plan = tavo::planSerialNumber(device(), "00005678");
+    tavo::writeConfiguration(device(), plan, "");
+    unsigned char block[512] = {};
+    rig.replug();
+    ASSERT_EQ(updateCypressConfig(info, nullptr, "00005678"), TAVO_SUCCESS);
+    ASSERT_EQ(readConfigData(info, block), TAVO_SUCCESS);
+    EXPECT_EQ(std::memcmp(block, plan.after.data(), sizeof block), 0);
+}
+
+TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
+    const auto plan = tavo::planSerialNumber(device(), "NEW");
+    for (unsigned request = 2; request <= 4; ++request) {  // silicon ID, enter, write, leave
+        rig.clearFaults();
+        rig.journal.clear();
+        rig.fail("libusb_control_transfer", request, -7);
+        failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+        unsigned entered = 0, left = 0;
+        for (const auto& line : rig.journal) {
+            if (line.find('!') != std::string::npos) continue;
+            entered += line.rfind("control 40 E2 5C3E", 0) == 0 ? 1 : 0;
+            left += line.rfind("control 40 E2 5C37", 0) == 0 ? 1 : 0;
+        }
+        EXPECT_EQ(entered, left) << request;
+    }
+}
+
+TEST_F(BridgeService, AFailedWriteTellsWhatTheBridgeHolds) {
+    const auto plan = tavo::planSerialNumber(device(), "NEW");
+    rig.fail("libusb_control_transfer", 3, -7);
+    auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    EXPECT_EQ(failure.state.text(), "configuration block unchanged");
+    rig.failFrom("libusb_control_transfer", 3, -7);
+    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    EXPECT_EQ(failure.state.text(), "configuration block not known: it may be damaged");
+    EXPECT_THAT(failure.hint, HasSubstr("kept.bin"));
+    rig.clearFaults();
+    rig.fail("libusb_control_transfer", 4, -7);
+    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    EXPECT_EQ(failure.state.text(), "configuration block written all the same");
+}
+
+TEST_F(BridgeService, ASerialNumberIsCheckedBeforeAnythingIsAsked) {
+    rig.journal.clear();
+    for (const char* serial : {"", "Ger\xC3\xA4t", "012345678901234567890123456789012"}) {
+        EXPECT_EQ(failureOf([&] { tavo::planSerialNumber(device(), serial); }).problem, tavo::Problem::BadArgument);
+    }
+    EXPECT_EQ(controls(rig.journal, ""), 0u);
+}
+
+TEST_F(BridgeService, TheNeuronIdIsStoredOnceAndReadBack) {
+    const auto stored = tavo::storeNeuronId(device(), std::nullopt);
+    EXPECT_TRUE(stored.written);
+    EXPECT_FALSE(tavo::storeNeuronId(device(), std::nullopt).written);
+    NeuronId other;
+    ASSERT_TRUE(other.fromString("ID0A0B0C0D0E0F", nullptr));
+    rig.fail("CyProgUserFlash", 1, CY_ERROR_IO_TIMEOUT);
+    const auto failure = failureOf([&] { tavo::storeNeuronId(device(), other); });
+    EXPECT_EQ(failure.state.text(), "user flash unchanged");
+    EXPECT_TRUE(tavo::storeNeuronId(device(), other).written);
+}
+
+}  // namespace

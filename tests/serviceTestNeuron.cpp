@@ -1,0 +1,143 @@
+// The Neuron's operations of the service layer beside the library's: the same messages, ends of their own.
+#include <functional>
+
+#include "tavo/service/neuron.h"
+#include "tests/serviceTest.h"
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+using Journal = std::vector<std::string>;
+
+class NeuronService : public ServiceTest {
+protected:
+    Journal journalOf(const std::function<void()>& work) {
+        rig.journal.clear();
+        work();
+        return rig.journal;
+    }
+    /// Runs the operation and gives the failure.
+    tavo::Error failureOf(const std::function<void()>& work) {
+        try {
+            work();
+        } catch (const tavo::Error& error) {
+            return error;
+        }
+        ADD_FAILURE() << "nothing failed";
+        return {tavo::Problem::Internal, ""};
+    }
+    /// The endpoint talks without end, and nothing of it is the answer.
+    void talkForEver() { rig.scriptLdv({{.status = 0, .message = {0x16, 0x01, 0x00}, .times = 1000000}}); }
+
+    tavo::CancelToken token;
+};
+
+TEST_F(NeuronService, RequestsAndWaitsAreThoseOfTheLibrary) {
+    tavo::Device& own = device();
+    NeuronState state;
+    NeuronId id;
+    unsigned char program[8];
+    LonAddress table[2];
+    const auto require = [](TAVO_STATUS status) { ASSERT_EQ(status, TAVO_SUCCESS); };
+    EXPECT_EQ(journalOf([&] { tavo::readStatus(own); }), journalOf([&] { require(readState(own.info(), state)); }));
+    EXPECT_EQ(journalOf([&] { tavo::readNeuronId(own); }), journalOf([&] { require(readNeuronId(own.info(), id)); }));
+    EXPECT_EQ(journalOf([&] { tavo::readProgramId(own); }),
+              journalOf([&] { require(readProgramId(own.info(), program)); }));
+    EXPECT_EQ(journalOf([&] { tavo::readDomainTable(own); }),
+              journalOf([&] { require(readDomainTable(own.info(), table)); }));
+    const auto now = tavo::readDomainTable(own);
+    EXPECT_EQ(journalOf([&] { tavo::writeDomainTable(own, now, now); }),
+              journalOf([&] { require(writeDomainTable(own.info(), table)); }));
+    EXPECT_EQ(journalOf([&] { tavo::reset(own, tavo::ResetBy::Message); }).size(),
+              journalOf([&] { require(softReset(own.info())); }).size() + 9);  // its last second in ten pieces
+}
+
+TEST_F(NeuronService, AModeIsSetAndSeen) {
+    for (const tavo::Mode mode : {tavo::Mode::Offline, tavo::Mode::Configured, tavo::Mode::Unconfigured}) {
+        const auto change = tavo::setMode(device(), mode);
+        ASSERT_TRUE(change.before && change.after);
+        EXPECT_EQ(change.after->nodeState, tavo::nodeStateOf(mode));
+    }
+    EXPECT_STREQ(tavo::nodeStateName(tavo::readStatus(device()).nodeState), "unconfigured");
+}
+
+TEST_F(NeuronService, AFailureTellsWhetherAnythingWasSent) {
+    rig.fail("ldv_open", 2, 1);
+    auto failure = failureOf([&] { tavo::setMode(device(), tavo::Mode::Offline); });
+    EXPECT_EQ(failure.state.text(), "nothing was sent to the Neuron");
+    EXPECT_THAT(failure.hint, HasSubstr("LDV channel"));
+
+    rig.fail("ldv_read", 2, 4);
+    failure = failureOf([&] { tavo::setMode(device(), tavo::Mode::Offline); });
+    EXPECT_EQ(failure.problem, tavo::Problem::NoAnswer);
+    EXPECT_EQ(failure.state.text(), "the node state may have changed: tavo-util status shows it");
+
+    rig.fail("ldv_read", 1, 4);
+    failure = failureOf([&] { tavo::readStatus(device()); });
+    EXPECT_EQ(failure.state.text(), "the Neuron was only asked, nothing in it changed");
+}
+
+TEST_F(NeuronService, AChannelThatTalksForEverIsLeftWhenCancelledAndGivenUpOtherwise) {
+    talkForEver();
+    auto failure = failureOf([&] { tavo::readStatus(device()); });
+    EXPECT_EQ(failure.problem, tavo::Problem::NoAnswer);
+    EXPECT_LE(rig.now(), 125'000'000u);
+
+    talkForEver();
+    const auto start = rig.now();
+    token.cancel();
+    failure = failureOf([&] { tavo::readStatus(device(), {{}, &token}); });
+    EXPECT_EQ(failure.problem, tavo::Problem::Interrupted);
+    EXPECT_LE(rig.now() - start, 2'000'000u);
+}
+
+TEST_F(NeuronService, ServiceModeEndsSoonWhenCancelledWithBothLinesReleased) {
+    const tavo::Observer observer = [&](const tavo::Event& event) {
+        if (event.kind == tavo::Event::Kind::PhaseBegins) token.cancel();
+    };
+    const auto start = rig.now();
+    const auto failure = failureOf([&] { tavo::setMode(device(), tavo::Mode::Service, {observer, &token}); });
+    EXPECT_EQ(failure.problem, tavo::Problem::Interrupted);
+    EXPECT_LE(rig.now() - start, 2'000'000u);
+    EXPECT_EQ(failure.state.resetLine, tavo::LineState::Released);
+    EXPECT_EQ(failure.state.serviceLine, tavo::LineState::Released);
+}
+
+TEST_F(NeuronService, ALineThatStaysLowIsNoSuccess) {
+    // Each pulse drives low, then high: the release, and the one more that follows, fail.
+    rig.failFrom("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);
+    auto failure = failureOf([&] { tavo::pressServicePin(device()); });
+    EXPECT_THAT(failure.state.text(), HasSubstr("pin 14 low"));
+    rig.clearFaults();
+    tavo::pressServicePin(device());
+
+    rig.fail("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);  // the destructor's own release mends it
+    EXPECT_EQ(failureOf([&] { tavo::pressServicePin(device()); }).state.serviceLine, tavo::LineState::Released);
+}
+
+TEST_F(NeuronService, ABridgeWithoutTheServicePinIsNamed) {
+    rig.fail("CySetGpioValue", 1, CY_ERROR_REQUEST_FAILED);
+    // Looking at the lines asks for pins 14 and 8; then what the bridge has: 8 and 14.
+    rig.fail("CyGetGpioValue", 1, CY_ERROR_REQUEST_FAILED);
+    rig.fail("CyGetGpioValue", 4, CY_ERROR_REQUEST_FAILED);
+    const auto failure = failureOf([&] { tavo::pressServicePin(device()); });
+    EXPECT_THAT(failure.what(), HasSubstr("this bridge has no pin 14"));
+}
+
+TEST_F(NeuronService, AHalfWrittenDomainTableSaysWhichEntry) {
+    const auto before = tavo::readDomainTable(device());
+    auto wanted = before;
+    wanted[0].subnet = 7;
+    wanted[1].subnet = 9;
+    std::vector<unsigned> changed;
+    rig.fail("ldv_write", 2, 4);
+    const auto failure = failureOf([&] { tavo::writeDomainTable(device(), before, wanted, &changed); });
+    EXPECT_EQ(failure.state.text(), "domain table read back: entry 0 written, entry 1 unchanged");
+    EXPECT_THAT(changed, testing::ElementsAre(0u));
+    tavo::writeDomainTable(device(), before, wanted, &changed);
+    EXPECT_EQ(tavo::readDomainTable(device())[1].subnet, 9);
+}
+
+}  // namespace
