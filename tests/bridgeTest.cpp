@@ -70,7 +70,7 @@ protected:
     /// The bridge's block with bytes all over it changed: those the library sets and those it passes on.
     Block foreignBlock() {
         Block block = blockInBridge();
-        for (const int i : {4, 8, 12, 27, 29, 52, 167, 168, 172, 369, 371, 435, 436, 511}) block[i] ^= 0x5A;
+        for (const int i : {4, 8, 12, 27, 29, 52, 167, 168, 171, 172, 369, 371, 435, 436, 511}) block[i] ^= 0x5A;
         return block;
     }
 };
@@ -195,7 +195,9 @@ TEST_P(SerialTest, RewritesTheBlockInTheBridgeOrTouchesNothing) {
 INSTANTIATE_TEST_SUITE_P(Texts, SerialTest,
                          testing::Values(SerialCase{"", nullptr, ""}, SerialCase{k32, nullptr, k32},
                                          SerialCase{"00001234", k32, k32}, SerialCase{k33, "7", "7"},
-                                         SerialCase{k33, nullptr, nullptr}, SerialCase{"00001234", k33, nullptr}));
+                                         SerialCase{k33, nullptr, nullptr}, SerialCase{"00001234", k33, nullptr},
+                                         // Nothing of it can be taken: the number is blanked.
+                                         SerialCase{"00001234", "Ger\xC3\xA4t 7", ""}, SerialCase{"00001234", "", ""}));
 
 TEST_F(BridgeTest, SwitchesScb0AndLeavesTheRestOfTheBlock) {
     const unsigned char spi[16] = {0x40, 0x42, 0x0F, 0, 8, 0, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0};
@@ -342,6 +344,18 @@ const Fault kFaults[] = {
     {"ChipIdRequest", Operations::chipId, "ldv_write", 1, 4, TAVO_TRANSACTION_FAILED},
     {"ChipIdOpen", Operations::chipId, "CyOpen", 1, CY_ERROR_DRIVER_OPEN_FAILED, TAVO_DEVICE_OPEN_FAILED},
 };
+
+TEST_F(BridgeTest, OpensTheConfigurationInterfaceThatTheRecordNames) {
+    info.configDeviceNumber = 5;
+    info.configInterfaceNumber = 4;
+    info.scb0DeviceNumber = 3;
+    for (const auto operation : {Operations::read, Operations::serial, Operations::toI2c, Operations::id}) {
+        rig.journal.clear();
+        rig.fail("CyOpen", 1, CY_ERROR_DRIVER_OPEN_FAILED);
+        EXPECT_EQ(operation(info), TAVO_DEVICE_OPEN_FAILED);
+        EXPECT_THAT(rig.journal, ElementsAre("open 5.4 !4"));
+    }
+}
 
 class BridgeFault : public BridgeTest, public testing::WithParamInterface<Fault> {};
 

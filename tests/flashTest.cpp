@@ -230,6 +230,21 @@ TEST_P(FlashFault, EachFailingCallEndsTheOperationAndReleasesEverything) {
 INSTANTIATE_TEST_SUITE_P(Operations, FlashFault, testing::ValuesIn(kOperations),
                          [](const auto& instance) { return instance.param.name; });
 
+// A bridge whose SPI block has another number: its opens, and all that follows, are let succeed by plan.
+TEST_P(FlashFault, WorksOnTheInterfaceThatTheRecordNames) {
+    write(kEof);
+    info.scb0DeviceNumber = 3;
+    info.scb0InterfaceNumber = 2;
+    info.configDeviceNumber = 5;
+    for (const char* function : {"CyOpen", "CyGetSpiConfig", "CySetSpiConfig", "CySetGpioValue", "CySpiReadWrite"})
+        rig.failFrom(function, 1, CY_SUCCESS);
+    EXPECT_EQ(GetParam().run(info, path.c_str()), TAVO_SUCCESS);
+    const auto isOpen = [](const std::string& line) { return line.starts_with("open "); };
+    const auto isScb0 = [](const std::string& line) { return line == "open 3.2 !0"; };
+    EXPECT_EQ(std::ranges::count_if(rig.journal, isScb0), *GetParam().name == 'e' ? 3 : 4);
+    EXPECT_EQ(std::ranges::count_if(rig.journal, isOpen), *GetParam().name == 'e' ? 3 : 4);
+}
+
 // ---- SCB0
 
 TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
@@ -264,6 +279,20 @@ TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
         }
         EXPECT_EQ(rig.calls("CySetSpiConfig"), c.writes ? 2u : 0u);
         EXPECT_EQ(rig.board().bridge.spi.isMaster, !c.writes);
+    }
+}
+
+TEST_F(FlashTest, SetupOwesASlaveOnlyForAMasterThatWasWritten) {
+    for (const bool master : {true, false}) {
+        for (const auto result : {CY_SUCCESS, CY_ERROR_IO_TIMEOUT}) {
+            rig.reset(options);
+            rig.board().bridge.spi.isMaster = !master;
+            Configurator configurator(info);
+            configurator.spiMasterSet = !master;  // as an earlier call left it
+            if (result != CY_SUCCESS) rig.fail("CySetSpiConfig", 1, result);
+            EXPECT_EQ(configurator.setupSpi(master), result);
+            EXPECT_EQ(configurator.spiMasterSet, master && result == CY_SUCCESS) << master << result;
+        }
     }
 }
 
@@ -371,6 +400,46 @@ TEST_F(FlashTest, APageIsTriedThreeTimesWithoutAPauseAndThenGivenUp) {
     });
 }
 
+// The cells hold the page's bytes already, so a step that is taken for done would pass the comparison.
+TEST_F(FlashTest, EveryStepThatFailsCostsAnAttempt) {
+    const Journal attempt = {"spi 05 00 <2", "spi 06", "spi 02 00 00 00 00 00 00 00", "spi 05 00 <2",
+                             "spi 03 00 00 00 00 00 00 00 <8"};
+    options.busyPolls = 0;
+    for (std::size_t failing = 0; failing < attempt.size(); ++failing) {
+        SCOPED_TRACE(attempt[failing]);
+        rig.reset(options);
+        std::fill_n(cells().begin(), 4, 0);
+        withDriver([&](SpiNand& flash) {
+            Bytes page(8, 0);
+            Bytes readBack(8);
+            rig.fail("CySpiReadWrite", static_cast<unsigned>(failing + 1), CY_ERROR_IO_TIMEOUT);
+            EXPECT_EQ(flash.writePage(0, page.data(), readBack.data(), 4), CY_SUCCESS);
+            Journal expected(attempt.begin(), attempt.begin() + static_cast<std::ptrdiff_t>(failing));
+            expected.push_back(attempt[failing] + " !11");
+            EXPECT_THAT(rig.journal, ElementsAreArray(expected + attempt));
+        });
+    }
+}
+
+// Without SCB0 as master nothing drives the line: every byte reads FF, as on a board without a chip.
+TEST_F(FlashTest, AnAbsentChipIsNeitherIdleNorOfAnySize) {
+    violationsExpected = true;
+    const CyHandle scb0(0, 0);
+    const SpiNand flash(scb0);
+    unsigned char status = 0;
+    unsigned int size = 7;
+    EXPECT_EQ(flash.readStatus(status), CY_SUCCESS);
+    EXPECT_EQ(status, 0xFF);
+    EXPECT_EQ(flash.getFlashSize(size), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(size, 7u);
+    rig.keepJournal = false;
+    Bytes buffer(5);
+    const unsigned before = rig.calls("CySpiReadWrite");
+    EXPECT_EQ(flash.erase(), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(flash.readPage(0, buffer.data(), 5), CY_ERROR_REQUEST_FAILED);
+    EXPECT_EQ(rig.calls("CySpiReadWrite") - before, 2 * 1200000u) << "the polls and nothing else";
+}
+
 TEST_F(FlashTest, AHandleThatIsNotOpenIsNeverUsed) {
     rig.fail("CyOpen", 1, CY_ERROR_ACCESS_DENIED);
     const CyHandle closed(0, 0);
@@ -465,6 +534,30 @@ TEST_F(FlashTest, AFileIsProgrammedAsFarAsItCanBeRead) {
     }
 }
 
+// What cannot be read ends the loop as the end of a file does; a size can only be asked of a file.
+TEST_F(FlashTest, AFolderOrAPipeIsASuccessThatLeavesTheChipErased) {
+    const auto programPipe = [&](void (*progress)(char)) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const std::string text = dataRecord(0, {1, 2}) + kEof;
+        EXPECT_EQ(::write(ends[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+        close(ends[1]);
+        EXPECT_EQ(programSpiFlash(info, ("/dev/fd/" + std::to_string(ends[0])).c_str(), progress), TAVO_SUCCESS);
+        close(ends[0]);
+    };
+    for (const auto progress : {static_cast<void (*)(char)>(nullptr), &collect}) {
+        cells()[0] = 0;
+        EXPECT_EQ(programSpiFlash(info, testing::TempDir().c_str(), progress), TAVO_SUCCESS);
+        EXPECT_TRUE(isBlank());
+    }
+    cells()[0] = 0;
+    programPipe(collect);
+    EXPECT_TRUE(isBlank());
+    EXPECT_THAT(reported, IsEmpty());
+    programPipe(nullptr);
+    EXPECT_THAT(cells(0, 3), ElementsAre(1, 2, 0xFF));
+}
+
 TEST_F(FlashTest, APageThatCannotBeProgrammedEndsTheImage) {
     write(dataRecord(0, {1}) + dataRecord(0x100, {2}) + dataRecord(0x200, {3}) + kEof);
     for (unsigned n = 2; n <= 4; ++n) rig.loseProgram(n);
@@ -492,6 +585,18 @@ TEST_F(FlashTest, ProgressCountsTheBytesOfTheText) {
     EXPECT_EQ(programSpiFlash(info, path.c_str(), collect), TAVO_SUCCESS);
     const auto share = [&](const std::string& read) { return static_cast<int>(read.size()) * 100 / size; };
     EXPECT_THAT(reported, ElementsAre(share(first), share(second), share(third), 100));
+
+    // The first page at 1 % of the text, and at 0 %, which is not told.
+    for (const int records : {5, 6}) {
+        reported.clear();
+        std::string text = dataRecord(0, {1}) + dataRecord(0x1000, {2});
+        for (int i = 0; i < records; ++i)
+            text += dataRecord(0x2000U + 0x200U * static_cast<unsigned>(i), Bytes(255, 0));
+        write(text + kEof);
+        EXPECT_EQ(programSpiFlash(info, path.c_str(), collect), TAVO_SUCCESS);
+        EXPECT_EQ(reported.front() == 1, records == 5);
+        EXPECT_THAT(reported, testing::Each(testing::Gt(0)));
+    }
 
     reported.clear();
     write(kEof.substr(0, 11));  // an empty page is a page; no line feed is counted that is not there

@@ -383,6 +383,8 @@ const std::string kBeyond = std::string(typeid(std::out_of_range).name()) + ": b
 INSTANTIATE_TEST_SUITE_P(
     HexReader, RefusedLine,
     testing::Values(Refusal{"", kBeyond + "1) > this->size() (which is 0)"}, Refusal{":", runtimeError(kNoDigits)},
+                    Refusal{":0", kBeyond + "9) > this->size() (which is 2)"},
+                    Refusal{":050200000102F6", kBeyond + "19) > this->size() (which is 15)"},
                     Refusal{":04000000010203", kBeyond + "17) > this->size() (which is 15)"},
                     Refusal{":10", kBeyond + "41) > this->size() (which is 3)"},
                     Refusal{":0100000001", runtimeError(kNoDigits)},
@@ -412,7 +414,9 @@ TEST(HexReader, ReadsFieldsByPositionWithTheMeaningOfStrtoul) {
     EXPECT_EQ(parser.RecordChecksum(line), 0x8A);
     EXPECT_THAT(parser.RecordData(line), ElementsAre(0xAB, 0xCD));
     EXPECT_EQ(parser.CalculateRecordChecksum(line, 15), static_cast<unsigned char>(-(2 + 0xFF + 0xFE + 0xAB + 0xCD)));
+    EXPECT_EQ(parser.CalculateRecordChecksum(line, 2), 0);
     EXPECT_EQ(parser.CalculateRecordChecksum(line, 3), 0);
+    EXPECT_EQ(parser.CalculateRecordChecksum(line, 4), 0xFE);  // of the byte count 02
     EXPECT_EQ(thrownBy([&] { parser.CalculateRecordChecksum("", 0); }), kBeyond + "1) > this->size() (which is 0)");
     EXPECT_EQ(thrownBy([&] { parser.CalculateRecordChecksum(":", 1); }), runtimeError(kNoDigits));
     // A carriage return is counted with the checksum field, which does no harm when that is 00.

@@ -163,6 +163,16 @@ TEST_F(NeuronTest, SoftResetTakesANoticeThatComesAfterThirtySeconds) {
     EXPECT_EQ(rig.journal.back(), "ldv_close");
 }
 
+TEST_F(NeuronTest, SoftResetTakesNoOtherFirstByteForItsNotice) {
+    std::vector<sim::LdvStep> script;
+    for (unsigned bit = 1; bit <= 0x80; bit <<= 1)
+        script.push_back({.message = {static_cast<unsigned char>(0x50 ^ bit), 0x00}});
+    script.push_back({.message = {0x50, 0xFF, 0xFF}});  // only the first byte counts
+    rig.scriptLdv(script);
+    EXPECT_EQ(softReset(info), TAVO_SUCCESS);
+    EXPECT_EQ(rig.calls("ldv_read"), 9u);
+}
+
 TEST_F(NeuronTest, SoftResetGivesUpAfter6500EmptyReads) {
     rig.board().neuron.behaviour.delayMs = 70'000;
     EXPECT_EQ(softReset(info), TAVO_TRANSACTION_FAILED);
@@ -328,6 +338,17 @@ TEST_P(NeuronUnanswered, WaitsForOneHundredEmptyReadsWhateverElseArrives) {
     }
 }
 
+TEST_P(NeuronUnanswered, ReadsMessagesOf64Bytes) {
+    ASSERT_EQ(GetParam().run(info, outputs), TAVO_SUCCESS);
+    std::vector<sim::LdvStep> script;
+    for (const std::string& line : lines("ldv_read")) {
+        script.push_back({.message = sim::Bytes(64, 0x11)});
+        script.push_back({.message = bytesOf(line)});
+    }
+    rig.scriptLdv(script);
+    EXPECT_EQ(GetParam().run(info, outputs), TAVO_SUCCESS);
+}
+
 TEST_P(NeuronUnanswered, TakesALateAnswerBehindOtherTrafficInTime) {
     rig.board().neuron.behaviour = {.delayMs = 900, .unsolicited = 150};
     EXPECT_EQ(GetParam().run(info, outputs), TAVO_SUCCESS);
@@ -335,15 +356,17 @@ TEST_P(NeuronUnanswered, TakesALateAnswerBehindOtherTrafficInTime) {
     EXPECT_EQ(GetParam().run(info, outputs), TAVO_TRANSACTION_FAILED);
 }
 
-TEST_P(NeuronUnanswered, TellsItsAnswerByTheFourTestedBytesOnly) {
+TEST_P(NeuronUnanswered, TellsItsAnswerByEveryBitOfTheFourTestedBytesOnly) {
     ASSERT_EQ(GetParam().run(info, outputs), TAVO_SUCCESS);
     std::vector<sim::LdvStep> script;
     for (const std::string& line : lines("ldv_read")) {
         const sim::Bytes good = bytesOf(line);
-        for (const std::size_t tested : {1, 3, 4, 16}) {
-            sim::Bytes other = good;
-            other[tested] ^= 0x01;
-            script.push_back({.message = other});
+        for (const auto& [tested, mask] : {std::pair{1, 0xFF}, {3, 0x01}, {4, 0xFF}, {16, 0xFF}}) {
+            for (int bit = 1; bit <= mask; bit <<= 1) {
+                sim::Bytes other = good;
+                other[static_cast<std::size_t>(tested)] ^= static_cast<unsigned char>(bit);
+                script.push_back({.message = other});
+            }
         }
         sim::Bytes same = good;
         for (const std::size_t untested : {0, 2, 5, 10, 15}) same[untested] ^= 0xFF;
