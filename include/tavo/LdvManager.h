@@ -30,11 +30,14 @@ public:
     /// Sends a request and waits for the message that passes every test.
     ///
     /// Reads every 10 ms, the first time 10 ms after the write. Messages that fail a test are
-    /// dropped and do not shorten the wait: it ends after timeoutMs / 10 reads that found nothing.
+    /// dropped and do not shorten the wait: it ends after timeoutMs / 10 reads that found nothing, so
+    /// never while other messages keep coming. A message that was waiting before the request, or
+    /// answers an earlier one, is taken like any other that passes.
     /// @param response    responseLength bytes of the caller, zeroed before each read; null sends only.
     /// @param timeoutMs   10 to 327,679; no read is made below 10, nor from 327,680 to 655,369.
     /// @param match       matchCount tests, offsets below responseLength; null or 0 takes the first message.
-    /// @return false when the write or a read fails or the polls run out; ldvStatus tells why.
+    /// @return false when the write or a read fails or the polls run out; ldvStatus tells why (0 when
+    ///         no read was made). response then holds zeros or the last message dropped.
     [[nodiscard]] TAVO_API bool transaction(const unsigned char* request, unsigned char requestLength,
                                             unsigned char* response, unsigned char responseLength,
                                             unsigned int timeoutMs, const C* match, unsigned char matchCount);

@@ -13,6 +13,9 @@
 ///
 /// Page buffer: 4 header bytes that the driver fills (command, 24-bit address, most significant
 /// byte first), then the data. n data bytes take n + 4 bytes. Address bits above 23 are not sent.
+///
+/// Success of a command says that it was sent, and that the chip was idle where it is waited for;
+/// only writePage reads back. A line that reads 00 without a chip is idle at once.
 class SpiNand {
 public:
     /// @param handle  borrowed; must stay open while the driver is used. No I/O.
@@ -24,7 +27,8 @@ public:
     [[nodiscard]] TAVO_API CY_RETURN_STATUS readStatus(unsigned char& status) const;
     /// Write Enable, then Write Status Register (0x01). Does not wait for the write cycle to end.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS writeStatus(unsigned char value) const;
-    /// Size of the chip in bytes: 2 raised to the capacity code of the JEDEC ID (0x9F).
+    /// Size of the chip in bytes: 2 raised to the capacity code of the JEDEC ID (0x9F). Maker and
+    /// memory type are not looked at. Does not wait for a busy chip, which gives no ID.
     /// CY_ERROR_REQUEST_FAILED for a code of 32 or more: an absent chip reads FF.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS getFlashSize(unsigned int& size) const;
     /// busy = write in progress (status bit 0).
@@ -32,7 +36,8 @@ public:
     /// Returns once the chip is idle, polling every 1 ms. CY_ERROR_IO_TIMEOUT after 1,200,000 polls
     /// (over 20 minutes; the longest chip erase in data sheets is under 10).
     [[nodiscard]] TAVO_API CY_RETURN_STATUS waitForOpInProgress() const;
-    /// Writes status 0x00 when any of the protection bits 0x9C is set. Does not wait for the cycle.
+    /// Writes status 0x00, all bits of it, when any of the protection bits 0x9C is set. Does not wait
+    /// for the cycle, nor look whether the chip took it (it does not while its write-protect pin is low).
     [[nodiscard]] TAVO_API CY_RETURN_STATUS disableWriteProtection() const;
     /// Erases the whole chip (0xC7) and waits until it is idle again.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS erase() const;
@@ -47,7 +52,8 @@ public:
     [[nodiscard]] TAVO_API bool checkIfPageNeedsToBeProgrammed(unsigned char* page, unsigned int length) const;
     /// Programs the length data bytes of page at address and verifies them, in up to 3 attempts. A
     /// step that fails costs an attempt, as a difference does; its status is dropped.
-    /// A blank page is a success without traffic.
+    /// The chip must be erased there: a blank page is a success without traffic, whatever the cells hold.
+    /// The bytes must not cross a multiple of 256, where the chip wraps around; this is not checked.
     /// @param page      length + 4 bytes; the header is written by the driver.
     /// @param readBack  length + 4 bytes; receives the last verification read.
     /// @return CY_ERROR_DOWNLOAD_FAILED after the third failed attempt.

@@ -2,7 +2,8 @@
 //
 // Each function issues one control transfer to the device of an open CY_HANDLE and blocks until
 // the device answers or the time-out passes. A null handle gives CY_ERROR_INVALID_HANDLE; after it
-// a null or zero argument gives CY_ERROR_INVALID_PARAMETER; nothing is sent then. No retries.
+// a null or zero argument, or a length above 65535, gives CY_ERROR_INVALID_PARAMETER; nothing is sent
+// and transferCount not set then. After a failed read the buffer may be partly filled. No retries.
 #pragma once
 
 #include "tavo/bridgeTypes.h"
@@ -29,11 +30,13 @@ TAVO_API CY_RETURN_STATUS CyReadDeviceConfig(CY_HANDLE handle, UCHAR* deviceConf
 /// Writes the 512-byte configuration block. Only in configuration-flash mode. Results as above.
 TAVO_API CY_RETURN_STATUS CyWriteDeviceConfig(CY_HANDLE handle, UCHAR* deviceConfig);
 
-/// The 4 bytes of the silicon ID, as received. 5000 ms. The byte count is not checked.
+/// The 4 bytes of the silicon ID, as received. 5000 ms. The byte count is not checked: what did not
+/// come keeps its value. Results as CyFlashConfigEnable.
 TAVO_API CY_RETURN_STATUS CyGetSiliconID(CY_HANDLE handle, UINT32* siliconId);
 
 /// Reads the bridge's internal flash. A short transfer is a success; see transferCount.
-/// @param timeout  milliseconds
+/// CY_ERROR_IO_TIMEOUT, or CY_ERROR_REQUEST_FAILED also for a transfer of no byte.
+/// @param timeout  milliseconds; 0 waits without end
 TAVO_API CY_RETURN_STATUS CyReadFlash(CY_HANDLE handle, CY_FLASH_BUFFER* flashBuffer, UINT32 timeout);
 
 /// Programs the bridge's internal flash. Results as CyReadFlash.

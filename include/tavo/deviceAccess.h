@@ -111,7 +111,8 @@ public:
     /// No I/O: the line is at rest until the first set or pulse.
     /// @param initial  the level that a pulse ends at.
     IOPin(GPIO& gpio, unsigned char pin, VALUE initial);
-    /// Returns a line that set or pulse may have left driven to its resting level.
+    /// Returns a line that set or pulse may have left driven to its resting level; a failure is not
+    /// reported, and the line then keeps its level until the bridge is reset.
     ~IOPin();
     IOPin(const IOPin&) = delete;
     IOPin& operator=(const IOPin&) = delete;

@@ -10,7 +10,9 @@
 ///
 /// For each line: ParseRecord; then, while isPageReady: FetchAddress, FetchPage. One object serves
 /// one file and one thread; after an exception it may only be destroyed. Fields are found by their
-/// position and read with the meaning of strtoul; the start code is not examined.
+/// position and read with the meaning of strtoul; the start code is not examined, and the line's
+/// length is not compared with the byte count. The checksum is that of the whole line: one more
+/// character behind it, a carriage return, makes it wrong unless it is 00.
 class IntelHexParser {
 public:
     /// @param pageSize  largest number of bytes in a page; 256 for the flash. Not validated.

@@ -1,5 +1,6 @@
 // Intel HEX writer: complete record lines into an open file. Every line is flushed when it is
-// complete. The stream's error state is not looked at: check it after a call.
+// complete. The stream's error state is not looked at: check it after a call. One file at a time in a
+// process for what uses g_extAddress; the rest keeps nothing.
 #pragma once
 
 #include <fstream>
@@ -28,7 +29,7 @@ extern TAVO_API unsigned short g_extAddress;
 [[nodiscard]] TAVO_API unsigned char getLowByte(unsigned short value);   ///< bits 7 to 0
 [[nodiscard]] TAVO_API unsigned char getHighByte(unsigned short value);  ///< bits 15 to 8
 
-/// Writes and flushes one record. data may be null when length is 0.
+/// Writes and flushes one record. data may be null when length is 0. Of type the low 8 bits are written.
 TAVO_API void writeToHexFile(std::ofstream* file, unsigned char* data, unsigned char length, unsigned short address,
                              HexFileDataType type);
 
@@ -39,7 +40,7 @@ TAVO_API void writeToHexFile(std::ofstream* file, unsigned char* data, unsigned 
 TAVO_API void HandleAddressOverflow(std::ofstream* file, unsigned int address);
 
 /// Reads up to recordLength bytes from the flash, none above lastAddress, and writes them as one
-/// data record. Needs address <= lastAddress.
+/// data record. Needs address <= lastAddress and a recordLength of at least 1.
 /// @return CY_ERROR_ALLOCATION_FAILED or the status of the read; then nothing was written.
 [[nodiscard]] TAVO_API CY_RETURN_STATUS WriteSPIFlashDataToHexFile(std::ofstream* file, SpiNand& flash,
                                                                    unsigned char recordLength, unsigned int address,

@@ -1,10 +1,13 @@
 // Operations on the Neuron: reset, service pin, mode, status, identity, domain table.
 //
-// Each blocks until it is done and holds its pins or its LDV channel only meanwhile. Callers
+// Each blocks until it is done and holds its pins or its LDV channel only meanwhile. A time given
+// for an answer counts while the channel is silent: each other message that arrives adds 10 ms, so
+// a Neuron that never stops sending is waited for without end. Answers carry no number: one that
+// comes late is taken for that of the next request of its kind. Callers
 // serialise operations on one device. Outputs keep their value when an operation fails, entry 0 of
 // readDomainTable excepted. Common results: TAVO_WRONG_VID_PID (nothing touched; every operation but
 // sendServicePin and readNeuronId), TAVO_DEVICE_OPEN_FAILED (no LDV channel), TAVO_TRANSACTION_FAILED
-// (the request could not be written, or no accepted answer in time).
+// (the request could not be written, or no accepted answer in time; a refusal is none).
 #pragma once
 
 #include <type_traits>
@@ -41,14 +44,16 @@ static_assert(sizeof(NeuronState) == 16 && std::is_trivially_copyable<NeuronStat
 /// Pulses the reset line (pin 8) for 25 ms, then waits 1500 ms for the Neuron to boot.
 [[nodiscard]] TAVO_API TAVO_STATUS hardReset(const DeviceInfo& deviceInfo);
 
-/// Sends the network-interface reset and waits for its notice, at most 65 s; then 1000 ms more.
+/// Sends the network-interface reset and waits for its notice, at most 65 s; then 1000 ms more. A
+/// notice of an earlier reset that nobody has read yet is taken for it.
 [[nodiscard]] TAVO_API TAVO_STATUS softReset(const DeviceInfo& deviceInfo);
 
 /// Pulses the service line (pin 14) for 25 ms, as a press of the service button does. Tests no IDs.
 [[nodiscard]] TAVO_API TAVO_STATUS sendServicePin(const DeviceInfo& deviceInfo);
 
 /// Sets the node state by message (at most about 1 s), or holds reset and service line (11.5 s) for
-/// MODE 0. TAVO_UNKNOWN_ERROR for a value outside 0 to 3.
+/// MODE 0. TAVO_UNKNOWN_ERROR for a value outside 0 to 3. The state is not read back; for MODE 0
+/// success says that both lines went low, not that they are up again.
 [[nodiscard]] TAVO_API TAVO_STATUS writeMode(const DeviceInfo& deviceInfo, MODE mode);
 
 /// Reads the Neuron's status. At most about 1 s.
