@@ -61,7 +61,7 @@ enum class Needs {
     Nothing,       // no device
     List,          // what is attached: session.attached()
     Device,        // one device, chosen and locked: session.device()
-    DeviceAsItIs,  // the same, also one that cannot be opened: session.attachedDevice().status
+    DeviceAsItIs,  // the same, also one that cannot be opened: session.device().description().access
 };
 
 constexpr bool needsDevice(Needs needs) {

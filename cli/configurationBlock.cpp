@@ -69,7 +69,7 @@ std::string backupName(const DeviceInfo& device) {
 }
 
 TAVO_STATUS readInto(Session& session, Block& block) {
-    return readConfigData(session.device(), *reinterpret_cast<unsigned char(*)[configBlock::kSize]>(block.data()));
+    return readConfigData(session.info(), *reinterpret_cast<unsigned char(*)[configBlock::kSize]>(block.data()));
 }
 
 constexpr const char* kKeepPlugged = "do not unplug the interface; write the old block first: tavo-util config write ";
@@ -195,7 +195,7 @@ std::size_t showChanges(Report& report, const Block& before, const Block& after)
 
 void warnOfPendingSerial(Session& session, const Block& block) {
     const std::string pending = stringIn(block, configBlock::kSerial);
-    const char* inEffect = session.device().serialNumber.text;
+    const char* inEffect = session.info().serialNumber.text;
     if (pending == inEffect) return;
     session.report.warning("the block holds the serial number " + pending +
                                ", which is not in effect yet; it becomes " + inEffect + " again",
@@ -215,7 +215,7 @@ bool rewriteBlock(Session& session, const Rewrite& rewrite) {
         return false;
     }
     session.confirm(rewrite.question + "?");
-    const std::string backup = rewrite.backup.empty() ? backupName(session.device()) : rewrite.backup;
+    const std::string backup = rewrite.backup.empty() ? backupName(session.info()) : rewrite.backup;
     storeBlock(backup, rewrite.before, false);
     report.result["backup"] = backup;
     report.note("the block that was there is in " + backup);

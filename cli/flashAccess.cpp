@@ -86,8 +86,7 @@ bool isAbsent(const FlashChip& chip) {
 FlashChip inspectFlash(Session& session) {
     FlashChip chip;
     const char* step = "";
-    const TAVO_STATUS status =
-        session.tryCall("look at the flash", [&] { return lookAt(session.device(), chip, step); });
+    const TAVO_STATUS status = session.tryCall("look at the flash", [&] { return lookAt(session.info(), chip, step); });
     if (isAbsent(chip) && (status == TAVO_SUCCESS || chip.maker == 0xFF)) {
         throw Failure{Exit::FailedUnchanged,
                       "no flash answers at " + session.deviceName() + " (ID " + idText(chip) + ")",

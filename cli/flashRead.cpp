@@ -45,7 +45,7 @@ Image dumpChip(Session& session, const FlashChip& chip, const char* phase, const
     progress().begin(phase, "",
                      {chip.size, [&](int) { return std::min<std::uint64_t>(chunksRead * kChunk, chip.size); }});
     const TAVO_STATUS status =
-        session.tryCall("read the flash", [&] { return readSpiFlash(session.device(), path.c_str(), onDumpProgress); });
+        session.tryCall("read the flash", [&] { return readSpiFlash(session.info(), path.c_str(), onDumpProgress); });
     if (status != TAVO_SUCCESS) {
         throwIfDiskIsFull(file, name);
         throw libraryFailure(status, Side::Bridge, "read the flash of " + session.deviceName());

@@ -1,17 +1,15 @@
 #include "cli/interrupt.h"
 
-#include <atomic>
 #include <csignal>
 #include <initializer_list>
 
 namespace cli {
 namespace {
 
-std::atomic<bool> noted{false};
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may set it");
+tavo::CancelToken token;
 
 void note(int) {
-    noted = true;
+    token.cancel();
 }
 
 }  // namespace
@@ -30,8 +28,12 @@ void noteSignals() {
     for (const int number : {SIGPIPE, SIGXFSZ}) std::signal(number, SIG_IGN);
 }
 
+const tavo::CancelToken& interruptToken() {
+    return token;
+}
+
 bool isInterruptNoted() {
-    return noted;
+    return token.isCancelled();
 }
 
 void throwIfInterrupted() {

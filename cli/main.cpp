@@ -7,12 +7,11 @@
 #include <exception>
 #include <string>
 
-#include "cli/deviceChoice.h"
 #include "cli/session.h"
 #include "cli/several.h"
 #include "cli/simulated.h"
 #include "cli/usage.h"
-#include "platform/deviceIds.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
@@ -29,8 +28,8 @@ void openMissingStreams() {
 void allowUsbIds(const std::vector<std::string>& ids) {
     constexpr int kHex = 16;
     for (const auto& id : ids) {
-        platform::allowDeviceId(static_cast<std::uint16_t>(std::stoul(id.substr(0, 4), nullptr, kHex)),
-                                static_cast<std::uint16_t>(std::stoul(id.substr(5), nullptr, kHex)));
+        tavo::allowUsbId(static_cast<std::uint16_t>(std::stoul(id.substr(0, 4), nullptr, kHex)),
+                         static_cast<std::uint16_t>(std::stoul(id.substr(5), nullptr, kHex)));
     }
 }
 
@@ -43,7 +42,7 @@ void setUpOutput(const GlobalOptions& options) {
 
 void replaceSerial(const Session& session, const Invocation& invocation) {
     if (!needsDevice(session.command.needs)) return;
-    const std::string serial = serialText(session.attachedDevice());
+    const std::string serial = session.device().description().serial;
     for (std::string* text : invocation.texts) *text = withSerial(*text, serial);
     const std::string& logFile = invocation.options.logFile;
     if (hasSerialMark(logFile)) log().open(withSerial(logFile, serial));
@@ -62,6 +61,10 @@ Exit guarded(Report& report, const Body& body) {
         progress().abandon();
         report.interrupted();
         return Exit::Interrupted;
+    } catch (const tavo::Error& error) {
+        progress().abandon();
+        report.failure(error);
+        return exitOf(error);
     } catch (const std::exception& error) {
         progress().abandon();
         report.failure({Exit::Internal, std::string("internal error: ") + error.what(), "please report this", {}});
@@ -72,8 +75,8 @@ Exit guarded(Report& report, const Body& body) {
 Exit runCommand(Session& session, const Invocation& invocation, char** argv) {
     const auto& devices = invocation.options.devices;
     if (devices.size() == 1 && session.command.needs != Needs::Nothing) {
-        const DeviceSpec spec = parseDeviceSpec(devices.front());
-        if (spec.kind == DeviceSpec::Kind::Simulated) startOnSimulatedInterface(spec.text, argv);
+        const auto spec = tavo::DeviceSpec::parse(devices.front());
+        if (spec.kind == tavo::DeviceSpec::Kind::Simulated) startOnSimulatedInterface(spec.text, argv);
     }
     session.prepare();
     replaceSerial(session, invocation);

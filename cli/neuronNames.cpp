@@ -103,7 +103,7 @@ Json namedJson(const char* name, std::uint8_t raw) {
 
 NeuronState neuronState(Session& session) {
     NeuronState state{};
-    session.call(Side::Neuron, "read the status of the Neuron", [&] { return readState(session.device(), state); });
+    session.call(Side::Neuron, "read the status of the Neuron", [&] { return readState(session.info(), state); });
     return state;
 }
 

@@ -18,7 +18,7 @@ struct GlobalOptions {
     std::string logFile;
     bool yes = false;
     bool dryRun = false;
-    std::optional<int> waitSeconds;
+    std::optional<unsigned> waitSeconds;
     std::vector<std::string> usbIds;
     std::string childSpec;  ///< set by a parent process: the one of several devices that is ours
     bool asChild = false;   ///< the parent reads our JSON and events

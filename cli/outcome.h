@@ -1,11 +1,11 @@
-// How a command ends: exit codes, what is known of the flash, and the failure that carries both.
+// How a command ends: exit codes, and the one table that gives them for a failure of the service layer.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tavo/status.h"
+#include "tavo/service/error.h"
 
 namespace cli {
 
@@ -28,14 +28,11 @@ enum class Exit : int {
     Interrupted = 130,
 };
 
-/// What is known of the flash. Never more than is known: Uncertain when a step failed that may or
-/// may not have reached the chip.
-enum class FlashState { Untouched, Unchanged, Uncertain, Erased, Incomplete, Programmed };
+/// What a failure of the service layer ends the program with.
+Exit exitOf(const tavo::Error& error);
 
-const char* flashStateName(FlashState state);  ///< for JSON: "untouched", "incomplete" ...
-const char* flashStateText(FlashState state);  ///< for people: "device not touched" ...
-
-/// Ends a command. Not a std::exception, so that the library never takes it for one of its own.
+/// Ends a command for a reason that lies in the tool itself: usage, confirmation, a difference found.
+/// Not a std::exception, so that the library never takes it for one of its own.
 struct Failure {
     Exit exit = Exit::Internal;
     std::string text;                     ///< what failed, without a final period
@@ -44,12 +41,11 @@ struct Failure {
     std::vector<std::string> lines = {};  ///< more about text, one below the other: what there is to choose from
 };
 
-/// Which part of the interface a library call talks to: the same code means different things.
-enum class Side { Bridge, Neuron };
+using tavo::FlashState;
+using tavo::Side;
+using tavo::statusName;
 
-const char* statusName(TAVO_STATUS status);
-
-/// The failure of a library call. doing completes "cannot ...": "read the Neuron ID of 00001234".
+/// The failure of a library call that a command makes itself.
 Failure libraryFailure(TAVO_STATUS status, Side side, const std::string& doing);
 
 }  // namespace cli

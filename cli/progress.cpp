@@ -7,10 +7,12 @@
 #include "cli/console.h"
 #include "cli/interrupt.h"
 #include "cli/log.h"
-#include "cli/report.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 namespace {
+
+using tavo::secondsText;
 
 constexpr auto kTick = std::chrono::milliseconds(200);
 constexpr int kPlainStep = 10;  // percent between two lines in a pipe
@@ -66,6 +68,7 @@ void Progress::begin(const std::string& phase, const std::string& usual, Measure
     usual_ = usual;
     stopNote_.clear();
     measure_ = std::move(measure);
+    done_ = 0;
     percent_ = toldPercent_ = 0;
     start_ = Clock::now();
     log().write(Detail::Step, "phase: " + phase + (usual.empty() ? "" : " (" + usual + ")"));
@@ -110,13 +113,23 @@ void Progress::tick() {
 
 void Progress::share(int percent) {
     const std::lock_guard lock(mutex_);
+    show(percent, measure_.doneAt(std::clamp(percent, 0, 100)));
+}
+
+void Progress::advance(std::uint64_t doneBytes) {
+    const std::lock_guard lock(mutex_);
+    if (measure_.total > 0) show(static_cast<int>(doneBytes * 100 / measure_.total), doneBytes);
+}
+
+void Progress::show(int percent, std::uint64_t doneBytes) {
     percent_ = std::clamp(percent, percent_, 100);
+    done_ = std::max(done_, doneBytes);
     if (mode_ == Mode::Events && percent_ != toldPercent_) {
         toldPercent_ = percent_;
         event({{"event", "progress"},
                {"phase", phase_},
                {"percent", percent_},
-               {"bytes", measure_.doneAt(percent_)},
+               {"bytes", done_},
                {"total", measure_.total}});
     }
     if (mode_ == Mode::Plain && percent_ / kPlainStep != toldPercent_ / kPlainStep) {
@@ -126,16 +139,15 @@ void Progress::share(int percent) {
 }
 
 std::string Progress::figures() const {
-    const std::uint64_t done = measure_.doneAt(percent_);
     const double seconds = elapsed();
     char text[128];
     const auto kibibytes = [](std::uint64_t bytes) { return static_cast<unsigned long long>((bytes + 1023) / 1024); };
-    const int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", kibibytes(done), kibibytes(measure_.total));
+    const int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", kibibytes(done_), kibibytes(measure_.total));
     std::string all(text, static_cast<std::size_t>(length));
-    if (seconds < kRateAfter || done == 0) return all;
-    const double rate = static_cast<double>(done) / seconds;
+    if (seconds < kRateAfter || done_ == 0) return all;
+    const double rate = static_cast<double>(done_) / seconds;
     std::snprintf(text, sizeof text, "  %.0f KiB/s  ETA %.0f s", rate / 1024,
-                  static_cast<double>(measure_.total - std::min(done, measure_.total)) / rate);
+                  static_cast<double>(measure_.total - std::min(done_, measure_.total)) / rate);
     return all + text;
 }
 

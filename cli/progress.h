@@ -15,7 +15,7 @@ namespace cli {
 /// What a phase counts. Shares come from what the library reports; nothing is estimated.
 struct Measure {
     std::uint64_t total = 0;                                ///< bytes; 0: the phase has no measure
-    std::function<std::uint64_t(int percent)> doneAt = {};  ///< bytes done when the library reports that share
+    std::function<std::uint64_t(int percent)> doneAt = {};  ///< bytes done when only a share is reported
     double seconds = 0;                                     ///< a wait of that length: counted down
 };
 
@@ -30,6 +30,7 @@ public:
     /// Ends the phase before, if any, and begins one. usual: how long it takes, for phases without measure.
     void begin(const std::string& phase, const std::string& usual = "", Measure measure = {});
     void share(int percent);
+    void advance(std::uint64_t doneBytes);
     /// Ends the phase; remark is shown with it.
     void end(const std::string& remark = "");
     /// Ends the phase as not completed.
@@ -48,6 +49,7 @@ private:
     std::string row() const;
     std::string figures() const;
     double elapsed() const;
+    void show(int percent, std::uint64_t doneBytes);
 
     Mode mode_ = Mode::None;
     mutable std::mutex mutex_;
@@ -60,6 +62,7 @@ private:
     std::string stopNote_;
     bool stopNoteTold_ = false;
     Measure measure_;
+    std::uint64_t done_ = 0;
     int percent_ = 0;
     int toldPercent_ = 0;
     Clock::time_point start_;

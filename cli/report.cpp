@@ -1,6 +1,5 @@
 #include "cli/report.h"
 
-#include <cstdio>
 #include <iostream>
 
 #include "cli/console.h"
@@ -60,30 +59,41 @@ void Report::warning(const std::string& text, const std::string& hint) {
     if (!hint.empty()) console().line("  hint:  " + hint);
 }
 
-std::string Report::state() const {
-    return stateText.empty() ? flashStateText(flashState) : stateText;
+std::string Report::knownState() const {
+    return stateText.empty() ? state.text() : stateText;
+}
+
+void Report::fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
+                  const std::vector<std::string>& lines) {
+    std::string coded = text;
+    if (status) {
+        coded +=
+            std::string(" [") + statusName(*status) + " " + std::to_string(static_cast<std::uint32_t>(*status)) + "]";
+    }
+    status_ = status;
+    std::string whole = text;
+    for (const auto& line : lines) whole += "\n    " + line;
+    tell("error", whole, hint);
+    printError(coded, knownState(), hint, lines);
 }
 
 void Report::failure(const Failure& failure) {
-    std::string text = failure.text;
-    if (failure.status) {
-        text += std::string(" [") + statusName(*failure.status) + " " +
-                std::to_string(static_cast<std::uint32_t>(*failure.status)) + "]";
-    }
-    status_ = failure.status;
-    std::string whole = failure.text;
-    for (const auto& line : failure.lines) whole += "\n    " + line;
-    tell("error", whole, failure.hint);
-    printError(text, state(), failure.hint, failure.lines);
+    fail(failure.text, failure.hint, failure.status, failure.lines);
+}
+
+void Report::failure(const tavo::Error& error) {
+    // An operation after the one that worked on the flash knows nothing of it.
+    const FlashState before = state.flash;
+    state = error.state;
+    if (state.flash == FlashState::Untouched) state.flash = before;
+    fail(error.what(), error.hint, error.status, error.details);
 }
 
 void Report::interrupted() {
-    status_.reset();
     const char* hint = "program an image before the interface is used";
-    if (flashState <= FlashState::Unchanged) hint = "repeat the command at any time";
-    if (flashState == FlashState::Programmed) hint = "the image is in place; nothing is left to do";
-    tell("error", "interrupted; everything is released", hint);
-    printError("interrupted; everything is released", state(), hint);
+    if (state.flash <= FlashState::Unchanged) hint = "repeat the command at any time";
+    if (state.flash == FlashState::Programmed) hint = "the image is in place; nothing is left to do";
+    fail("interrupted; everything is released", hint, {}, {});
 }
 
 Json Report::object(Exit exit) const {
@@ -91,14 +101,15 @@ Json Report::object(Exit exit) const {
                   {"command", command},
                   {"device", device},
                   {"status", statusJson(status_)},
-                  {"flash_state", flashStateName(flashState)},
+                  {"flash_state", tavo::flashStateName(state.flash)},
+                  {"state", knownState()},
                   {"result", result},
                   {"messages", messages_},
                   {"exit_status", static_cast<int>(exit)}};
     if (command.empty()) whole["command"] = nullptr;
     if (keepLines_) {
         whole["lines"] = lines_;
-        whole["state_text"] = state();
+        whole["state_text"] = knownState();
     }
     return whole;
 }
@@ -106,7 +117,7 @@ Json Report::object(Exit exit) const {
 int Report::finish(Exit exit) {
     if (json_) std::cout << dumped(object(exit)) << std::endl;
     if (!std::cout && exit == Exit::Done) {
-        printError("cannot write to standard output", state(), "is the disk full or the pipe closed?");
+        printError("cannot write to standard output", knownState(), "is the disk full or the pipe closed?");
         return static_cast<int>(Exit::FileSystem);
     }
     return static_cast<int>(exit);
@@ -124,44 +135,6 @@ void printError(const std::string& text, const std::string& state, const std::st
     for (const auto& line : lines) console().line("    " + line);
     if (!state.empty()) console().line("  state: " + state);
     if (!hint.empty()) console().line("  hint:  " + hint);
-}
-
-std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator) {
-    std::string text;
-    for (std::size_t i = 0; i < count; ++i) {
-        char digits[3];
-        std::snprintf(digits, sizeof digits, "%02X", bytes[i]);
-        text += (i == 0 ? "" : separator) + std::string(digits);
-    }
-    return text;
-}
-
-std::string hexAddress(std::uint32_t address) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%06X", address);
-    return text;
-}
-
-std::string sizeText(std::uint64_t bytes) {
-    constexpr std::uint64_t kKi = 1024;
-    if (bytes >= kKi * kKi && bytes % (kKi * kKi) == 0) return std::to_string(bytes / kKi / kKi) + " MiB";
-    if (bytes >= kKi && bytes % kKi == 0) return std::to_string(bytes / kKi) + " KiB";
-    return countText(bytes, "byte");
-}
-
-std::string secondsText(double seconds) {
-    char text[48];
-    if (seconds < 100) {
-        std::snprintf(text, sizeof text, "%.1f s", seconds);
-    } else {
-        const auto whole = static_cast<unsigned>(seconds);
-        std::snprintf(text, sizeof text, "%u min %u s", whole / 60, whole % 60);
-    }
-    return text;
-}
-
-std::string countText(std::uint64_t count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
 }  // namespace cli

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/outcome.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 
@@ -18,10 +19,10 @@ public:
     void configure(bool json, bool quiet);
     bool isJson() const { return json_; }
 
-    Json result = Json::object();                   ///< "result"; stays as far as it was filled when a step fails
-    Json device;                                    ///< null until a device is chosen
-    FlashState flashState = FlashState::Untouched;  ///< raise it before the step that may change it
-    std::string stateText;                          ///< replaces the flash state in the error text, for other parts
+    Json result = Json::object();  ///< "result"; stays as far as it was filled when a step fails
+    Json device;                   ///< null until a device is chosen
+    tavo::DeviceState state;       ///< what is known of the device; raise it before the step that may change it
+    std::string stateText;         ///< replaces the state in the error text
     std::string command;
 
     void line(const std::string& text);    ///< what was asked for: standard output, also with -q
@@ -31,6 +32,7 @@ public:
 
     /// Tells a failure: three lines on standard error, and a message of the object.
     void failure(const Failure& failure);
+    void failure(const tavo::Error& error);
     void interrupted();
 
     /// Prints the object, if one is wanted. @return the exit code.
@@ -41,7 +43,9 @@ public:
     void keepLines() { keepLines_ = true; }
 
 private:
-    std::string state() const;
+    std::string knownState() const;
+    void fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
+              const std::vector<std::string>& lines);
     void tell(const char* severity, const std::string& text, const std::string& hint);
 
     bool json_ = false;
@@ -57,11 +61,11 @@ private:
 void printError(const std::string& text, const std::string& state, const std::string& hint,
                 const std::vector<std::string>& lines = {});
 
-/// Numbers and sizes as people write them.
-std::string hexText(const unsigned char* bytes, std::size_t count, const char* separator = " ");  ///< "9F FF 05"
-std::string hexAddress(std::uint32_t address);                                                    ///< "0x01A400"
-std::string sizeText(std::uint64_t bytes);                            ///< "1 MiB", "64 KiB", "300 bytes"
-std::string secondsText(double seconds);                              ///< "31.2 s", "2 min 5 s"
-std::string countText(std::uint64_t count, const std::string& noun);  ///< "1 page", "3 pages"
+using tavo::countText;
+using tavo::hexAddress;
+using tavo::hexText;
+using tavo::neuronIdText;
+using tavo::secondsText;
+using tavo::sizeText;
 
 }  // namespace cli

@@ -6,7 +6,6 @@
 #include <iostream>
 
 #include "cli/capture.h"
-#include "cli/deviceChoice.h"
 
 namespace cli {
 namespace {
@@ -24,11 +23,6 @@ std::string readAnswer() {
     return answer;
 }
 
-Failure held(const std::string& device, int holder) {
-    const std::string by = holder > 0 ? "by process " + std::to_string(holder) : "by another process";
-    return {Exit::Busy, device + " is in use " + by, "wait until it has finished, or end it with Ctrl-C there", {}};
-}
-
 }  // namespace
 
 Session::Session(const GlobalOptions& globalOptions, const Command& chosenCommand)
@@ -36,41 +30,51 @@ Session::Session(const GlobalOptions& globalOptions, const Command& chosenComman
     report.configure(options.json || options.asChild, options.quiet);
     report.command = command.name;
     if (options.asChild) report.keepLines();
+    control_ = {[this](const tavo::Event& event) { take(event); }, &interruptToken()};
 }
 
-std::string Session::deviceName() const {
-    return describe(device_);
+void Session::take(const tavo::Event& event) {
+    switch (event.kind) {
+        case tavo::Event::Kind::PhaseBegins:
+            return progress().begin(tavo::phaseName(event.phase), event.text, {event.total, {}, event.seconds});
+        case tavo::Event::Kind::Progress:
+            return progress().advance(event.done);
+        case tavo::Event::Kind::PhaseEnds:
+            return progress().end(event.text);
+        case tavo::Event::Kind::StopNote:
+            return progress().setStopNote(event.text);
+        case tavo::Event::Kind::Retry:
+            return log().write(Detail::Step, "page " + tavo::hexAddress(event.address) + ": attempt " +
+                                                 std::to_string(event.done + 1));
+        case tavo::Event::Kind::Warning:
+            return report.warning(event.text, event.hint);
+        case tavo::Event::Kind::Step:
+            return log().write(Detail::Step, event.text);
+    }
 }
 
 void Session::prepare() {
-    if (command.needs == Needs::List) attached_ = findDevices(options.devices);
+    if (command.needs == Needs::List) attached_ = tavo::devices(options.devices);
     if (!needsDevice(command.needs)) return;
     chooseDevice();
-    lockDevice();
     if (command.asks != nullptr && !options.dryRun) confirm(std::string(command.asks) + " of " + deviceName() + "?");
 }
 
 void Session::chooseDevice() {
-    device_ = cli::chooseDevice(options);
-    const std::string serial = serialText(device_);
-    report.device = {{"serial", serial.empty() ? Json(nullptr) : Json(serial)},
-                     {"path", device_.info.portPath[0] == '\0' ? Json(nullptr) : Json(device_.info.portPath)}};
-    log().write(Detail::Step, "device " + deviceName());
-    if (device_.status != CY_SUCCESS && command.needs == Needs::Device) {
-        throw libraryFailure(cypressToTavo(device_.status), Side::Bridge, "open " + deviceName());
+    const auto found = tavo::chooseDevice(options.devices, options.waitSeconds, control_);
+    const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
+    report.device = {{"serial", orNull(found.serial)}, {"path", orNull(found.path)}};
+    log().write(Detail::Step, "device " + found.name());
+    if (found.access != TAVO_SUCCESS && command.needs == Needs::Device) {
+        throw tavo::statusError(found.access, Side::Bridge, "open " + found.name());
     }
-}
-
-void Session::lockDevice() {
-    const std::string path = device_.info.portPath;
-    lock_ = std::make_unique<platform::DeviceLock>(path.empty() ? "serial-" + serialText(device_) : path);
-    if (!lock_->isHeld()) throw held(deviceName(), lock_->holder());
+    device_.emplace(found);
 }
 
 TAVO_STATUS Session::tryCall(const std::string& doing, const std::function<TAVO_STATUS()>& operation) {
     throwIfInterrupted();
     log().write(Detail::Step, "call: " + doing);
-    if (report.flashState == FlashState::Untouched) report.flashState = FlashState::Unchanged;
+    if (report.state.flash == FlashState::Untouched) report.state.flash = FlashState::Unchanged;
     Capture capture;
     const auto keep = [&] {
         libraryErrors_ = firstLine(capture.errors());

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <functional>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,28 +15,35 @@
 #include "cli/progress.h"
 #include "cli/report.h"
 #include "cli/stopwatch.h"
-#include "platform/deviceLock.h"
-#include "platform/discovery.h"
-#include "tavo/deviceAccess.h"
+#include "tavo/service/device.h"
+#include "tavo/service/operation.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 
 class Session {
 public:
     Session(const GlobalOptions& globalOptions, const Command& chosenCommand);
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
 
     const GlobalOptions& options;
     const Command& command;
     Report report;
     Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
-    /// The chosen device (Needs::Device).
-    DeviceInfo& device() { return device_.info; }
-    const platform::AttachedDevice& attachedDevice() const { return device_; }
+    /// The chosen device, locked until the command ends (Needs::Device).
+    tavo::Device& device() { return *device_; }
+    const tavo::Device& device() const { return *device_; }
+    /// What the library's own operations take.
+    DeviceInfo& info() { return device_->info(); }
     /// "00001234 at 1-4.2", for messages.
-    std::string deviceName() const;
+    std::string deviceName() const { return device_->name(); }
     /// The devices that the options leave (Needs::List).
-    const std::vector<platform::AttachedDevice>& attached() const { return attached_; }
+    const std::vector<tavo::DeviceDescription>& attached() const { return attached_; }
+
+    /// For every operation of the service layer: shows what it tells, and stops it on Ctrl-C.
+    const tavo::Control& control() const { return control_; }
 
     /// Makes one library call. What the library prints meanwhile goes to the log.
     /// @param doing  completes "cannot ...": "read the Neuron ID"; the device's name is added.
@@ -55,11 +62,11 @@ public:
 
 private:
     void chooseDevice();
-    void lockDevice();
+    void take(const tavo::Event& event);
 
-    platform::AttachedDevice device_;
-    std::vector<platform::AttachedDevice> attached_;
-    std::unique_ptr<platform::DeviceLock> lock_;
+    tavo::Control control_;
+    std::optional<tavo::Device> device_;
+    std::vector<tavo::DeviceDescription> attached_;
     std::string libraryErrors_;
 };
 

@@ -6,9 +6,9 @@
 #include <set>
 
 #include "cli/childProcess.h"
-#include "cli/deviceChoice.h"
 #include "cli/printable.h"
 #include "cli/session.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
@@ -49,10 +49,8 @@ std::string textOf(const Json& json) {
     return json.is_string() ? json.get<std::string>() : "";
 }
 
-Device known(const platform::AttachedDevice& device) {
-    const std::string serial = serialText(device);
-    const std::string path = device.info.portPath;
-    return {path.empty() ? "serial:" + serial : "usb:" + path, serial, path, ""};
+Device known(const tavo::DeviceDescription& device) {
+    return {device.path.empty() ? "serial:" + device.serial : "usb:" + device.path, device.serial, device.path, ""};
 }
 
 /// Each simulated interface lives in a process of its own: ask one.
@@ -69,10 +67,9 @@ Device askSimulated(const std::string& spec) {
     return {spec, textOf(device["serial"]), textOf(device["path"]), ""};
 }
 
-Device identify(const std::string& spec, GlobalOptions options) {
-    if (parseDeviceSpec(spec).kind == DeviceSpec::Kind::Simulated) return askSimulated(spec);
-    options.devices = {spec};
-    return known(chooseDevice(options));
+Device identify(const std::string& spec, const Session& session) {
+    if (tavo::DeviceSpec::parse(spec).kind == tavo::DeviceSpec::Kind::Simulated) return askSimulated(spec);
+    return known(tavo::chooseDevice({spec}, session.options.waitSeconds, session.control()));
 }
 
 /// By serial number where that tells them apart.
@@ -84,15 +81,16 @@ void nameThem(std::vector<Device>& devices) {
     }
 }
 
-std::vector<Device> identifyAll(const GlobalOptions& options) {
+std::vector<Device> identifyAll(const Session& session) {
+    const GlobalOptions& options = session.options;
     std::vector<Device> devices;
     if (options.all) {
-        for (const auto& device : findDevices({})) devices.push_back(known(device));
+        for (const auto& device : tavo::devices()) devices.push_back(known(device));
         if (devices.empty()) throw Failure{Exit::NoDevice, "no interface attached", "is it plugged in?", {}};
         nameThem(devices);
         return devices;
     }
-    for (const auto& spec : options.devices) devices.push_back(identify(spec, options));
+    for (const auto& spec : options.devices) devices.push_back(identify(spec, session));
     nameThem(devices);
     std::set<std::string> paths;
     for (const auto& device : devices) {
@@ -241,9 +239,9 @@ bool wantsSeveral(const Invocation& invocation) {
 }
 
 int runSeveral(const Invocation& invocation, int argc, char** argv) {
-    const auto devices = identifyAll(invocation.options);
-    checkOutputs(invocation, devices);
     Session session(invocation.options, *invocation.command);
+    const auto devices = identifyAll(session);
+    checkOutputs(invocation, devices);
     if (invocation.command->asks != nullptr && !invocation.options.dryRun) {
         session.confirm(std::string(invocation.command->asks) + " of " + countText(devices.size(), "interface") + "?");
     }

@@ -168,7 +168,7 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
     app.add_flag("--all", options.all, "work on every attached interface")->excludes("-d");
     // A flag with an optional value: "--wait program" must not take the command for its value.
     app.add_flag_function(
-           "--wait{60}", [&options](std::int64_t seconds) { options.waitSeconds = static_cast<int>(seconds); },
+           "--wait{60}", [&options](std::int64_t seconds) { options.waitSeconds = static_cast<unsigned>(seconds); },
            "wait for the device to appear, --wait=SECONDS at most (60)")
         ->check(CLI::Range(0, 86400));
     app.add_option("--usb-id", options.usbIds, "accept interfaces with other USB IDs")

@@ -104,13 +104,13 @@ void write(Session& session, const Options& options) {
     const char* serial = keeps ? nullptr : options.serial.c_str();
     Rewrite rewrite{readBlock(session), image, options.backup, "", "write the configuration block", {}};
     if (keeps) warnOfPendingSerial(session, rewrite.before);
-    configBlock::finish(rewrite.after, keeps ? session.device().serialNumber.text : serial);
-    session.report.note(keeps ? std::string("the device keeps its serial number ") +
-                                    session.device().serialNumber.text + "; --serial sets another"
+    configBlock::finish(rewrite.after, keeps ? session.info().serialNumber.text : serial);
+    session.report.note(keeps ? std::string("the device keeps its serial number ") + session.info().serialNumber.text +
+                                    "; --serial sets another"
                               : "the serial number becomes " + options.serial);
     rewrite.question = "write the block of " + options.file + " into " + session.deviceName();
     // The bytes that were checked, not the file once more.
-    rewrite.write = [&] { return cypressToTavo(Configurator(session.device()).writeConfigData(image.data(), serial)); };
+    rewrite.write = [&] { return cypressToTavo(Configurator(session.info()).writeConfigData(image.data(), serial)); };
     if (rewriteBlock(session, rewrite)) session.report.note(std::string("written; ") + kReplug);
 }
 
@@ -122,7 +122,7 @@ void setSerial(Session& session, const Options& options) {
     session.report.result["before"] = stringIn(rewrite.before, configBlock::kSerial);
     session.report.result["after"] = options.serial;
     rewrite.question = "set the serial number of " + session.deviceName() + " to " + options.serial;
-    rewrite.write = [&] { return updateCypressConfig(session.device(), nullptr, options.serial.c_str()); };
+    rewrite.write = [&] { return updateCypressConfig(session.info(), nullptr, options.serial.c_str()); };
     if (!rewriteBlock(session, rewrite)) return;
     session.report.note("serial number: " + options.serial + "; " + kReplug +
                         " (the name of the LDV channel follows it)");
@@ -134,7 +134,7 @@ void diff(Session& session, const Options& options) {
     const Block image = loadBlock(options.file);
     const Block before = readBlock(session);
     Block after = image;
-    configBlock::finish(after, session.device().serialNumber.text);
+    configBlock::finish(after, session.info().serialNumber.text);
     if (const std::string bad = whyBad(image); !bad.empty()) session.report.warning(options.file + ": " + bad);
     session.report.result["changed"] = changesJson(before, after);
     const std::size_t count = showChanges(session.report, before, after);

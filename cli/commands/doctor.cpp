@@ -34,16 +34,15 @@ Finding skipped(const char* why) {
 }
 
 Finding access(Examination& exam) {
-    const CY_RETURN_STATUS status = exam.session.attachedDevice().status;
-    exam.reachable = status == CY_SUCCESS;
+    const TAVO_STATUS status = exam.session.device().description().access;
+    exam.reachable = status == TAVO_SUCCESS;
     if (exam.reachable) return {Kind::Ok, "", ""};
-    const Failure failure = libraryFailure(cypressToTavo(status), Side::Bridge, "");
-    return {Kind::Fail, tavoStatusString(cypressToTavo(status)), failure.hint};
+    return {Kind::Fail, tavoStatusString(status), libraryFailure(status, Side::Bridge, "").hint};
 }
 
 Finding kernelDriver(Examination& exam) {
     if (!exam.reachable) return skipped("no access");
-    const DeviceInfo& device = exam.session.device();
+    const DeviceInfo& device = exam.session.info();
     const CyHandle scb0(device.scb0DeviceNumber, device.scb0InterfaceNumber);
     const CyHandle config(device.configDeviceNumber, device.configInterfaceNumber);
     const CY_RETURN_STATUS status = scb0.openStatus != CY_SUCCESS ? scb0.openStatus : config.openStatus;
@@ -55,7 +54,7 @@ Finding kernelDriver(Examination& exam) {
 
 Finding scb0(Examination& exam) {
     if (!exam.reachable) return skipped("no access");
-    const DeviceInfo& device = exam.session.device();
+    const DeviceInfo& device = exam.session.info();
     const CyHandle handle(device.scb0DeviceNumber, device.scb0InterfaceNumber);
     CY_SPI_CONFIG config{};
     exam.scb0IsSpi = handle.openStatus == CY_SUCCESS && CyGetSpiConfig(handle.handle, &config) == CY_SUCCESS;
@@ -101,7 +100,7 @@ constexpr ChannelRow kChannels[] = {
 };
 
 Finding channel(Examination& exam) {
-    const LdvManager ldv(exam.session.device());
+    const LdvManager ldv(exam.session.info());
     exam.channelOpens = ldv.isOpen;
     if (ldv.isOpen) return {Kind::Ok, "", ""};
     for (const auto& row : kChannels) {
@@ -116,7 +115,7 @@ Finding neuron(Examination& exam) {
     if (exam.neuronRestarted) Poco::Thread::sleep(kNeuronBoots);
     NeuronState state{};
     const TAVO_STATUS status =
-        exam.session.tryCall("read the Neuron's status", [&] { return readState(exam.session.device(), state); });
+        exam.session.tryCall("read the Neuron's status", [&] { return readState(exam.session.info(), state); });
     if (status == TAVO_SUCCESS) return {Kind::Ok, "", ""};
     return {Kind::Fail, tavoStatusString(status), "let it out of reset: tavo-util recover; then tavo-util reset"};
 }

@@ -22,7 +22,7 @@ void tell(Report& report, const Table& table, bool showKeys) {
 }
 
 void readTable(Session& session, Table& table) {
-    session.call(Side::Neuron, "read the domain table", [&] { return readDomainTable(session.device(), table); });
+    session.call(Side::Neuron, "read the domain table", [&] { return readDomainTable(session.info(), table); });
 }
 
 void readDomains(Session& session, bool showKeys) {
@@ -39,7 +39,7 @@ bool isSame(const LonAddress& one, const LonAddress& other) {
 std::string whatChanged(Session& session, const Table& before, const Table& wanted) {
     Table now;
     const TAVO_STATUS status =
-        session.tryCall("read the domain table back", [&] { return readDomainTable(session.device(), now); });
+        session.tryCall("read the domain table back", [&] { return readDomainTable(session.info(), now); });
     if (status != TAVO_SUCCESS) return "the domain table may have changed: it cannot be read back";
     Json& changed = session.report.result["changed"] = Json::array();
     std::string text = "domain table read back:";
@@ -81,7 +81,7 @@ void writeDomains(Session& session, const WriteOptions& options) {
     }
     session.confirm("write this domain table into the Neuron of " + session.deviceName() + "?");
     const TAVO_STATUS status =
-        session.tryCall("write the domain table", [&] { return writeDomainTable(session.device(), wanted); });
+        session.tryCall("write the domain table", [&] { return writeDomainTable(session.info(), wanted); });
     if (status != TAVO_SUCCESS) {
         report.stateText = whatChanged(session, before, wanted);
         throw libraryFailure(status, Side::Neuron, "write the domain table of " + session.deviceName());

@@ -18,8 +18,8 @@ void erase(Session& session) {
     progress().begin("erase", usualEraseTime(chip.size));
     progress().setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const TAVO_STATUS status = session.tryCall("erase the flash", [&] {
-        report.flashState = FlashState::Uncertain;
-        return eraseSpiFlash(session.device());
+        report.state.flash = FlashState::Uncertain;
+        return eraseSpiFlash(session.info());
     });
     if (status != TAVO_SUCCESS) {
         Failure failure = libraryFailure(status, Side::Bridge, "erase the flash of " + session.deviceName());
@@ -27,7 +27,7 @@ void erase(Session& session) {
         failure.hint = "repeat the erase, or program an image; replug the interface if that fails too";
         throw failure;
     }
-    report.flashState = FlashState::Erased;
+    report.state.flash = FlashState::Erased;
     progress().end();
     throwIfInterrupted();
     report.result["seconds"] = watch.seconds();

@@ -2,12 +2,12 @@
 #include <cstdio>
 
 #include "cli/commands/commands.h"
-#include "cli/deviceChoice.h"
 #include "cli/flashAccess.h"
 #include "cli/neuronNames.h"
 #include "cli/session.h"
 #include "tavo/cyboot.h"
 #include "tavo/neuron.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
@@ -30,18 +30,19 @@ private:
 };
 
 void addBridge(Session& session, Items& items) {
-    const platform::AttachedDevice& device = session.attachedDevice();
-    const std::string serial = serialText(device);
-    serial.empty() ? items.absent("serial", "serial", "none") : items.add("serial", "serial", serial, serial);
-    items.add("path", "path", device.info.portPath, device.info.portPath);
-    const char* role = device.scb0IsSpi ? "spi" : "i2c";
-    device.scb0Found ? items.add("scb0", "SCB0", role, role) : items.absent("scb0", "SCB0", "no SPI or I2C interface");
+    const tavo::DeviceDescription& device = session.device().description();
+    device.serial.empty() ? items.absent("serial", "serial", "none")
+                          : items.add("serial", "serial", device.serial, device.serial);
+    items.add("path", "path", device.path, device.path);
+    const char* role = device.scb0 == tavo::Scb0Role::Spi ? "spi" : "i2c";
+    device.scb0 != tavo::Scb0Role::Other ? items.add("scb0", "SCB0", role, role)
+                                         : items.absent("scb0", "SCB0", "no SPI or I2C interface");
 }
 
 void addSiliconId(Session& session, Items& items) {
     UINT32 id = 0;
     const TAVO_STATUS status = session.tryCall("read the silicon ID", [&] {
-        const CyHandle config(session.device().configDeviceNumber, session.device().configInterfaceNumber);
+        const CyHandle config(session.info().configDeviceNumber, session.info().configInterfaceNumber);
         if (config.openStatus != CY_SUCCESS) return cypressToTavo(config.openStatus);
         return cypressToTavo(CyGetSiliconID(config.handle, &id));
     });
@@ -53,20 +54,20 @@ void addSiliconId(Session& session, Items& items) {
 
 void addNeuron(Session& session, Items& items) {
     NeuronId id;
-    auto status = session.tryCall("read the Neuron ID", [&] { return readNeuronId(session.device(), id); });
+    auto status = session.tryCall("read the Neuron ID", [&] { return readNeuronId(session.info(), id); });
     const std::string text = neuronIdText(id);
     status == TAVO_SUCCESS ? items.add("neuron_id", "Neuron ID", text, text)
                            : items.absent("neuron_id", "Neuron ID", tavoStatusString(status));
     unsigned char program[8] = {};
     if (status == TAVO_SUCCESS) {
-        status = session.tryCall("read the program ID", [&] { return readProgramId(session.device(), program); });
+        status = session.tryCall("read the program ID", [&] { return readProgramId(session.info(), program); });
     }
     const std::string programText = hexText(program, sizeof program, "");
     status == TAVO_SUCCESS ? items.add("program_id", "program ID", programText, programText)
                            : items.absent("program_id", "program ID", tavoStatusString(status));
     NeuronState state{};
     if (status == TAVO_SUCCESS) {
-        status = session.tryCall("read the node state", [&] { return readState(session.device(), state); });
+        status = session.tryCall("read the node state", [&] { return readState(session.info(), state); });
     }
     const char* name = nodeStateName(state.nodeState);
     status == TAVO_SUCCESS

@@ -2,43 +2,39 @@
 #include <cstdio>
 
 #include "cli/commands/commands.h"
-#include "cli/deviceChoice.h"
 #include "cli/session.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
 
-std::string idsText(const DeviceInfo& info) {
+std::string idsText(const tavo::DeviceDescription& device) {
     char text[16];
-    std::snprintf(text, sizeof text, "%04X:%04X", info.vendorId, info.productId);
+    std::snprintf(text, sizeof text, "%04X:%04X", device.vendorId, device.productId);
     return text;
 }
 
-std::string accessText(const platform::AttachedDevice& device) {
-    if (device.status == CY_SUCCESS) return "ok";
-    if (device.status == CY_ERROR_ACCESS_DENIED) return "denied";
-    return tavoStatusString(cypressToTavo(device.status));
+std::string accessText(const tavo::DeviceDescription& device) {
+    if (device.access == TAVO_SUCCESS) return "ok";
+    if (device.access == TAVO_ACCESS_DENIED) return "denied";
+    return tavoStatusString(device.access);
 }
 
 using Row = std::vector<std::string>;
 
-Row row(const platform::AttachedDevice& device) {
+Row row(const tavo::DeviceDescription& device) {
     const auto orDash = [](const std::string& text) { return text.empty() ? "-" : text; };
-    return {orDash(serialText(device)), orDash(device.info.portPath), idsText(device.info),
-            device.info.neuronIdValid != 0 ? neuronIdText(device.info.neuronId) : "-", accessText(device)};
+    return {orDash(device.serial), orDash(device.path), idsText(device), orDash(device.neuronId), accessText(device)};
 }
 
-Json json(const platform::AttachedDevice& device) {
+Json json(const tavo::DeviceDescription& device) {
     const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
-    const Row cells = row(device);
-    return {{"serial", orNull(serialText(device))},
-            {"path", orNull(device.info.portPath)},
-            {"vid_pid", cells[2]},
-            {"neuron_id", device.info.neuronIdValid != 0 ? Json(cells[3]) : Json(nullptr)},
-            {"access", cells[4]},
-            {"manufacturer", orNull(device.manufacturer)},
-            {"product", orNull(device.product)},
-            {"scb0", !device.scb0Found ? Json(nullptr) : Json(device.scb0IsSpi ? "spi" : "i2c")}};
+    static constexpr const char* kRoles[] = {nullptr, "spi", "i2c"};  // in the order of Scb0Role
+    const char* role = kRoles[static_cast<std::size_t>(device.scb0)];
+    return {{"serial", orNull(device.serial)},   {"path", orNull(device.path)},
+            {"vid_pid", idsText(device)},        {"neuron_id", orNull(device.neuronId)},
+            {"access", accessText(device)},      {"manufacturer", orNull(device.manufacturer)},
+            {"product", orNull(device.product)}, {"scb0", role == nullptr ? Json(nullptr) : Json(role)}};
 }
 
 void printTable(Report& report, const std::vector<Row>& rows) {
@@ -57,7 +53,7 @@ void printTable(Report& report, const std::vector<Row>& rows) {
 
 void list(Session& session) {
     session.report.result["devices"] = Json::array();
-    if (session.attached().empty()) throw noDevice(session.options);
+    if (session.attached().empty()) throw tavo::noDevice(session.options.devices);
     std::vector<Row> rows{{"SERIAL", "PATH", "VID:PID", "NEURON", "ACCESS"}};
     for (const auto& device : session.attached()) {
         rows.push_back(row(device));
@@ -65,9 +61,9 @@ void list(Session& session) {
     }
     printTable(session.report, rows);
     for (const auto& device : session.attached()) {
-        if (device.status != CY_ERROR_ACCESS_DENIED) continue;
-        session.report.warning("no permission to open " + describe(device),
-                               libraryFailure(TAVO_ACCESS_DENIED, Side::Bridge, "").hint);
+        if (device.access != TAVO_ACCESS_DENIED) continue;
+        session.report.warning("no permission to open " + device.name(),
+                               tavo::statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint);
     }
 }
 

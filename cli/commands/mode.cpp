@@ -25,7 +25,7 @@ constexpr long kBootMs = 1500;  // of the Neuron once its reset line is up
 Json stateJson(Session& session) {
     NeuronState state{};
     const TAVO_STATUS result =
-        session.tryCall("read the status of the Neuron", [&] { return readState(session.device(), state); });
+        session.tryCall("read the status of the Neuron", [&] { return readState(session.info(), state); });
     if (result != TAVO_SUCCESS) return nullptr;
     return namedJson(nodeStateName(state.nodeState), state.nodeState);
 }
@@ -38,7 +38,7 @@ void holdServiceLine(Session& session) {
     progress().begin("service mode", "holds reset and service line for 11.5 s", {.seconds = kServiceSeconds});
     progress().setStopNote("Ctrl-C noted: both lines are released when the 11.5 s are over");
     session.call(Side::Bridge, "hold the reset and the service line",
-                 [&] { return writeMode(session.device(), MODE_SERVICE); });
+                 [&] { return writeMode(session.info(), MODE_SERVICE); });
     progress().end();
     throwIfInterrupted();
     progress().begin("boot", "the Neuron takes up to 1.5 s");
@@ -70,7 +70,7 @@ void changeMode(Session& session, const Mode& mode) {
         holdServiceLine(session);
     } else {
         session.call(Side::Neuron, std::string("set the mode ") + mode.word,
-                     [&] { return writeMode(session.device(), mode.mode); });
+                     [&] { return writeMode(session.info(), mode.mode); });
     }
     const Json after = report.result["after"] = stateJson(session);
     requireState(session, mode, after);

@@ -1,10 +1,10 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/deviceChoice.h"
 #include "cli/session.h"
 #include "tavo/bridge.h"
 #include "tavo/neuron.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
@@ -21,11 +21,11 @@ void store(Session& session, const std::string& text) {
     if (!text.empty()) {
         id = parseId(text);
     } else {
-        session.call(Side::Neuron, "read the Neuron ID", [&] { return readNeuronId(session.device(), id); });
+        session.call(Side::Neuron, "read the Neuron ID", [&] { return readNeuronId(session.info(), id); });
     }
     report.result["neuron_id"] = neuronIdText(id);
     report.result["written"] = false;
-    if (session.device().neuronIdValid != 0 && id == session.device().neuronId) {
+    if (session.info().neuronIdValid != 0 && id == session.info().neuronId) {
         report.note(neuronIdText(id) + " already stored, nothing written");
         return;
     }
@@ -33,8 +33,7 @@ void store(Session& session, const std::string& text) {
         report.note("would store " + neuronIdText(id) + "; nothing was done (--dry-run)");
         return;
     }
-    session.call(Side::Bridge, "store the Neuron ID",
-                 [&] { return writeNeuronId(session.device(), neuronIdText(id)); });
+    session.call(Side::Bridge, "store the Neuron ID", [&] { return writeNeuronId(session.info(), neuronIdText(id)); });
     report.result["written"] = true;
     report.note(neuronIdText(id) + " stored");
 }

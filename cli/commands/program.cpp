@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "cli/commands/commands.h"
-#include "cli/deviceChoice.h"
 #include "cli/flashAccess.h"
 #include "cli/flashRead.h"
 #include "cli/hexConvert.h"
 #include "cli/session.h"
 #include "tavo/flash.h"
+#include "tavo/service/device.h"
 
 namespace cli {
 namespace {
@@ -67,14 +67,14 @@ Failure programFailure(Session& session, TAVO_STATUS status) {
     Failure failure = libraryFailure(status, Side::Bridge, "program " + session.deviceName());
     failure.exit = Exit::FailedFlashLost;
     failure.hint = kProgramAgain;
-    session.report.flashState = FlashState::Uncertain;
-    if (status == TAVO_FILE_NOT_FOUND) session.report.flashState = FlashState::Erased;
+    session.report.state.flash = FlashState::Uncertain;
+    if (status == TAVO_FILE_NOT_FOUND) session.report.state.flash = FlashState::Erased;
     if (status == TAVO_FLASH_PROGRAMMING_FAILED) {
-        session.report.flashState = FlashState::Incomplete;
+        session.report.state.flash = FlashState::Incomplete;
         if (!session.libraryErrors().empty()) failure.text += ": " + session.libraryErrors();
     }
     // The library gives a page up after three attempts, whatever the reason was.
-    if (!isStillAttached(session.device().portPath)) {
+    if (!tavo::isStillAttached(session.info().portPath)) {
         failure.text += ": the interface is no longer attached";
         failure.hint = std::string("plug it in again, then ") + kProgramAgain;
     }
@@ -100,16 +100,16 @@ void programImage(Session& session, const HexFile& file, const PrivateFile& copy
     progress().begin("erase", usualEraseTime(chip.size));
     progress().setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const auto status = session.tryCall("program the flash", [&] {
-        report.flashState = FlashState::Uncertain;
+        report.state.flash = FlashState::Uncertain;
         try {
-            return programSpiFlash(session.device(), copy.path().c_str(), onProgramProgress);
+            return programSpiFlash(session.info(), copy.path().c_str(), onProgramProgress);
         } catch (const Interrupted&) {
-            report.flashState = FlashState::Incomplete;  // the callback comes after a page
+            report.state.flash = FlashState::Incomplete;  // the callback comes after a page
             throw;
         }
     });
     if (status != TAVO_SUCCESS) throw programFailure(session, status);
-    report.flashState = FlashState::Programmed;
+    report.state.flash = FlashState::Programmed;
     progress().end();
     progress().begin("verify");
     progress().end("every page was read back and compared right after it was programmed");

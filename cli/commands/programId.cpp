@@ -13,7 +13,7 @@ std::string readable(const unsigned char (&id)[8]) {
 
 void programId(Session& session) {
     unsigned char id[8] = {};
-    session.call(Side::Neuron, "read the program ID", [&] { return readProgramId(session.device(), id); });
+    session.call(Side::Neuron, "read the program ID", [&] { return readProgramId(session.info(), id); });
     session.report.result["program_id"] = hexText(id, sizeof id, "");
     session.report.result["text"] = readable(id);
     session.report.line(hexText(id, sizeof id) + "  " + readable(id));

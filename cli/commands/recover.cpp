@@ -53,7 +53,7 @@ private:
 };
 
 void recover(Session& session) {
-    DeviceInfo& device = session.device();
+    DeviceInfo& device = session.info();
     if (session.options.dryRun) {
         session.report.note("would drive pins 14 and 8 high and make SCB0 an SPI slave; nothing was done (--dry-run)");
         return;

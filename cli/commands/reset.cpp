@@ -10,12 +10,12 @@ namespace {
 void softly(Session& session) {
     progress().begin("soft reset", "waits for the network interface's notice, at most 66 s");
     progress().setStopNote("Ctrl-C noted: waiting for the notice, at most 66 s");
-    session.call(Side::Neuron, "reset the Neuron by message", [&] { return softReset(session.device()); });
+    session.call(Side::Neuron, "reset the Neuron by message", [&] { return softReset(session.info()); });
 }
 
 void byPin(Session& session) {
     progress().begin("reset", "1.5 s, until the Neuron has booted");
-    session.call(Side::Bridge, "reset the Neuron", [&] { return hardReset(session.device()); });
+    session.call(Side::Bridge, "reset the Neuron", [&] { return hardReset(session.info()); });
 }
 
 void reset(Session& session, bool soft) {

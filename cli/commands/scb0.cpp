@@ -18,13 +18,13 @@ void scb0(Session& session, const Options& options) {
     warnOfPendingSerial(session, rewrite.before);
     rewrite.after = rewrite.before;
     configBlock::setScb0(rewrite.after, spi);
-    configBlock::finish(rewrite.after, session.device().serialNumber.text);
+    configBlock::finish(rewrite.after, session.info().serialNumber.text);
     session.report.result["before"] = scb0Name(rewrite.before);
     session.report.result["after"] = scb0Name(rewrite.after);
     session.report.line(std::string("SCB0: ") + scb0Name(rewrite.before) + " -> " + scb0Name(rewrite.after));
     if (!spi) session.report.note("as I2C the flash is out of reach until scb0 spi");
     rewrite.question = "switch SCB0 of " + session.deviceName() + " to " + scb0Name(rewrite.after);
-    rewrite.write = [&] { return configureScb0(session.device(), spi ? SCB0_SPI : SCB0_I2C); };
+    rewrite.write = [&] { return configureScb0(session.info(), spi ? SCB0_SPI : SCB0_I2C); };
     if (rewriteBlock(session, rewrite)) session.report.note("written; unplug and replug to apply");
 }
 

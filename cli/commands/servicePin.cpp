@@ -12,7 +12,7 @@ void servicePin(Session& session) {
         return;
     }
     const Stopwatch watch;
-    session.call(Side::Bridge, "press the service pin", [&] { return sendServicePin(session.device()); });
+    session.call(Side::Bridge, "press the service pin", [&] { return sendServicePin(session.info()); });
     report.result["seconds"] = watch.seconds();
     report.note("service pin pressed");
 }

@@ -157,7 +157,9 @@ Error noDevice(const std::vector<std::string>& specs) {
     }
     const bool simulated = DeviceSpec::parse(wanted).kind == DeviceSpec::Kind::Simulated;
     return {Problem::NoDevice, (simulated ? "cannot open " : "no interface matches ") + wanted,
-            simulated ? "the simulated interface says above what is wrong" : "tavo-util list shows what is attached"};
+            simulated
+                ? "the lines before on standard error say what is wrong in its folder; another folder starts a new one"
+                : "tavo-util list shows what is attached"};
 }
 
 DeviceDescription chooseDevice(const std::vector<std::string>& specs, std::optional<unsigned> waitSeconds,

@@ -149,6 +149,7 @@ class TwoDevices(ToolTest):
         chosen = self.run_on_bus("--json", "-d", "usb:1-4", "erase", "-y").json
         self.assertEqual(chosen["device"], {"serial": None, "path": "1-4"})
         self.assertEqual((chosen["exit_status"], chosen["flash_state"]), (10, "untouched"))
+        self.assertEqual(chosen["state"], "device not touched")
 
     def test_all_of_them_are_taken_on_request(self):
         # The emulated bus names the udev sockets of its processes by descriptor: two that start at once may collide.

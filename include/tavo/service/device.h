@@ -30,7 +30,7 @@ struct DeviceDescription {
     std::optional<int> holder;          ///< process that has it locked; 0 when its number is unknown
     DeviceInfo info;                    ///< what the library's own operations take
 
-    std::string name() const;  ///< "00001234 at 1-4.2", for messages
+    TAVO_API std::string name() const;  ///< "00001234 at 1-4.2", for messages
 };
 
 /// How a device is named on a command line and in a program.
