@@ -7,12 +7,15 @@
 #include <charconv>
 #include <cstdio>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "cli/files.h"
 #include "cli/neuronNames.h"
 
 namespace cli {
 namespace {
+
+using FileJson = nlohmann::ordered_json;
 
 // The flag bytes of an entry (ISO/IEC 14908-1).
 constexpr unsigned kNotInUse = 0x80;    // domainIdLength, bit 7
@@ -41,7 +44,7 @@ Failure refused(const std::string& what, const std::string& hint) {
 /// One entry of the file; every complaint names it.
 class EntryReader {
 public:
-    EntryReader(const Json& json, const std::string& name) : json_(json), name_(name) {
+    EntryReader(const FileJson& json, const std::string& name) : json_(json), name_(name) {
         if (!json.is_object()) throw refused(name + " is not an object", kSeeRead);
         static constexpr const char* kKnown[] = {"index", "in_use", "domain_id", "subnet",
                                                  "node",  "clone",  "flags",     "key"};
@@ -59,9 +62,11 @@ public:
         if (found == json_.end() || !found->is_number_integer()) {
             throw refused(name_ + ": \"" + key + "\" is not a number", range);
         }
-        const auto value = found->get<std::int64_t>();
+        // A value beyond the signed range is read as an unsigned one: as signed it would be shown as -1.
+        const bool isLarge = found->is_number_unsigned() && found->get<std::uint64_t>() > high;
+        const auto value = isLarge ? std::int64_t{high} + 1 : found->get<std::int64_t>();
         if (value < low || value > high) {
-            throw refused(name_ + ": " + key + " " + std::to_string(value) + " is out of range", range);
+            throw refused(name_ + ": " + key + " " + found->dump() + " is out of range", range);
         }
         return static_cast<unsigned>(value);
     }
@@ -95,11 +100,11 @@ public:
     static constexpr const char* kSeeRead = "tavo-util --json domain read shows the form";
 
 private:
-    const Json& json_;
+    const FileJson& json_;
     std::string name_;
 };
 
-DomainEntry entryOf(const Json& json, unsigned index) {
+DomainEntry entryOf(const FileJson& json, unsigned index) {
     const std::string name = "domain " + std::to_string(index);
     const EntryReader reader(json, name);
     const bool inUse = reader.flag("in_use", true);
@@ -129,6 +134,7 @@ std::string content(const std::string& path) {
     std::size_t filled = 0;
     while (filled < size) {
         const ssize_t count = read(file.get(), text.data() + filled, size - filled);
+        if (count < 0 && errno == EINTR) continue;
         if (count < 0) throw fileFailure("read " + path, errno);
         if (count == 0) break;
         filled += static_cast<std::size_t>(count);
@@ -137,18 +143,43 @@ std::string content(const std::string& path) {
     return text;
 }
 
-Json parsed(const std::string& path) {
-    try {
-        return Json::parse(content(path));
-    } catch (const Json::parse_error& error) {
-        throw refused(path + " is not JSON: " + error.what(), EntryReader::kSeeRead);
+/// Reads nothing but finds the place of the first fault: the JSON library names it for some kinds only.
+struct FaultFinder {
+    std::size_t at = 0;  // bytes read when it was found
+
+    static bool null() { return true; }
+    static bool boolean(bool) { return true; }
+    static bool number_integer(std::int64_t) { return true; }
+    static bool number_unsigned(std::uint64_t) { return true; }
+    static bool number_float(double, const std::string&) { return true; }
+    static bool string(const std::string&) { return true; }
+    static bool binary(const FileJson::binary_t&) { return true; }
+    static bool start_object(std::size_t) { return true; }
+    static bool key(const std::string&) { return true; }
+    static bool end_object() { return true; }
+    static bool start_array(std::size_t) { return true; }
+    static bool end_array() { return true; }
+    bool parse_error(std::size_t position, const std::string&, const nlohmann::detail::exception&) {
+        at = position;
+        return false;
     }
+};
+
+FileJson parsed(const std::string& path) {
+    const std::string text = content(path);
+    FaultFinder fault;
+    if (FileJson::sax_parse(text, &fault)) return FileJson::parse(text);
+    const std::string before = text.substr(0, std::min(fault.at, text.size()));
+    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+    throw refused(path + " is not JSON: line " + std::to_string(line) + ", character " +
+                      std::to_string(before.size() - (before.rfind('\n') + 1)) + " cannot be read",
+                  EntryReader::kSeeRead);
 }
 
 /// The entries of the file, whichever of its three forms it has.
-std::vector<Json> entriesOf(Json file, const std::string& path) {
-    if (file.is_object() && file.contains("result")) file = Json(file["result"]);
-    if (file.is_object() && file.contains("domains")) file = Json(file["domains"]);
+std::vector<FileJson> entriesOf(FileJson file, const std::string& path) {
+    if (file.is_object() && file.contains("result")) file = FileJson(file["result"]);
+    if (file.is_object() && file.contains("domains")) file = FileJson(file["domains"]);
     if (file.is_object()) return {file};
     if (!file.is_array() || file.empty()) throw refused(path + " holds no domain entries", EntryReader::kSeeRead);
     return {file.begin(), file.end()};
@@ -178,9 +209,9 @@ std::string domainText(unsigned index, const LonAddress& entry, bool showKey) {
 }
 
 std::vector<DomainEntry> readDomainFile(const std::string& path, std::optional<int> only) {
-    const std::vector<Json> inFile = entriesOf(parsed(path), path);
+    const std::vector<FileJson> inFile = entriesOf(parsed(path), path);
     std::vector<DomainEntry> entries;
-    for (const Json& json : inFile) {
+    for (const FileJson& json : inFile) {
         const bool isMeant = only && inFile.size() == 1;  // whatever index it was read from
         const unsigned index =
             isMeant ? static_cast<unsigned>(*only) : EntryReader(json, "an entry of " + path).number("index", 0, 1);

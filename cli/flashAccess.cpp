@@ -97,7 +97,7 @@ FlashChip inspectFlash(Session& session) {
         const std::string id = chip.maker == 0 ? "" : " " + idText(chip);
         throw libraryFailure(status, Side::Bridge, step + id + " on " + session.deviceName());
     }
-    log().write(Detail::Step, "flash: " + chipText(chip));
+    session.log.write(Detail::Step, "flash: " + chipText(chip));
     return chip;
 }
 

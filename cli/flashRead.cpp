@@ -16,10 +16,12 @@ constexpr std::uint64_t kChunk = 255;  // bytes of one record; the library repor
 
 /// The library reports the share of a chunk's start; the count of the reports tells the bytes.
 std::atomic<std::uint64_t> chunksRead{0};  // the display reads it from its own thread
+Progress* shown = nullptr;                 ///< of the running command: the library's callback has no context
 
 void onDumpProgress(char percent) {
     ++chunksRead;
-    onLibraryProgress(percent);
+    throwIfInterrupted();
+    shown->share(percent);
 }
 
 /// The library has one code for a device that fails and a disk that is full: try the disk.
@@ -42,8 +44,9 @@ void requireWhole(const HexFile& dump, const FlashChip& chip, const std::string&
 Image dumpChip(Session& session, const FlashChip& chip, const char* phase, const Descriptor& file,
                const std::string& path, const std::string& name) {
     chunksRead = 0;
-    progress().begin(phase, "",
-                     {chip.size, [&](int) { return std::min<std::uint64_t>(chunksRead * kChunk, chip.size); }});
+    shown = &session.progress;
+    session.progress.begin(phase, "",
+                           {chip.size, [&](int) { return std::min<std::uint64_t>(chunksRead * kChunk, chip.size); }});
     const TAVO_STATUS status =
         session.tryCall("read the flash", [&] { return readSpiFlash(session.info(), path.c_str(), onDumpProgress); });
     if (status != TAVO_SUCCESS) {
@@ -52,7 +55,7 @@ Image dumpChip(Session& session, const FlashChip& chip, const char* phase, const
     }
     HexFile dump = readHexFile(path, {}, nullptr);
     requireWhole(dump, chip, name);
-    progress().end(sizeText(chip.size));
+    session.progress.end(sizeText(chip.size));
     return std::move(dump.image);
 }
 

@@ -49,17 +49,12 @@ void Log::write(Detail detail, const std::string& text) {
     if (file_ != nullptr && std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), printable(text).c_str()) < 0) {
         if (error_ == 0) error_ = errno;
     }
-    if (verbosity_ >= static_cast<int>(detail)) console().line(text);
+    if (verbosity_ >= static_cast<int>(detail)) console().line(prefix_ + text);
 }
 
 std::string Log::fault() {
     const std::lock_guard lock(mutex_);
     return error_ == 0 ? "" : "the log " + path_ + " is incomplete: " + std::strerror(error_);
-}
-
-Log& log() {
-    static Log instance;
-    return instance;
 }
 
 }  // namespace cli

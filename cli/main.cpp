@@ -33,40 +33,41 @@ void allowUsbIds(const std::vector<std::string>& ids) {
     }
 }
 
-void setUpOutput(const GlobalOptions& options) {
+void setUpOutput(Session& session) {
+    const GlobalOptions& options = session.options;
     console().setColor(options.color);
-    log().setVerbosity(options.verbosity);
-    if (!options.logFile.empty() && !hasSerialMark(options.logFile)) log().open(options.logFile);
-    progress().configure(options.asChild ? "json" : options.progress, options.quiet);
+    if (!options.logFile.empty() && !hasSerialMark(options.logFile)) session.log.open(options.logFile);
+    display().configure(options.asChild ? "json" : options.progress, options.quiet);
 }
 
-void replaceSerial(const Session& session, const Invocation& invocation) {
+void replaceSerial(Session& session, const Invocation& invocation) {
     if (!needsDevice(session.command.needs)) return;
     const std::string serial = session.device().description().serial;
     for (std::string* text : invocation.texts) *text = withSerial(*text, serial);
     const std::string& logFile = invocation.options.logFile;
-    if (hasSerialMark(logFile)) log().open(withSerial(logFile, serial));
+    if (hasSerialMark(logFile)) session.log.open(withSerial(logFile, serial));
 }
 
 /// Ends the run in the one way that the failure says.
 template <typename Body>
-Exit guarded(Report& report, const Body& body) {
+Exit guarded(Session& session, const Body& body) {
+    Report& report = session.report;
     try {
         return body();
     } catch (const Failure& failure) {
-        progress().abandon();
+        session.progress.abandon();
         report.failure(failure);
         return failure.exit;
     } catch (const Interrupted&) {
-        progress().abandon();
+        session.progress.abandon();
         report.interrupted();
         return Exit::Interrupted;
     } catch (const tavo::Error& error) {
-        progress().abandon();
+        session.progress.abandon();
         report.failure(error);
         return exitOf(error);
     } catch (const std::exception& error) {
-        progress().abandon();
+        session.progress.abandon();
         report.failure({Exit::Internal, std::string("internal error: ") + error.what(), "please report this", {}});
         return Exit::Internal;
     }
@@ -81,7 +82,7 @@ Exit runCommand(Session& session, const Invocation& invocation, char** argv) {
     session.prepare();
     replaceSerial(session, invocation);
     invocation.run(session);
-    progress().end();
+    session.progress.end();
     return session.exit;
 }
 
@@ -90,15 +91,15 @@ int run(int argc, char** argv) {
     if (invocation.command == nullptr) return invocation.exitCode;
     Session session(invocation.options, *invocation.command);
     std::optional<int> ofSeveral;
-    const Exit exit = guarded(session.report, [&] {
-        setUpOutput(invocation.options);
+    const Exit exit = guarded(session, [&] {
+        setUpOutput(session);
         allowUsbIds(invocation.options.usbIds);
         noteSignals();
         if (!wantsSeveral(invocation)) return runCommand(session, invocation, argv);
         ofSeveral = runSeveral(invocation, argc, argv);
         return Exit::Done;
     });
-    if (const std::string fault = log().fault(); !fault.empty()) {
+    if (const std::string fault = session.log.fault(); !fault.empty()) {
         session.report.warning(fault, "free some space, or choose another file for --log");
     }
     return ofSeveral ? *ofSeveral : session.report.finish(exit);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <system_error>
+#include <utility>
 
 #include "cli/console.h"
 #include "cli/interrupt.h"
@@ -14,7 +14,6 @@ namespace {
 
 using tavo::secondsText;
 
-constexpr auto kTick = std::chrono::milliseconds(200);
 constexpr int kPlainStep = 10;  // percent between two lines in a pipe
 constexpr int kBarWidth = 20;
 constexpr int kShortestBar = 4;
@@ -36,25 +35,27 @@ std::string bar(int percent, int columns) {
 
 }  // namespace
 
+Progress::Progress(Log& log) : display_(display()), log_(log) {
+    display_.add(*this);
+}
+
 Progress::~Progress() {
-    {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
-    }
-    wake_.notify_all();
-    if (ticker_.joinable()) ticker_.join();
+    display_.remove(*this);
 }
 
-void Progress::configure(const std::string& mode, bool quiet) {
-    if (mode == "bar") mode_ = Mode::Bar;
-    if (mode == "plain") mode_ = Mode::Plain;
-    if (mode == "json") mode_ = Mode::Events;
-    if (mode == "none") mode_ = Mode::None;
-    if (mode == "auto") mode_ = quiet ? Mode::None : console().isTerminal() ? Mode::Bar : Mode::Plain;
+void Progress::setDevice(const std::string& name) {
+    const std::lock_guard lock(display_.mutex_);
+    device_ = name;
+    ended_ = "waits";
 }
 
-void Progress::event(const nlohmann::ordered_json& fields) {
-    console().exactLine(fields.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+void Progress::event(Json fields) const {
+    if (!device_.empty()) fields["device"] = device_;
+    Display::event(fields);
+}
+
+void Progress::line(const std::string& text) const {
+    console().line((device_.empty() ? "" : device_ + ": ") + text);
 }
 
 double Progress::elapsed() const {
@@ -63,7 +64,7 @@ double Progress::elapsed() const {
 
 void Progress::begin(const std::string& phase, const std::string& usual, Measure measure) {
     end();
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(display_.mutex_);
     phase_ = phase;
     usual_ = usual;
     stopNote_.clear();
@@ -71,60 +72,41 @@ void Progress::begin(const std::string& phase, const std::string& usual, Measure
     done_ = 0;
     percent_ = toldPercent_ = 0;
     start_ = Clock::now();
-    log().write(Detail::Step, "phase: " + phase + (usual.empty() ? "" : " (" + usual + ")"));
-    if (mode_ == Mode::Events)
+    log_.write(Detail::Step, "phase: " + phase + (usual.empty() ? "" : " (" + usual + ")"));
+    if (display_.emitsEvents())
         event({{"event", "phase"}, {"phase", phase}, {"usual", usual}, {"bytes", measure_.total}});
-    if (mode_ == Mode::Plain) console().line(phase + ": begins" + (usual.empty() ? "" : ", " + usual));
-    startTicker();
-    draw();
-}
-
-/// The row moves between the library's reports, and a Ctrl-C is told at once. Where no thread is to be
-/// had, the work goes on without.
-void Progress::startTicker() {
-    if (ticker_.joinable()) return;
-    try {
-        ticker_ = std::thread([this] { tick(); });
-    } catch (const std::system_error& error) {
-        log().write(Detail::Step, std::string("no thread for the progress row: ") + error.what());
-    }
+    if (display_.mode() == Display::Mode::Plain) line(phase + ": begins" + (usual.empty() ? "" : ", " + usual));
+    const std::string why = display_.startTicker();
+    if (!why.empty()) log_.write(Detail::Step, "no thread for the progress row: " + why);
+    display_.draw();
 }
 
 void Progress::setStopNote(const std::string& note) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(display_.mutex_);
     stopNote_ = note;
 }
 
-void Progress::tick() {
-    std::unique_lock lock(mutex_);
-    while (!stopping_) {
-        wake_.wait_for(lock, kTick);
-        if (phase_.empty()) continue;
-        if (isInterruptNoted() && !stopNoteTold_ && !stopNote_.empty()) {
-            stopNoteTold_ = true;
-            if (mode_ == Mode::Events)
-                event({{"event", "stopping"}, {"text", stopNote_}});
-            else
-                console().line("tavo-util: " + stopNote_);
-        }
-        draw();
-    }
+void Progress::tellStopNote() {
+    if (phase_.empty() || stopNoteTold_ || stopNote_.empty() || !isInterruptNoted()) return;
+    stopNoteTold_ = true;
+    if (display_.emitsEvents()) return event({{"event", "stopping"}, {"text", stopNote_}});
+    line(device_.empty() ? "tavo-util: " + stopNote_ : stopNote_);
 }
 
 void Progress::share(int percent) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(display_.mutex_);
     show(percent, measure_.doneAt(std::clamp(percent, 0, 100)));
 }
 
 void Progress::advance(std::uint64_t doneBytes) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(display_.mutex_);
     if (measure_.total > 0) show(static_cast<int>(doneBytes * 100 / measure_.total), doneBytes);
 }
 
 void Progress::show(int percent, std::uint64_t doneBytes) {
     percent_ = std::clamp(percent, percent_, 100);
     done_ = std::max(done_, doneBytes);
-    if (mode_ == Mode::Events && percent_ != toldPercent_) {
+    if (display_.emitsEvents() && percent_ != toldPercent_) {
         toldPercent_ = percent_;
         event({{"event", "progress"},
                {"phase", phase_},
@@ -132,9 +114,9 @@ void Progress::show(int percent, std::uint64_t doneBytes) {
                {"bytes", done_},
                {"total", measure_.total}});
     }
-    if (mode_ == Mode::Plain && percent_ / kPlainStep != toldPercent_ / kPlainStep) {
+    if (display_.mode() == Display::Mode::Plain && percent_ / kPlainStep != toldPercent_ / kPlainStep) {
         toldPercent_ = percent_;
-        console().line(phase_ + ": " + std::to_string(percent_) + " %  " + figures());
+        line(phase_ + ": " + std::to_string(percent_) + " %  " + figures());
     }
 }
 
@@ -152,6 +134,11 @@ std::string Progress::figures() const {
 }
 
 std::string Progress::row() const {
+    if (device_.empty()) return phase_.empty() ? "" : phaseRow();
+    return device_ + "  " + (phase_.empty() ? ended_ : phaseRow());
+}
+
+std::string Progress::phaseRow() const {
     if (measure_.seconds > 0)
         return padded(phase_) + " " + secondsText(std::max(measure_.seconds - elapsed(), 0.0)) + " left";
     if (measure_.total == 0) {
@@ -163,28 +150,26 @@ std::string Progress::row() const {
     return padded(phase_) + bar(percent_, console().width()) + share + "  " + figures();
 }
 
-void Progress::draw() {
-    if (mode_ == Mode::Bar && !phase_.empty()) console().live({row()});
-}
-
 void Progress::finish(const char* outcome, const std::string& remark) {
-    const std::lock_guard lock(mutex_);
+    const std::lock_guard lock(display_.mutex_);
     if (phase_.empty()) return;
     const std::string tail = remark.empty() ? "" : "  " + remark;
-    log().write(Detail::Step, "phase " + phase_ + " " + outcome + " after " + secondsText(elapsed()) + tail);
-    if (mode_ == Mode::Events) {
+    log_.write(Detail::Step, "phase " + phase_ + " " + outcome + " after " + secondsText(elapsed()) + tail);
+    if (display_.emitsEvents()) {
         event({{"event", "phase-end"},
                {"phase", phase_},
                {"outcome", outcome},
                {"seconds", elapsed()},
                {"remark", remark}});
     }
-    if (mode_ == Mode::Plain) console().line(phase_ + ": " + outcome + ", " + secondsText(elapsed()) + tail);
-    if (mode_ == Mode::Bar) {
+    if (display_.mode() == Display::Mode::Plain) line(phase_ + ": " + outcome + ", " + secondsText(elapsed()) + tail);
+    ended_ = padded(phase_) + " " + outcome + "  " + secondsText(elapsed()) + tail;
+    if (display_.mode() == Display::Mode::Bar && device_.empty()) {
         console().clearLive();
-        console().line(padded(phase_) + " " + outcome + "  " + secondsText(elapsed()) + tail);
+        console().line(ended_);
     }
     phase_.clear();
+    display_.draw();
 }
 
 void Progress::end(const std::string& remark) {
@@ -193,16 +178,6 @@ void Progress::end(const std::string& remark) {
 
 void Progress::abandon() {
     finish("stopped", "");
-}
-
-Progress& progress() {
-    static Progress instance;
-    return instance;
-}
-
-void onLibraryProgress(char percent) {
-    throwIfInterrupted();
-    progress().share(percent);
 }
 
 }  // namespace cli

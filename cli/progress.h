@@ -1,18 +1,18 @@
-// Shows how far an operation is: a bar on a terminal, lines in a pipe, events for a program.
+// How far the work on one device is.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
-#include <nlohmann/json.hpp>
 #include <string>
-#include <thread>
+
+#include "cli/display.h"
 
 namespace cli {
 
-/// What a phase counts. Shares come from what the library reports; nothing is estimated.
+class Log;
+
+/// What a phase counts. Shares come from what the operation reports; nothing is estimated.
 struct Measure {
     std::uint64_t total = 0;                                ///< bytes; 0: the phase has no measure
     std::function<std::uint64_t(int percent)> doneAt = {};  ///< bytes done when only a share is reported
@@ -21,11 +21,15 @@ struct Measure {
 
 class Progress {
 public:
+    explicit Progress(Log& log);
     ~Progress();
-    /// auto, bar, plain, json, none. name goes in front when several devices share a terminal.
-    void configure(const std::string& mode, bool quiet);
-    bool emitsEvents() const { return mode_ == Mode::Events; }
-    void event(const nlohmann::ordered_json& fields);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    /// Where several devices are worked on: put in front of each row, and into each event.
+    void setDevice(const std::string& name);
+    /// Adds what tells the devices apart, and shows it as an event of --progress json.
+    void event(Json fields) const;
 
     /// Ends the phase before, if any, and begins one. usual: how long it takes, for phases without measure.
     void begin(const std::string& phase, const std::string& usual = "", Measure measure = {});
@@ -39,26 +43,25 @@ public:
     void setStopNote(const std::string& note);
 
 private:
-    enum class Mode { None, Bar, Plain, Events };
+    friend class Display;  // asks for the row and the note, holding its lock
     using Clock = std::chrono::steady_clock;
 
-    void startTicker();
-    void tick();
-    void draw();
-    void finish(const char* outcome, const std::string& remark);
+    void tellStopNote();
     std::string row() const;
+    void line(const std::string& text) const;
+    void finish(const char* outcome, const std::string& remark);
+    std::string phaseRow() const;
     std::string figures() const;
     double elapsed() const;
     void show(int percent, std::uint64_t doneBytes);
 
-    Mode mode_ = Mode::None;
-    mutable std::mutex mutex_;
-    std::condition_variable wake_;
-    std::thread ticker_;
-    bool stopping_ = false;
+    Display& display_;
+    Log& log_;
+    std::string device_;
 
     std::string phase_;
     std::string usual_;
+    std::string ended_;  ///< the last phase and how it ended, for the row of one of several devices
     std::string stopNote_;
     bool stopNoteTold_ = false;
     Measure measure_;
@@ -67,11 +70,5 @@ private:
     int toldPercent_ = 0;
     Clock::time_point start_;
 };
-
-Progress& progress();
-
-/// The callback to hand to a library operation: shows the share, and leaves the operation when a
-/// Ctrl-C was noted.
-void onLibraryProgress(char percent);
 
 }  // namespace cli

@@ -10,11 +10,6 @@
 namespace cli {
 namespace {
 
-/// Bytes from a file or a device may not be UTF-8; the object must be.
-std::string dumped(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 Json statusJson(const std::optional<TAVO_STATUS>& status) {
     if (!status) return nullptr;
     return {{"code", static_cast<std::uint32_t>(*status)},
@@ -30,7 +25,7 @@ void Report::configure(bool json, bool quiet) {
 }
 
 void Report::line(const std::string& text) {
-    log().write(Detail::FileOnly, "result: " + text);
+    log_.write(Detail::FileOnly, "result: " + text);
     if (keepLines_) lines_.push_back(text);
     if (json_) return;
     console().clearLive();
@@ -51,8 +46,8 @@ void Report::tell(const char* severity, const std::string& text, const std::stri
 
 void Report::warning(const std::string& text, const std::string& hint) {
     tell("warning", text, hint);
-    if (progress().emitsEvents()) {
-        progress().event({{"event", "warning"}, {"text", text}, {"hint", hint}});
+    if (display().emitsEvents()) {
+        progress_.event({{"event", "warning"}, {"text", text}, {"hint", hint}});
         return;
     }
     console().line(Style::Warning, "warning:", text);
@@ -74,7 +69,7 @@ void Report::fail(const std::string& text, const std::string& hint, const std::o
     std::string whole = text;
     for (const auto& line : lines) whole += "\n    " + line;
     tell("error", whole, hint);
-    printError(coded, knownState(), hint, lines);
+    print(coded, hint, lines);
 }
 
 void Report::failure(const Failure& failure) {
@@ -115,22 +110,25 @@ Json Report::object(Exit exit) const {
 }
 
 int Report::finish(Exit exit) {
-    if (json_) std::cout << dumped(object(exit)) << std::endl;
+    if (json_) std::cout << object(exit).dump() << std::endl;
     if (!std::cout && exit == Exit::Done) {
-        printError("cannot write to standard output", knownState(), "is the disk full or the pipe closed?");
+        print("cannot write to standard output", "is the disk full or the pipe closed?", {});
         return static_cast<int>(Exit::FileSystem);
     }
     return static_cast<int>(exit);
 }
 
+void Report::print(const std::string& text, const std::string& hint, const std::vector<std::string>& lines) {
+    log_.write(Detail::FileOnly, "error: " + text + "; state: " + knownState() + "; hint: " + hint);
+    for (const auto& line : lines) log_.write(Detail::FileOnly, "error:     " + line);
+    if (display().emitsEvents()) {
+        return progress_.event({{"event", "error"}, {"text", text}, {"state", knownState()}, {"hint", hint}});
+    }
+    printError(text, knownState(), hint, lines);
+}
+
 void printError(const std::string& text, const std::string& state, const std::string& hint,
                 const std::vector<std::string>& lines) {
-    log().write(Detail::FileOnly, "error: " + text + "; state: " + state + "; hint: " + hint);
-    for (const auto& line : lines) log().write(Detail::FileOnly, "error:     " + line);
-    if (progress().emitsEvents()) {
-        progress().event({{"event", "error"}, {"text", text}, {"state", state}, {"hint", hint}});
-        return;
-    }
     console().line(Style::Error, "error:", text);
     for (const auto& line : lines) console().line("    " + line);
     if (!state.empty()) console().line("  state: " + state);

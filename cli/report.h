@@ -1,19 +1,28 @@
 // What a command has to say: lines for a person, or one JSON object for a program.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "cli/json.h"
 #include "cli/outcome.h"
 #include "tavo/service/text.h"
 
 namespace cli {
 
-using Json = nlohmann::ordered_json;
+/// The three-line error form on standard error.
+/// @param lines  more about text, one below the other
+void printError(const std::string& text, const std::string& state, const std::string& hint,
+                const std::vector<std::string>& lines = {});
+
+class Log;
+class Progress;
 
 class Report {
 public:
+    /// Both are borrowed: what is told goes to the log too, and between the rows of the progress.
+    Report(Log& log, Progress& progress) : log_(log), progress_(progress) {}
+
     /// @param json   print one object at the end instead of lines
     /// @param quiet  leave courtesy lines out
     void configure(bool json, bool quiet);
@@ -46,8 +55,11 @@ private:
     std::string knownState() const;
     void fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
               const std::vector<std::string>& lines);
+    void print(const std::string& text, const std::string& hint, const std::vector<std::string>& lines);
     void tell(const char* severity, const std::string& text, const std::string& hint);
 
+    Log& log_;
+    Progress& progress_;
     bool json_ = false;
     bool quiet_ = false;
     bool keepLines_ = false;
@@ -55,11 +67,6 @@ private:
     std::optional<TAVO_STATUS> status_ = TAVO_SUCCESS;
     Json messages_ = Json::array();
 };
-
-/// The three-line error form on standard error.
-/// @param lines  more about text, one below the other
-void printError(const std::string& text, const std::string& state, const std::string& hint,
-                const std::vector<std::string>& lines = {});
 
 using tavo::countText;
 using tavo::hexAddress;

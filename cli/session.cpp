@@ -30,26 +30,30 @@ Session::Session(const GlobalOptions& globalOptions, const Command& chosenComman
     report.configure(options.json || options.asChild, options.quiet);
     report.command = command.name;
     if (options.asChild) report.keepLines();
+    log.setVerbosity(options.verbosity);
+    if (options.verbosity >= static_cast<int>(Detail::Transfer) || !options.logFile.empty()) {
+        trace_.emplace([this](const std::string& transfer) { log.write(Detail::Transfer, transfer); });
+    }
     control_ = {[this](const tavo::Event& event) { take(event); }, &interruptToken()};
 }
 
 void Session::take(const tavo::Event& event) {
     switch (event.kind) {
         case tavo::Event::Kind::PhaseBegins:
-            return progress().begin(tavo::phaseName(event.phase), event.text, {event.total, {}, event.seconds});
+            return progress.begin(tavo::phaseName(event.phase), event.text, {event.total, {}, event.seconds});
         case tavo::Event::Kind::Progress:
-            return progress().advance(event.done);
+            return progress.advance(event.done);
         case tavo::Event::Kind::PhaseEnds:
-            return progress().end(event.text);
+            return progress.end(event.text);
         case tavo::Event::Kind::StopNote:
-            return progress().setStopNote(event.text);
+            return progress.setStopNote(event.text);
         case tavo::Event::Kind::Retry:
-            return log().write(Detail::Step, "page " + tavo::hexAddress(event.address) + ": attempt " +
-                                                 std::to_string(event.done + 1));
+            return log.write(Detail::Step,
+                             "page " + tavo::hexAddress(event.address) + ": attempt " + std::to_string(event.done + 1));
         case tavo::Event::Kind::Warning:
             return report.warning(event.text, event.hint);
         case tavo::Event::Kind::Step:
-            return log().write(Detail::Step, event.text);
+            return log.write(Detail::Step, event.text);
     }
 }
 
@@ -64,7 +68,7 @@ void Session::chooseDevice() {
     const auto found = tavo::chooseDevice(options.devices, options.waitSeconds, control_);
     const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
     report.device = {{"serial", orNull(found.serial)}, {"path", orNull(found.path)}};
-    log().write(Detail::Step, "device " + found.name());
+    log.write(Detail::Step, "device " + found.name());
     if (found.access != TAVO_SUCCESS && command.needs == Needs::Device) {
         throw tavo::statusError(found.access, Side::Bridge, "open " + found.name());
     }
@@ -73,17 +77,17 @@ void Session::chooseDevice() {
 
 TAVO_STATUS Session::tryCall(const std::string& doing, const std::function<TAVO_STATUS()>& operation) {
     throwIfInterrupted();
-    log().write(Detail::Step, "call: " + doing);
+    log.write(Detail::Step, "call: " + doing);
     if (report.state.flash == FlashState::Untouched) report.state.flash = FlashState::Unchanged;
     Capture capture;
     const auto keep = [&] {
         libraryErrors_ = firstLine(capture.errors());
-        if (!libraryErrors_.empty()) log().write(Detail::Step, "library: " + libraryErrors_);
-        if (const auto out = capture.output(); !out.empty()) log().write(Detail::Step, "library: " + firstLine(out));
+        if (!libraryErrors_.empty()) log.write(Detail::Step, "library: " + libraryErrors_);
+        if (const auto out = capture.output(); !out.empty()) log.write(Detail::Step, "library: " + firstLine(out));
     };
     const TAVO_STATUS status = operation();
     keep();
-    log().write(Detail::Step, std::string("result: ") + statusName(status));
+    log.write(Detail::Step, std::string("result: ") + statusName(status));
     return status;
 }
 

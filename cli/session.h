@@ -18,6 +18,7 @@
 #include "tavo/service/device.h"
 #include "tavo/service/operation.h"
 #include "tavo/service/text.h"
+#include "tavo/service/trace.h"
 
 namespace cli {
 
@@ -29,7 +30,9 @@ public:
 
     const GlobalOptions& options;
     const Command& command;
-    Report report;
+    Log log;
+    Progress progress{log};
+    Report report{log, progress};
     Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
     /// The chosen device, locked until the command ends (Needs::Device).
@@ -64,6 +67,7 @@ private:
     void chooseDevice();
     void take(const tavo::Event& event);
 
+    std::optional<tavo::TransferTrace> trace_;
     tavo::Control control_;
     std::optional<tavo::Device> device_;
     std::vector<tavo::DeviceDescription> attached_;

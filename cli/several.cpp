@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "cli/childProcess.h"
@@ -12,6 +13,8 @@
 
 namespace cli {
 namespace {
+
+using ChildJson = nlohmann::ordered_json;
 
 constexpr const char* kMark = "{serial}";
 
@@ -28,7 +31,7 @@ struct Row {
     std::unique_ptr<ChildProcess> child;
     std::string shown;
     std::string output;
-    Json object;
+    ChildJson object;
     int exit = 0;
 };
 
@@ -45,7 +48,7 @@ int worse(int a, int b) {
     return rank(a) >= rank(b) ? a : b;
 }
 
-std::string textOf(const Json& json) {
+std::string textOf(const ChildJson& json) {
     return json.is_string() ? json.get<std::string>() : "";
 }
 
@@ -58,12 +61,12 @@ Device askSimulated(const std::string& spec) {
     ChildProcess child({"tavo-util", "-d", spec, "--json", "list"});
     std::string said;
     readAll({&child}, [&](std::size_t, bool isError, const std::string& line) { said += isError ? "" : line; });
-    const Json told = Json::parse(said, nullptr, false);
+    const ChildJson told = ChildJson::parse(said, nullptr, false);
     if (told.is_discarded() || child.wait() != 0 || told["result"]["devices"].empty()) {
         const std::string why = told.is_discarded() ? "no answer" : textOf(told["messages"][0]["text"]);
         throw Failure{Exit::NoDevice, spec + ": " + why, "tavo-util -d " + spec + " list tells more", {}};
     }
-    const Json& device = told["result"]["devices"][0];
+    const ChildJson& device = told["result"]["devices"][0];
     return {spec, textOf(device["serial"]), textOf(device["path"]), ""};
 }
 
@@ -124,7 +127,7 @@ std::vector<std::string> childArguments(const Device& device, int argc, char** a
     return arguments;
 }
 
-std::string eventText(const Json& event) {
+std::string eventText(const ChildJson& event) {
     const std::string phase = event.value("phase", "");
     if (event["event"] == "phase") return phase + ": begins";
     if (event["event"] == "phase-end") return phase + ": " + event.value("outcome", "");
@@ -138,31 +141,31 @@ std::string eventText(const Json& event) {
 }
 
 /// What the children say on standard error while they work.
-class Display {
+class ChildDisplay {
 public:
-    Display(std::vector<Row>& rows, const GlobalOptions& options) : rows_(rows), options_(options) {}
+    ChildDisplay(std::vector<Row>& rows, const GlobalOptions& options) : rows_(rows), options_(options) {}
 
     void take(std::size_t index, const std::string& line);
 
 private:
-    void show(Row& row, const Json& event, const std::string& text);
+    void show(Row& row, const ChildJson& event, const std::string& text);
 
     std::vector<Row>& rows_;
     const GlobalOptions& options_;
 };
 
-void Display::take(std::size_t index, const std::string& line) {
+void ChildDisplay::take(std::size_t index, const std::string& line) {
     Row& row = rows_[index];
-    Json event = Json::parse(line, nullptr, false);
+    ChildJson event = ChildJson::parse(line, nullptr, false);
     if (!event.is_object() || !event.contains("event")) return console().line(row.device.name + ": " + line);
-    if (progress().emitsEvents()) {
+    if (display().emitsEvents()) {
         event["device"] = row.device.spec;
-        return progress().event(event);
+        return console().exactLine(event.dump());
     }
     if (const std::string text = eventText(event); !text.empty()) show(row, event, text);
 }
 
-void Display::show(Row& row, const Json& event, const std::string& text) {
+void ChildDisplay::show(Row& row, const ChildJson& event, const std::string& text) {
     row.shown = text;
     if (options_.progress == "none" || (options_.progress == "auto" && options_.quiet)) return;
     if (console().isTerminal() && options_.progress != "plain") {
@@ -176,7 +179,7 @@ void Display::show(Row& row, const Json& event, const std::string& text) {
 
 void takeResult(Row& row) {
     row.exit = row.child->wait();
-    row.object = Json::parse(row.output, nullptr, false);
+    row.object = ChildJson::parse(row.output, nullptr, false);
     if (row.exit >= 0 && row.object.is_object()) return;
     // A child that died: nothing is known of its device but what it said last.
     row.exit = static_cast<int>(Exit::Internal);
@@ -188,17 +191,17 @@ void takeResult(Row& row) {
                   {"exit_status", row.exit}};
 }
 
-std::string statusText(const Json& object) {
-    const Json status = object.value("status", Json());
+std::string statusText(const ChildJson& object) {
+    const ChildJson status = object.value("status", ChildJson());
     if (!status.is_object() || status.value("code", 0U) == 0) return "";
     return " [" + textOf(status["name"]) + " " + std::to_string(status.value("code", 0U)) + "]";
 }
 
 void tell(const Row& row, bool json) {
-    for (const auto& line : row.object.value("lines", Json::array())) {
+    for (const auto& line : row.object.value("lines", ChildJson::array())) {
         if (!json) std::cout << printable(row.device.name + ": " + line.get<std::string>()) << std::endl;
     }
-    for (const auto& message : row.object.value("messages", Json::array())) {
+    for (const auto& message : row.object.value("messages", ChildJson::array())) {
         const std::string text = row.device.name + ": " + textOf(message["text"]) + statusText(row.object);
         if (message["severity"] == "error") {
             const std::string state = row.object.value("state_text", "device state unknown");
@@ -212,7 +215,7 @@ void tell(const Row& row, bool json) {
 int finish(std::vector<Row>& rows, const Invocation& invocation) {
     int exit = 0;
     console().clearLive();
-    Json objects = Json::array();
+    ChildJson objects = ChildJson::array();
     for (auto& row : rows) {
         exit = worse(exit, row.exit);
         tell(row, invocation.options.json);
@@ -221,10 +224,10 @@ int finish(std::vector<Row>& rows, const Invocation& invocation) {
         objects.push_back(row.object);
     }
     if (invocation.options.json) {
-        const Json whole = {{"json_format_version", {1, 0}},
-                            {"command", invocation.command->name},
-                            {"devices", objects},
-                            {"exit_status", exit}};
+        const ChildJson whole = {{"json_format_version", {1, 0}},
+                                 {"command", invocation.command->name},
+                                 {"devices", objects},
+                                 {"exit_status", exit}};
         std::cout << whole.dump() << std::endl;
     }
     return exit;
@@ -252,9 +255,9 @@ int runSeveral(const Invocation& invocation, int argc, char** argv) {
     }
     std::vector<ChildProcess*> children;
     for (const auto& row : rows) children.push_back(row.child.get());
-    Display display(rows, invocation.options);
+    ChildDisplay childDisplay(rows, invocation.options);
     readAll(children, [&](std::size_t index, bool isError, const std::string& line) {
-        isError ? display.take(index, line) : static_cast<void>(rows[index].output += line);
+        isError ? childDisplay.take(index, line) : static_cast<void>(rows[index].output += line);
     });
     for (auto& row : rows) takeResult(row);
     return finish(rows, invocation);

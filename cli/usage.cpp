@@ -10,6 +10,8 @@
 #include <utility>
 
 #include "cli/console.h"
+#include "cli/log.h"
+#include "cli/progress.h"
 #include "cli/report.h"
 
 namespace cli {
@@ -319,7 +321,9 @@ std::pair<std::string, std::string> explained(const CLI::ParseError& error, cons
 
 int usageError(const CLI::ParseError& error, const CLI::App& app, int argc, char** argv) {
     const bool json = std::any_of(argv, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
-    Report report;
+    Log log;
+    Progress progress(log);
+    Report report(log, progress);
     report.configure(json, false);
     report.stateText = "nothing done";
     const auto [text, hint] = explained(error, app);

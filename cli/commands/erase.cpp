@@ -15,8 +15,8 @@ void erase(Session& session) {
     }
     const FlashChip chip = inspectFlash(session);
     const Stopwatch watch;
-    progress().begin("erase", usualEraseTime(chip.size));
-    progress().setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
+    session.progress.begin("erase", usualEraseTime(chip.size));
+    session.progress.setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const TAVO_STATUS status = session.tryCall("erase the flash", [&] {
         report.state.flash = FlashState::Uncertain;
         return eraseSpiFlash(session.info());
@@ -28,7 +28,7 @@ void erase(Session& session) {
         throw failure;
     }
     report.state.flash = FlashState::Erased;
-    progress().end();
+    session.progress.end();
     throwIfInterrupted();
     report.result["seconds"] = watch.seconds();
     report.note("erased " + sizeText(chip.size) + " in " + secondsText(watch.seconds()));

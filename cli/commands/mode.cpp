@@ -22,34 +22,39 @@ constexpr double kServiceSeconds = 11.5;
 constexpr long kBootMs = 1500;  // of the Neuron once its reset line is up
 
 /// Null when the Neuron does not answer.
-Json stateJson(Session& session) {
+using State = std::optional<std::uint8_t>;  // none: the Neuron did not answer
+
+State readNodeState(Session& session) {
     NeuronState state{};
     const TAVO_STATUS result =
         session.tryCall("read the status of the Neuron", [&] { return readState(session.info(), state); });
-    if (result != TAVO_SUCCESS) return nullptr;
-    return namedJson(nodeStateName(state.nodeState), state.nodeState);
+    return result == TAVO_SUCCESS ? State(state.nodeState) : State();
 }
 
-std::string stateText(const Json& state) {
-    return state.is_null() ? "no answer" : named(state["name"].get<std::string>().c_str(), state["raw"]);
+Json json(const State& state) {
+    return state ? namedJson(nodeStateName(*state), *state) : Json(nullptr);
+}
+
+std::string stateText(const State& state) {
+    return state ? named(nodeStateName(*state), *state) : "no answer";
 }
 
 void holdServiceLine(Session& session) {
-    progress().begin("service mode", "holds reset and service line for 11.5 s", {.seconds = kServiceSeconds});
-    progress().setStopNote("Ctrl-C noted: both lines are released when the 11.5 s are over");
+    session.progress.begin("service mode", "holds reset and service line for 11.5 s", {.seconds = kServiceSeconds});
+    session.progress.setStopNote("Ctrl-C noted: both lines are released when the 11.5 s are over");
     session.call(Side::Bridge, "hold the reset and the service line",
                  [&] { return writeMode(session.info(), MODE_SERVICE); });
-    progress().end();
+    session.progress.end();
     throwIfInterrupted();
-    progress().begin("boot", "the Neuron takes up to 1.5 s");
+    session.progress.begin("boot", "the Neuron takes up to 1.5 s");
     Poco::Thread::sleep(kBootMs);
-    progress().end();
+    session.progress.end();
 }
 
-void requireState(Session& session, const Mode& mode, const Json& after) {
-    if (after.is_null()) {
+void requireState(Session& session, const Mode& mode, const State& after) {
+    if (!after) {
         session.report.warning("the Neuron does not answer", "tavo-util doctor looks for the cause");
-    } else if (after["raw"] != mode.nodeState) {
+    } else if (*after != mode.nodeState) {
         throw Failure{Exit::FailedUnchanged,
                       std::string("the Neuron took the mode ") + mode.word + " and is " + stateText(after),
                       "tavo-util status tells more; a Neuron without an application cannot be configured",
@@ -59,7 +64,8 @@ void requireState(Session& session, const Mode& mode, const Json& after) {
 
 void changeMode(Session& session, const Mode& mode) {
     Report& report = session.report;
-    const Json before = report.result["before"] = stateJson(session);
+    const State before = readNodeState(session);
+    report.result["before"] = json(before);
     if (session.options.dryRun) {
         report.result["planned"] = mode.word;
         report.note("would change " + stateText(before) + " to " + mode.word + "; nothing was done (--dry-run)");
@@ -72,7 +78,8 @@ void changeMode(Session& session, const Mode& mode) {
         session.call(Side::Neuron, std::string("set the mode ") + mode.word,
                      [&] { return writeMode(session.info(), mode.mode); });
     }
-    const Json after = report.result["after"] = stateJson(session);
+    const State after = readNodeState(session);
+    report.result["after"] = json(after);
     requireState(session, mode, after);
     report.line(stateText(before) + " -> " + stateText(after));
 }

@@ -33,7 +33,7 @@ constexpr double kFixedSeconds = 1.7;
 /// Checks the file and leaves in copy the text that was checked: that, and nothing that somebody
 /// writes into the file afterwards, is what gets programmed.
 HexFile checkFile(Session& session, const Options& options, const PrivateFile& copy) {
-    progress().begin("check");
+    session.progress.begin("check");
     if (options.convert) {
         const auto changes = convertHex(options.file, copy.descriptor(), "the temporary file");
         session.report.result["changed"] = changes;
@@ -41,7 +41,7 @@ HexFile checkFile(Session& session, const Options& options, const PrivateFile& c
     }
     HexFile file = options.convert ? readHexFile(copy.path(), {}, nullptr) : readHexFile(options.file, {}, &copy);
     if (!file.isGood()) throw refusal(options.file, file);
-    progress().end(countText(file.touchedPages(), "page"));
+    session.progress.end(countText(file.touchedPages(), "page"));
     return file;
 }
 
@@ -84,21 +84,21 @@ Failure programFailure(Session& session, TAVO_STATUS status) {
 /// What the program phase counts, until it begins: with the library's first report, which comes
 /// after the first page and so ends the erase.
 std::optional<Measure> pendingMeasure;
+Progress* shown = nullptr;  ///< of the running command: the library's callback has no context
 
 void onProgramProgress(char percent) {
     throwIfInterrupted();
-    if (pendingMeasure) {
-        progress().begin("program", "", *std::exchange(pendingMeasure, std::nullopt));
-    }
-    progress().share(percent);
+    if (pendingMeasure) shown->begin("program", "", *std::exchange(pendingMeasure, std::nullopt));
+    shown->share(percent);
 }
 
 void programImage(Session& session, const HexFile& file, const PrivateFile& copy, const FlashChip& chip) {
     Report& report = session.report;
     pendingMeasure = {file.image.byteCount(),
                       [&](int percent) { return file.bytesAtPercent[static_cast<std::size_t>(percent)]; }};
-    progress().begin("erase", usualEraseTime(chip.size));
-    progress().setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
+    shown = &session.progress;
+    session.progress.begin("erase", usualEraseTime(chip.size));
+    session.progress.setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const auto status = session.tryCall("program the flash", [&] {
         report.state.flash = FlashState::Uncertain;
         try {
@@ -110,9 +110,9 @@ void programImage(Session& session, const HexFile& file, const PrivateFile& copy
     });
     if (status != TAVO_SUCCESS) throw programFailure(session, status);
     report.state.flash = FlashState::Programmed;
-    progress().end();
-    progress().begin("verify");
-    progress().end("every page was read back and compared right after it was programmed");
+    session.progress.end();
+    session.progress.begin("verify");
+    session.progress.end("every page was read back and compared right after it was programmed");
 }
 
 /// @return true when the chip holds just what programming would leave in it.

@@ -8,13 +8,13 @@ namespace cli {
 namespace {
 
 void softly(Session& session) {
-    progress().begin("soft reset", "waits for the network interface's notice, at most 66 s");
-    progress().setStopNote("Ctrl-C noted: waiting for the notice, at most 66 s");
+    session.progress.begin("soft reset", "waits for the network interface's notice, at most 66 s");
+    session.progress.setStopNote("Ctrl-C noted: waiting for the notice, at most 66 s");
     session.call(Side::Neuron, "reset the Neuron by message", [&] { return softReset(session.info()); });
 }
 
 void byPin(Session& session) {
-    progress().begin("reset", "1.5 s, until the Neuron has booted");
+    session.progress.begin("reset", "1.5 s, until the Neuron has booted");
     session.call(Side::Bridge, "reset the Neuron", [&] { return hardReset(session.info()); });
 }
 
@@ -27,7 +27,7 @@ void reset(Session& session, bool soft) {
     const Stopwatch watch;
     report.stateText = "the Neuron may have been reset";
     soft ? softly(session) : byPin(session);
-    progress().end();
+    session.progress.end();
     throwIfInterrupted();
     report.result["seconds"] = watch.seconds();
     report.note("reset in " + secondsText(watch.seconds()));

@@ -55,11 +55,11 @@ void tell(Session& session, const Comparison& comparison) {
 }
 
 void verify(Session& session, const Options& options) {
-    progress().begin("check");
+    session.progress.begin("check");
     const PrivateFile copy;
     const HexFile file = readHexFile(options.file, {}, &copy);
     if (!file.isGood()) throw refusal(options.file, file);
-    progress().end(countText(file.touchedPages(), "page"));
+    session.progress.end(countText(file.touchedPages(), "page"));
     if (session.options.dryRun) return session.report.note("would read the flash and compare");
     const FlashChip chip = inspectFlash(session);
     requireAddressable(chip);

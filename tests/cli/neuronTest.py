@@ -157,6 +157,24 @@ class Domains(NeuronToolTest):
                 self.assertErrorForm(result, "device not touched")
         self.assertExit(self.run_tool("-y", "domain", "write", self.path("missing.json")), 8)
 
+    def test_faults_of_the_file_tell_their_place(self):
+        text = json.dumps(self.ENTRY, indent=1)  # "node" is in line 6
+        for content, told in ((text.replace('"node": 127', '"node": 1e999'), "line 6, character 14"),
+                              (text.replace('"node": 127', '"node": 18446744073709551615'), "node 18446744073709551615"),
+                              (text.replace('"node": 127', '"node": 127,,'), "line 6, character 14"),
+                              (text.replace("0102AF", "01\xff2AF"), "line 4")):
+            with self.subTest(told):
+                path = self.write("bad.json", content.encode("latin-1"))
+                result = self.run_tool("-y", "domain", "write", path)
+                self.assertExit(result, 7)
+                self.assertErrorForm(result, "device not touched", told)
+
+    def test_a_file_may_have_64_kib_and_not_a_byte_more(self):
+        text = json.dumps(self.ENTRY)
+        for size, code in ((65536, 0), (65537, 7)):
+            path = self.write("long.json", text.ljust(size).encode())
+            self.assertExit(self.run_tool("-y", "domain", "write", path), code)
+
     def test_it_asks_first(self):
         before = self.table()
         path = self.write_json(self.ENTRY)

@@ -1,4 +1,4 @@
-// -vv and --log tell each transfer. The program's own definitions of the bridge's and the driver's
+// The program's own definitions of the bridge's and the driver's
 // functions come first in the order of symbols: each one notes the call and passes it on to the next
 // definition, which is the hardware's or the simulated interface's.
 #include <dlfcn.h>
@@ -8,16 +8,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
-#include "cli/log.h"
 #include "platform/cyusbserial.h"
 #include "platform/ldv.h"
+#include "tavo/service/trace.h"
 
 #define TAVO_TRACED extern "C" __attribute__((visibility("default")))
 
 namespace {
 
 constexpr std::size_t kShownBytes = 16;
+
+/// Of this thread: two devices in two threads are told apart.
+thread_local const tavo::TransferTrace::Teller* tellerOfThread = nullptr;
 
 template <typename Function>
 Function* next(const char* name) {
@@ -36,18 +40,31 @@ std::string bytesText(const unsigned char* bytes, std::size_t size) {
     return text + (size > kShownBytes ? " .. (" + std::to_string(size) + ")" : "");
 }
 
-template <typename... Values>
-void note(const char* format, Values... values) {
-    char text[160];
-    std::snprintf(text, sizeof text, format, values...);
-    cli::log().write(cli::Detail::Transfer, text);
+bool isNoted() {
+    return tellerOfThread != nullptr;
 }
 
-bool isNoted() {
-    return cli::log().wants(cli::Detail::Transfer);
+template <typename... Values>
+void note(const char* format, Values... values) {
+    if (!isNoted()) return;
+    char text[160];
+    std::snprintf(text, sizeof text, format, values...);
+    (*tellerOfThread)(text);
 }
 
 }  // namespace
+
+namespace tavo {
+
+TransferTrace::TransferTrace(Teller teller) : teller_(std::move(teller)) {
+    tellerOfThread = &teller_;
+}
+
+TransferTrace::~TransferTrace() {
+    tellerOfThread = nullptr;
+}
+
+}  // namespace tavo
 
 TAVO_TRACED CY_RETURN_STATUS CyOpen(UINT8 deviceNumber, UINT8 interfaceNumber, CY_HANDLE* handle) {
     static const auto real = next<decltype(CyOpen)>("CyOpen");
@@ -86,7 +103,7 @@ TAVO_TRACED CY_RETURN_STATUS CySpiReadWrite(CY_HANDLE handle, CY_DATA_BUFFER* re
     std::string text = "  SPI";
     if (writeBuffer != nullptr) text += " out" + bytesText(writeBuffer->buffer, writeBuffer->length);
     if (readBuffer != nullptr) text += " in" + bytesText(readBuffer->buffer, readBuffer->length);
-    cli::log().write(cli::Detail::Transfer, text + ": " + std::to_string(status));
+    (*tellerOfThread)(text + ": " + std::to_string(status));
     return status;
 }
 
