@@ -16,19 +16,22 @@ protected:
     ServiceTest() {
         std::string name = testing::TempDir() + "tavo-service-XXXXXX";
         folder = mkdtemp(name.data());
-        sim::Options options;
-        options.pace = sim::Pace::Virtual;
-        options.folder = folder;
-        rig.reset(options);
+        plug("");
     }
     ~ServiceTest() override { std::filesystem::remove_all(folder); }
 
+    /// The interface of the folder with these options: "pins=12,denied".
+    void plug(const std::string& description) {
+        sim::Options options = sim::parseOptions(folder + (description.empty() ? "" : "," + description));
+        options.pace = sim::Pace::Virtual;
+        rig.reset(options);
+    }
     /// Found and locked at the first use.
     tavo::Device& device() {
         if (!device_) device_.emplace(tavo::devices().at(0));
         return *device_;
     }
-    /// As after a replug: found anew.
+    /// Found anew at the next use, as after a replug.
     void findAgain() { device_.reset(); }
 
     /// What crosses the seam from here on.

@@ -1,9 +1,12 @@
 // Looking at an interface and putting it right.
 #include <fstream>
 
+#include "platform/ldv.h"
 #include "service/device/health.h"
 #include "tavo/Configurator.h"
+#include "tavo/service/doctor.h"
 #include "tavo/service/history.h"
+#include "tavo/service/recover.h"
 #include "tests/serviceTest.h"
 
 using tavo::LineState;
@@ -12,7 +15,7 @@ using testing::ElementsAre;
 
 namespace {
 
-class Health : public ServiceTest {
+class LinesTest : public ServiceTest {
 protected:
     void drive(unsigned char pin, int level) {
         const CyHandle scb0(0, 0);
@@ -33,6 +36,10 @@ protected:
         config.frequency = frequency;
         ASSERT_EQ(CySetSpiConfig(scb0.handle, &config), CY_SUCCESS);
     }
+};
+
+class Health : public LinesTest {
+protected:
     tavo::DeviceState look() {
         tavo::Operation op(device(), none);
         lookAtLines(op);
@@ -62,14 +69,16 @@ TEST_F(Health, TheLinesAreToldAsTheyAre) {
 }
 
 TEST_F(Health, WhatIsNotThereIsNotLookedAtAndWhatCannotBeReadIsUnknown) {
-    rig.fail("CyGetGpioValue", 1, CY_ERROR_REQUEST_FAILED);  // a bridge with 12 pins has no pin 14
+    rig.fail("CyGetGpioValue", 2, CY_ERROR_REQUEST_FAILED);  // a bridge with 12 pins has no pin 14
     EXPECT_EQ(look().serviceLine, LineState::NotLooked);
-    rig.fail("CyGetGpioValue", 2, CY_ERROR_REQUEST_FAILED);  // but each has pin 8
+    rig.failFrom("CyGetGpioValue", 1, CY_ERROR_REQUEST_FAILED);  // but each has pin 8
     EXPECT_EQ(look().resetLine, LineState::Unknown);
+    EXPECT_EQ(look().serviceLine, LineState::Unknown);
+    rig.clearFaults();
     {
         tavo::Operation op(device(), none);
         op.state.serviceLine = LineState::Held;  // the operation drove it
-        rig.fail("CyGetGpioValue", 1, CY_ERROR_REQUEST_FAILED);
+        rig.fail("CyGetGpioValue", 2, CY_ERROR_REQUEST_FAILED);
         lookAtLines(op);
         EXPECT_EQ(op.state.serviceLine, LineState::Unknown);
     }
@@ -92,7 +101,7 @@ TEST_F(Health, WhatIsHeldIsReleasedOnceMore) {
         if (line.rfind("setspi", 0) == 0 || line.rfind("pin", 0) == 0) changes.push_back(line);
     }
     EXPECT_THAT(changes,
-                ElementsAre("pin 14?", "pin 8?", "setspi slave 900000", "pin 14=1", "pin 8=1", "pin 14?", "pin 8?"));
+                ElementsAre("pin 8?", "pin 14?", "setspi slave 900000", "pin 14=1", "pin 8=1", "pin 8?", "pin 14?"));
     clearJournal();
     letGo(op, true);
     EXPECT_EQ(rig.journal.size(), 5U) << "well: only looked at";
@@ -215,6 +224,193 @@ TEST_F(History, ASimulatedInterfaceKeepsItInItsOwnFolder) {
     EXPECT_FALSE(interruptedRun(board));
     EXPECT_TRUE(interruptedRun(at("sim:" + folder + "/moved", "00009999")));
     EXPECT_NO_THROW(rememberRun(at("sim:memory", ""), run));
+}
+
+using tavo::Verdict;
+
+class Doctor : public LinesTest {
+protected:
+    /// "FAIL SCB0: text - hint"
+    std::vector<std::string> examine(bool restartNeuron = true) {
+        std::vector<std::string> rows;
+        const auto each = [&](const tavo::Check& check) {
+            static constexpr const char* kMarks[] = {"ok ", "FAIL ", "- "};
+            rows.push_back(kMarks[static_cast<int>(check.verdict)] + std::string(check.item) + ": " + check.text +
+                           (check.hint.empty() ? "" : " - " + check.hint));
+        };
+        diagnosis = doctor(device(), {restartNeuron, each});
+        EXPECT_EQ(rows.size(), diagnosis.checks.size());
+        return rows;
+    }
+
+    tavo::Diagnosis diagnosis;
+};
+
+TEST_F(Doctor, AWellInterfaceIsWell) {
+    EXPECT_THAT(examine(), ElementsAre("ok access: ", "ok kernel driver: none bound", "ok SCB0: SPI slave, 1000000 Hz",
+                                       "ok reset line: high", "ok service line: high", "ok interrupted run: none",
+                                       "ok configuration checksum: right", "ok flash ID: ID EF 40 14",
+                                       "ok LDV name: ", "ok Neuron answer: "));
+    EXPECT_EQ(diagnosis.failed(), 0U);
+    EXPECT_EQ(examine(false)[7], "- flash ID: the look would restart the Neuron");
+}
+
+TEST_F(Doctor, LooksBeforeItTouchesAndReleasesNothing) {
+    leaveLikeAKilledRun();
+    clearJournal();
+    const auto rows = examine();
+    EXPECT_EQ(rows[2],
+              "FAIL SCB0: SPI master, 900000 Hz, as flash operations make it while they run - a run was killed: "
+              "tavo-util recover");
+    EXPECT_EQ(rows[3],
+              "FAIL reset line: held low (pin 8): the Neuron does not run - a run was killed: tavo-util recover");
+    EXPECT_EQ(rows[7], "- flash ID: the look would let go what is held");
+    EXPECT_EQ(rows[9], "- Neuron answer: the Neuron is held");
+    for (const auto& line : rig.journal) {
+        EXPECT_FALSE(line.rfind("setspi", 0) == 0 || line.find("pin 8=") == 0 || line.find("pin 14=") == 0) << line;
+    }
+    EXPECT_TRUE(diagnosis.state.isSomethingHeld());
+    recover(device());
+}
+
+TEST_F(Doctor, AMasterThatTheBlockMakesIsToldAndNotFailed) {
+    auto& block = rig.board().bridge.block;
+    block[0x024 + 8] = 1;
+    const auto sum = sim::Bridge::checksum(block);
+    for (unsigned i = 0; i < 4; ++i) block[8 + i] = static_cast<std::uint8_t>(sum >> 8 * i);
+    rig.replug();
+    EXPECT_EQ(examine(false)[2], "ok SCB0: SPI master, 1000000 Hz, as its configuration block makes it at power-up");
+    setMaster(500000);
+    EXPECT_EQ(examine(false)[2], "ok SCB0: SPI master, 500000 Hz, made so by another program");
+    EXPECT_FALSE(diagnosis.state.isSomethingHeld());
+}
+
+TEST_F(Doctor, WhatAnEarlierFailureMakesMeaninglessIsSkipped) {
+    findAgain();
+    plug("denied");
+    const auto denied = examine();
+    EXPECT_EQ(denied[0].substr(0, 11), "FAIL access");
+    EXPECT_EQ(diagnosis.failed(), 1U);
+    findAgain();
+    plug("pins=12");
+    EXPECT_EQ(examine()[4], "- service line: this bridge has no such pin");
+    EXPECT_EQ(diagnosis.failed(), 0U);
+}
+
+TEST_F(Doctor, AnInterruptedRunIsNamedWithItsFileAndBackup) {
+    rememberRun(device().description(), {"/a.hex", "12ab", "/b.hex", "2024-05-01T14:03:59+0200"});
+    EXPECT_EQ(examine()[5],
+              "FAIL interrupted run: the run of 2024-05-01T14:03:59+0200 was interrupted: the image is "
+              "incomplete, /a.hex (sha256 12ab) was being programmed - program it again: tavo-util program "
+              "/a.hex; what was there before is in /b.hex");
+    EXPECT_EQ(diagnosis.state.flash, tavo::FlashState::Incomplete);
+}
+
+class Recover : public LinesTest {
+protected:
+    /// "ok", "FAIL" or "-" and the text of each step.
+    std::vector<std::string> run() {
+        std::vector<std::string> rows;
+        const auto each = [&](const tavo::RecoverStep& step) {
+            static constexpr const char* kMarks[] = {"ok ", "FAIL ", "- "};
+            rows.push_back(kMarks[static_cast<int>(step.verdict)] + step.text +
+                           (step.why.empty() ? "" : ": " + step.why));
+        };
+        error.reset();
+        try {
+            recovery = recover(device(), {each});
+        } catch (const tavo::Error& thrown) {
+            error = thrown;
+        }
+        return rows;
+    }
+
+    tavo::Recovery recovery;
+    std::optional<tavo::Error> error;
+};
+
+TEST_F(Recover, LetsGoProvesItAndSaysSo) {
+    leaveLikeAKilledRun();
+    drive(14, 0);
+    EXPECT_THAT(run(), ElementsAre("ok unfinished SPI transfer ended", "ok SCB0 made SPI slave again",
+                                   "ok service line released (pin 14 high)", "ok Neuron let out of reset (pin 8 high)",
+                                   "ok configuration mode left", "ok lines and SCB0 read back",
+                                   "ok flash answers: ID EF 40 14", "ok the Neuron answers"));
+    EXPECT_FALSE(error);
+    EXPECT_FALSE(recovery.state.isSomethingHeld());
+    EXPECT_EQ(run()[1], "ok SCB0 is SPI slave already");
+}
+
+TEST_F(Recover, EndsATransferThatAKilledRunLeftUnfinished) {
+    plug("unfinished");
+    run();
+    EXPECT_FALSE(error) << error->what();
+}
+
+TEST_F(Recover, LeavesTheConfigurationModeWhicheverPairTheBridgeTakes) {
+    for (const char* pair : {"access=library", "access=letters"}) {
+        findAgain();
+        plug(pair);
+        rig.board().bridge.inConfigurationMode = true;
+        run();
+        EXPECT_FALSE(error) << error->what();
+        EXPECT_FALSE(rig.board().bridge.inConfigurationMode) << pair;
+    }
+}
+
+TEST_F(Recover, ABridgeWithoutPin14IsRecovered) {
+    plug("pins=12");
+    leaveLikeAKilledRun();
+    EXPECT_EQ(run()[2], "- service line: this bridge has no pin 14");
+    EXPECT_FALSE(error);
+}
+
+TEST_F(Recover, WhatStaysHeldIsAFailureThatSaysSo) {
+    leaveLikeAKilledRun();
+    rig.failFrom("CySetGpioValue", 1, CY_ERROR_IO_TIMEOUT);
+    const auto steps = run();
+    EXPECT_EQ(steps[1], "ok SCB0 made SPI slave again") << "each step is tried";
+    EXPECT_EQ(steps[3].substr(0, 5), "FAIL ");
+    EXPECT_EQ(steps[5], "FAIL lines and SCB0 read back: something is still held");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->state.resetLine, LineState::Held);
+    rig.clearFaults();
+    run();
+    EXPECT_FALSE(error);
+}
+
+TEST_F(Recover, AFlashThatDoesNotAnswerIsNotAllWell) {
+    rig.failFrom("CySpiReadWrite", 1, CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(run()[6].substr(0, 13), "FAIL flash ID");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->status, TAVO_TIMEOUT);
+    EXPECT_FALSE(error->state.isSomethingHeld());
+}
+
+TEST_F(Recover, ANeuronWithoutItsImageIsNoFailureOfThis) {
+    rig.failFrom("ldv_open", 1, LDV_NOT_FOUND);
+    EXPECT_EQ(run().back(), "- the Neuron answers: there is no LDV channel to ask it");
+    EXPECT_FALSE(error);
+    rig.clearFaults();
+    rig.failFrom("ldv_read", 1, LDV_NO_MSG_AVAIL);
+    EXPECT_EQ(run().back().substr(0, 25), "FAIL the Neuron answers: ");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->problem, tavo::Problem::NoAnswer);
+    rememberRun(device().description(), {"/a.hex", "", "", ""});
+    EXPECT_EQ(run().back(), "- the Neuron answers: it does not, as the flash lacks its image");
+    EXPECT_FALSE(error);
+    EXPECT_EQ(recovery.state.flash, tavo::FlashState::Incomplete);
+}
+
+TEST_F(Recover, EndsSoonWhenCancelled) {
+    tavo::CancelToken token;
+    const tavo::RecoverOptions options{[&](const tavo::RecoverStep& step) {
+        if (step.text.rfind("flash answers", 0) == 0) token.cancel();
+    }};
+    const auto before = rig.now();
+    const tavo::Control control{{}, &token};
+    EXPECT_THROW(recover(device(), options, control), tavo::Error);
+    EXPECT_LT(rig.now() - before, 1000000U);
 }
 
 }  // namespace

@@ -26,12 +26,6 @@ LineState lookAt(const CyHandle& scb0, unsigned char pin, LineState whenRefused)
     return level == 0 ? LineState::Held : LineState::Released;
 }
 
-/// The bridges with 12 pins refuse to tell of pin 14. One that was driven or seen before is there, whatever
-/// the refusal means.
-LineState lookAtService(const CyHandle& scb0, LineState before) {
-    return lookAt(scb0, kNeuronServicePin, before == LineState::NotLooked ? LineState::NotLooked : LineState::Unknown);
-}
-
 Scb0State lookAtRole(const CyHandle& scb0, Scb0Role role) {
     if (role != Scb0Role::Spi) return Scb0State::NotLooked;
     CY_SPI_CONFIG config{};
@@ -73,8 +67,11 @@ void lookAtLines(Operation& op) {
     const DeviceInfo& info = op.device.info();
     const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
     op.state.scb0 = lookAtRole(scb0, op.device.description().scb0);
-    op.state.serviceLine = lookAtService(scb0, op.state.serviceLine);
+    // The bridges with 12 pins answer for pin 8 and refuse pin 14. One that was driven or seen before is there,
+    // whatever a refusal means.
     op.state.resetLine = lookAt(scb0, kNeuronResetPin, LineState::Unknown);
+    const bool mayBeMissing = op.state.resetLine != LineState::Unknown && op.state.serviceLine == LineState::NotLooked;
+    op.state.serviceLine = lookAt(scb0, kNeuronServicePin, mayBeMissing ? LineState::NotLooked : LineState::Unknown);
     note(op, std::string("reset line ") + name(op.state.resetLine) + ", service line " + name(op.state.serviceLine) +
                  ", SCB0 " + name(op.state.scb0));
 }

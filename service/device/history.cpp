@@ -240,6 +240,10 @@ void forgetRun(const DeviceDescription& device) {
     }
 }
 
+FlashState interruptedState(const InterruptedRun& run) {
+    return run.started.empty() || run.image.empty() ? FlashState::Uncertain : FlashState::Incomplete;
+}
+
 std::string interruptedText(const InterruptedRun& run) {
     if (run.started.empty())
         return "a run was interrupted (its record cannot be read): the image in the flash may be incomplete";

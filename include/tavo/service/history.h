@@ -32,6 +32,8 @@ TAVO_API void rememberRun(const DeviceDescription& device, const InterruptedRun&
 /// After a run that finished. Throws Error (FileSystem) when a record stays.
 TAVO_API void forgetRun(const DeviceDescription& device);
 
+/// What the flash holds after it.
+TAVO_API FlashState interruptedState(const InterruptedRun& run);
 /// For people: what was going on when it was cut off, and what the flash holds now.
 TAVO_API std::string interruptedText(const InterruptedRun& run);
 /// What to do about it, where the backup lies.

@@ -1,0 +1,212 @@
+#include "tavo/service/recover.h"
+
+#include <libusb.h>
+
+#include <cstring>
+#include <utility>
+
+#include "common/neuronPins.h"
+#include "service/device/flashId.h"
+#include "service/device/health.h"
+#include "service/neuron/lines.h"
+#include "tavo/Configurator.h"
+#include "tavo/service/neuron.h"
+
+namespace tavo {
+namespace {
+
+constexpr unsigned char kVendorOut = 0x40;  // bmRequestType: to the device, vendor request
+constexpr unsigned char kSpiReset = 0xCB;
+constexpr unsigned char kConfigurationMode = 0xE2;
+constexpr unsigned kRequestTimeoutMs = 1000;
+constexpr unsigned short kSecondBlock = 0x8000;  // bit 15 of wValue: the bridge's other serial block
+
+struct AccessPair {
+    unsigned short value;
+    unsigned short index;
+};
+// Bridges take one pair or the other; the one that is not theirs changes nothing.
+constexpr AccessPair kLeave[] = {{0x5C37, 0x8BD1}, {0xA6BC, 0xB9B0}};
+
+constexpr const char* kStillHeld = "unplug the interface and plug it in again";
+
+int request(const CyHandle& handle, unsigned char code, unsigned short value, unsigned short index) {
+    libusb_device_handle* device;  // not aligned inside the record
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
+    std::memcpy(&device, static_cast<const unsigned char*>(handle.handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
+    return libusb_control_transfer(device, kVendorOut, code, value, index, nullptr, 0, kRequestTimeoutMs);
+}
+
+TAVO_STATUS statusOf(int result) {
+    if (result >= 0) return TAVO_SUCCESS;
+    if (result == LIBUSB_ERROR_NO_DEVICE) return TAVO_DEVICE_NOT_FOUND;
+    return result == LIBUSB_ERROR_TIMEOUT ? TAVO_TIMEOUT : TAVO_REQUEST_FAILED;
+}
+
+bool operator==(const CY_SPI_CONFIG& a, const CY_SPI_CONFIG& b) {
+    return a.frequency == b.frequency && a.dataWidth == b.dataWidth && a.protocol == b.protocol &&
+           a.isMsbFirst == b.isMsbFirst && a.isMaster == b.isMaster && a.isContinuousMode == b.isContinuousMode &&
+           a.isSelectPrecede == b.isSelectPrecede && a.isCpha == b.isCpha && a.isCpol == b.isCpol;
+}
+
+class Steps {
+public:
+    Steps(Operation& op, const RecoverOptions& options, Recovery& recovery)
+        : op_(op), options_(options), recovery_(recovery) {}
+
+    /// work: a status; it may say better in text what was done.
+    void take(std::string text, const std::function<TAVO_STATUS(std::string&)>& work) {
+        const TAVO_STATUS status = op_.tryCall("recover", [&] { return work(text); });
+        if (status == TAVO_SUCCESS) return done(text);
+        failed(text, statusError(status, Side::Bridge, "recover " + op_.device.name()));
+    }
+    void done(const std::string& text) { tell({text, Verdict::Ok, ""}); }
+    void leftOut(const std::string& text, const std::string& why) { tell({text, Verdict::Skipped, why}); }
+    void failed(const std::string& text, const Error& error) {
+        tell({text, Verdict::Fail, error.status ? tavoStatusString(*error.status) : error.what()});
+        if (!first_) first_ = error;
+    }
+    void throwFirst() const {
+        if (first_) op_.fail(*first_);
+    }
+
+private:
+    void tell(RecoverStep step) {
+        if (options_.each) options_.each(step);
+        recovery_.steps.push_back(std::move(step));
+    }
+
+    Operation& op_;
+    const RecoverOptions& options_;
+    Recovery& recovery_;
+    std::optional<Error> first_;
+};
+
+/// The bridge may hold the rest of a transfer that was cut off. Nobody knows whether the reset takes the setting
+/// with it, so that is put back.
+TAVO_STATUS resetSpi(const DeviceInfo& info, std::string& text) {
+    const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
+    if (scb0.openStatus != CY_SUCCESS) return cypressToTavo(scb0.openStatus);
+    CY_SPI_CONFIG before{};
+    const bool known = CyGetSpiConfig(scb0.handle, &before) == CY_SUCCESS;
+    const int result = request(scb0, kSpiReset, info.scb0InterfaceNumber == 0 ? 0 : kSecondBlock, 0);
+    if (result == LIBUSB_ERROR_PIPE) text = "the bridge takes no reset of its SPI block";
+    if (result < 0) return result == LIBUSB_ERROR_PIPE ? TAVO_SUCCESS : statusOf(result);
+    CY_SPI_CONFIG after{};
+    if (!known || CyGetSpiConfig(scb0.handle, &after) != CY_SUCCESS || after == before) return TAVO_SUCCESS;
+    text += "; its setting had changed and was put back";
+    return cypressToTavo(CySetSpiConfig(scb0.handle, &before));
+}
+
+TAVO_STATUS giveBack(DeviceInfo& info, std::string& text) {
+    CY_SPI_CONFIG config{};
+    {
+        const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
+        if (scb0.openStatus != CY_SUCCESS) return cypressToTavo(scb0.openStatus);
+        text = "SCB0 is no SPI block, nothing to give back";
+        if (CyGetSpiConfig(scb0.handle, &config) != CY_SUCCESS) return TAVO_SUCCESS;
+    }
+    text = "SCB0 is SPI slave already";
+    if (!config.isMaster) return TAVO_SUCCESS;
+    text = "SCB0 is SPI master at " + std::to_string(config.frequency) + " Hz, which no flash operation sets: left so";
+    if (!isFlashMaster(config)) return TAVO_SUCCESS;
+    text = "SCB0 made SPI slave again";
+    return cypressToTavo(Configurator(info).setupSpi(false));
+}
+
+TAVO_STATUS release(const DeviceInfo& info, unsigned char pin) {
+    GPIO gpio(info);
+    return cypressToTavo(IOPin(gpio, pin, IOPin::HIGH).set(IOPin::HIGH));
+}
+
+TAVO_STATUS leaveConfigurationMode(const DeviceInfo& info) {
+    const CyHandle config(info.configDeviceNumber, info.configInterfaceNumber);
+    if (config.openStatus != CY_SUCCESS) return cypressToTavo(config.openStatus);
+    TAVO_STATUS status = TAVO_SUCCESS;
+    for (const AccessPair& pair : kLeave) {
+        const int result = request(config, kConfigurationMode, pair.value, pair.index);
+        if (result < 0 && result != LIBUSB_ERROR_PIPE) status = statusOf(result);
+    }
+    return status;
+}
+
+void releaseLines(Operation& op, Steps& steps) {
+    lookAtLines(op);
+    const DeviceInfo& info = op.device.info();
+    // The service line first: held through the start of the Neuron it would ask for another mode.
+    if (op.state.serviceLine == LineState::NotLooked) {
+        steps.leftOut("service line", "this bridge has no pin 14");
+    } else {
+        steps.take("service line released (pin 14 high)",
+                   [&](std::string&) { return release(info, kNeuronServicePin); });
+    }
+    steps.take("Neuron let out of reset (pin 8 high)", [&](std::string&) { return release(info, kNeuronResetPin); });
+}
+
+bool isKnownToBeWell(const DeviceState& state) {
+    return !state.isSomethingHeld() && state.resetLine == LineState::Released &&
+           state.serviceLine != LineState::Unknown && state.scb0 != Scb0State::Unknown;
+}
+
+void readBack(Operation& op, Steps& steps) {
+    op.throwIfCancelled();
+    letGo(op, true);
+    const std::string text = "lines and SCB0 read back";
+    if (isKnownToBeWell(op.state)) return steps.done(text);
+    steps.failed(text,
+                 Error(Problem::DeviceFailed,
+                       op.state.isSomethingHeld() ? "something is still held" : "they cannot be read", kStillHeld));
+}
+
+void proveFlash(Operation& op, Steps& steps) {
+    if (op.device.description().scb0 != Scb0Role::Spi) return steps.leftOut("flash ID", "SCB0 is no SPI block");
+    try {
+        steps.done("flash answers: ID " + readFlashId(op));
+    } catch (const Error& error) {
+        if (error.problem == Problem::Interrupted) throw;
+        steps.failed("flash ID", error);
+    }
+}
+
+void proveNeuron(Operation& op, const Control& control, Steps& steps, bool lacksImage) {
+    op.sleep(kBootMs);
+    const std::string text = "the Neuron answers";
+    try {
+        readStatus(op.device, control);
+        steps.done(text);
+    } catch (const Error& error) {
+        if (error.problem == Problem::Interrupted) throw;
+        // Neither is for this command to put right.
+        if (lacksImage) return steps.leftOut(text, "it does not, as the flash lacks its image");
+        if (error.status == TAVO_DEVICE_OPEN_FAILED) return steps.leftOut(text, "there is no LDV channel to ask it");
+        Error silent = error;
+        silent.hint = "is there an image in the flash? tavo-util blank-check; else tavo-util doctor";
+        steps.failed(text, silent);
+    }
+}
+
+}  // namespace
+
+Recovery recover(Device& device, const RecoverOptions& options, const Control& control) {
+    Operation op(device, control);
+    Recovery recovery;
+    recovery.interrupted = interruptedRun(device.description());
+    if (recovery.interrupted) op.state.flash = interruptedState(*recovery.interrupted);
+    DeviceInfo& info = device.info();
+    Steps steps(op, options, recovery);
+    // SCB0 before the lines: as a master it would drive the flash beside the Neuron that starts.
+    if (device.description().scb0 == Scb0Role::Spi) {
+        steps.take("unfinished SPI transfer ended", [&](std::string& text) { return resetSpi(info, text); });
+    }
+    steps.take("SCB0 opened", [&](std::string& text) { return giveBack(info, text); });
+    releaseLines(op, steps);
+    steps.take("configuration mode left", [&](std::string&) { return leaveConfigurationMode(info); });
+    readBack(op, steps);
+    proveFlash(op, steps);
+    proveNeuron(op, control, steps, recovery.interrupted.has_value());
+    recovery.state = op.state;
+    steps.throwFirst();
+    return recovery;
+}
+
+}  // namespace tavo
