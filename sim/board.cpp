@@ -2,16 +2,20 @@
 
 #include <bit>
 #include <charconv>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
+
+#include "sim/plug.h"
 
 namespace sim {
 
 namespace {
 
 constexpr const char* kBlockKey = "bridge.block";  // fingerprint of the block in effect
+constexpr const char* kPlugKey = "bridge.plug";    // since when it has power
 constexpr const char* kModeKey = "bridge.configuration-mode";
 constexpr const char* kSpiKey = "bridge.spi";
 constexpr const char* kLowPinsKey = "bridge.low-pins";
@@ -104,12 +108,14 @@ void Board::restore(const Store::Values& values) try {
     savedProtection_ = flash.status;
     neuron.load(values);
     bridge.powerUp();
-    if (find(values, kBlockKey) == fingerprint(bridge.block)) {
+    plugChanges_ = store.plugChanges();
+    const bool keptPower = number(values, kPlugKey, UINT_MAX, 0) == plugChanges_;
+    if (keptPower && find(values, kBlockKey) == fingerprint(bridge.block)) {
         restorePins(values);
-    } else if (!values.empty()) {
+    } else if (!values.empty() || !keptPower) {
         neuron.setReset(true);  // plugged in anew, for the other block to take effect: everything starts
     }
-    whyAbsent_ = Bridge::whyUnusable(bridge.block);
+    whyAbsent_ = isUnplugged() ? "it is unplugged" : Bridge::whyUnusable(bridge.block);
     wirePins();
 } catch (const std::invalid_argument& error) {
     throw std::runtime_error("simulated interface: " + store.folder + "/board.txt: " + error.what() +
@@ -128,6 +134,7 @@ void Board::save() {
     if (store.folder.empty()) return;
     Store::Values values;
     values[kBlockKey] = fingerprint(bridge.blockInEffect);
+    if (plugChanges_ != 0) values[kPlugKey] = std::to_string(plugChanges_);
     values[kModeKey] = bridge.inConfigurationMode ? "1" : "0";
     values[kSpiKey] = spiText(bridge.spi);
     if (bridge.isSpiUnfinished) values[kUnfinishedKey] = "1";
@@ -149,10 +156,26 @@ void Board::save() {
 void Board::powerCycle() {
     bridge.powerUp();
     flash.status &= FlashChip::kProtection;
-    whyAbsent_ = Bridge::whyUnusable(bridge.block);
+    whyAbsent_ = isUnplugged() ? "it is unplugged" : Bridge::whyUnusable(bridge.block);
     neuron.setReset(true);
     wirePins();
     save();
+}
+
+bool Board::isUnplugged() const {
+    return !isPluggedIn(plugChanges_);
+}
+
+void Board::followPlug() {
+    forgetClaims();
+    plugChanges_ = store.plugChanges();
+    if (store.folder.empty()) return powerCycle();
+    try {
+        restore(store.load());
+    } catch (const std::runtime_error& error) {
+        whyAbsent_ = error.what();
+        std::fprintf(stderr, "%s\n", error.what());
+    }
 }
 
 void Board::wirePins() {
@@ -161,7 +184,7 @@ void Board::wirePins() {
 }
 
 std::string Board::portPath() const {
-    return "sim:" + (store.folder.empty() ? "memory" : store.folder);
+    return "sim:" + (store.folder.empty() ? nameInMemory : store.folder);
 }
 
 int Board::claim() {
@@ -180,8 +203,12 @@ void Board::release() {
 }
 
 void Board::dropClaims() {
-    claims_ = 0;
     save();
+    forgetClaims();
+}
+
+void Board::forgetClaims() {
+    claims_ = 0;
     store.unlock();
 }
 

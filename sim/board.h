@@ -26,12 +26,19 @@ public:
 
     /// Unplugged and plugged in again.
     void powerCycle();
+    /// True when the interface has been unplugged or plugged in since it was looked at last.
+    bool isPlugChanged() const { return store.plugChanges() != plugChanges_; }
+    /// Goes along with that: the claims are gone, and with power everything is as the memories say. A folder that
+    /// cannot be used any more is told on standard error.
+    void followPlug();
+    bool isUnplugged() const;
     /// It is there, but this user may not open it.
     bool isDenied() const { return options_.denied; }
     /// Why it is not on USB; empty when it is.
     const std::string& whyAbsent() const { return whyAbsent_; }
-    /// "sim:" and the absolute folder, or "sim:memory".
+    /// "sim:" and the absolute folder.
     std::string portPath() const;
+    std::string nameInMemory = "memory";  ///< stands for the folder in it when there is none
 
     /// Claims the folder for this process; claims are counted.
     /// @return 0, or the process ID of the holder (-1 when unknown).
@@ -63,6 +70,7 @@ public:
 
 private:
     void restore(const Store::Values& values);
+    void forgetClaims();
     void restorePins(const Store::Values& values);
     const char* whyFlashIsUnreachable() const;
     void wirePins();
@@ -70,6 +78,7 @@ private:
     const Options options_;
     std::string whyAbsent_;
     unsigned claims_ = 0;
+    unsigned plugChanges_ = 0;
     std::uint8_t savedProtection_ = 0;
 };
 

@@ -139,7 +139,7 @@ Bridge::Bridge(std::span<std::uint8_t, kBlockSize> configuration, std::span<std:
     powerUp();
 }
 
-Bridge::Block Bridge::factoryBlock() {
+Bridge::Block Bridge::factoryBlock(std::string_view serialNumber) {
     Block block{};
     std::copy(std::begin(kSignature), std::end(kSignature), block.begin() + at::kSignature);
     constexpr std::uint8_t kFormatVersion[] = {1, 0, 3, 0};
@@ -164,7 +164,7 @@ Bridge::Block Bridge::factoryBlock() {
     putWord(block, at::kLanguages, 0x0409'0304);
     putString(block, at::kManufacturer, "Tavo");
     putString(block, at::kProduct, "LON Interface");
-    putString(block, at::kSerial, "00001234");
+    putString(block, at::kSerial, serialNumber);
     putWord(block, at::kPinsHigh, kPinReset | kPinService);
     putWord(block, at::kChecksum, checksum(block));
     return block;

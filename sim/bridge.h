@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/cyusbserial.h"
@@ -27,7 +28,7 @@ public:
            std::span<std::uint8_t, kInternalFlashSize> internalFlash);
 
     /// The block as it leaves the factory: SCB0 an SPI slave at 1 MHz, pins 8 and 14 outputs.
-    static Block factoryBlock();
+    static Block factoryBlock(std::string_view serialNumber = kFactorySerialNumber);
     /// The sum that belongs at offset 8.
     static std::uint32_t checksum(std::span<const std::uint8_t, kBlockSize> block);
     /// Why a bridge with this block would not come up on USB; empty when it would.

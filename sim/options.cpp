@@ -13,6 +13,8 @@ namespace sim {
 
 namespace {
 
+constexpr std::size_t kLongestSerialNumber = 32;  // as many units the configuration block holds
+
 [[noreturn]] void refuse(std::string_view key, std::string_view value, const char* accepted) {
     throw std::invalid_argument("simulated interface: " + std::string(key) + "=" + std::string(value) + ": " +
                                 accepted);
@@ -93,6 +95,14 @@ void parseAccess(Options& options, std::string_view text) {
     options.access = static_cast<Access>(known - std::begin(kNames));
 }
 
+void parseSerial(Options& options, std::string_view text) {
+    const bool printable = std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c <= '~'; });
+    if (text.empty() || text.size() > kLongestSerialNumber || !printable) {
+        refuse("serial", text, "1 to 32 printable ASCII characters without blanks are needed");
+    }
+    options.serialNumber = text;
+}
+
 void parsePins(Options& options, std::string_view text) {
     if (text != "12" && text != "17") refuse("pins", text, "17, or 12 for a bridge without GPIO_12 to 16, is needed");
     options.pins = text == "12" ? 12 : 17;
@@ -117,6 +127,7 @@ constexpr Key kKeys[] = {
     {"jedec", parseJedec},
     {"busy", parseBusy},
     {"pins", parsePins},
+    {"serial", parseSerial},
     {"access", parseAccess},
     {"fault", parseFault},
     {"lose-program", parseLoseProgram},

@@ -23,6 +23,7 @@ enum class Access {
     Letters,  // A6BC B1B0 and A6BC B9B0
 };
 
+inline constexpr const char* kFactorySerialNumber = "00001234";
 inline constexpr std::uint32_t kSmallestFlash = 64u << 10;
 inline constexpr std::uint32_t kLargestFlash = 128u << 20;
 
@@ -40,7 +41,8 @@ struct Options {
     int capacityCode = -1;        // JEDEC capacity code to answer with; -1: that of flashSize
     Pace pace = Pace::Real;
     unsigned busyPolls = 0;  // status reads for which the chip stays busy after a write, beside its time
-    unsigned pins = 0;       // GPIO pins of the bridge, 12 or 17; 0: as the folder has it, else 17
+    std::string serialNumber = kFactorySerialNumber;  // of a new board
+    unsigned pins = 0;  // GPIO pins of the bridge, 12 or 17; 0: as the folder has it, else 17
     Access access = Access::Both;
     bool denied = false;                          // this user may not open it
     bool unfinished = false;                      // an SPI transfer was left unfinished; until an SPI reset (CB)

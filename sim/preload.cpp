@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <set>
 #include <stdexcept>
+#include <system_error>
 
 #include "sim/options.h"
 
@@ -33,18 +35,49 @@ void prepend(const char* variable, const std::string& value, const char* separat
     ::setenv(variable, whole.c_str(), 1);
 }
 
+std::string joined(const std::vector<std::string>& descriptions) {
+    std::set<std::string> folders;
+    std::string lines;
+    for (const std::string& description : descriptions) {
+        if (!folders.insert(portPathOf(description)).second) {
+            throw std::invalid_argument("simulated interface: " + parseOptions(description).folder +
+                                        " is named twice: name each folder once");
+        }
+        const std::string folder = parseOptions(description).folder;
+        const std::string absolute = fs::absolute(folder).lexically_normal().string();
+        if (absolute.find('\n') != std::string::npos) {
+            throw std::invalid_argument("simulated interface: a folder name with a line break is not possible");
+        }
+        lines += (lines.empty() ? "" : "\n") + absolute + description.substr(folder.size());
+    }
+    return lines;
+}
+
 }  // namespace
 
+std::string portPathOf(const std::string& description) {
+    // As the folder's own path will be once it is made; a folder that cannot be looked at is refused then.
+    const fs::path folder = fs::absolute(parseOptions(description).folder);
+    std::error_code error;
+    const fs::path canonical = fs::weakly_canonical(folder, error);
+    std::string path = (error ? folder.lexically_normal() : canonical).string();
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return "sim:" + path;
+}
+
 void preparePreload(const std::string& description) {
-    const Options options = parseOptions(description);
+    preparePreload(std::vector<std::string>{description});
+}
+
+void preparePreload(const std::vector<std::string>& descriptions) {
+    const std::string lines = joined(descriptions);
     const std::string library = findLibrary().string();
     if (library.find_first_of(" :") != std::string::npos) {
         throw std::runtime_error(library +
                                  " cannot be preloaded: the dynamic linker splits such a list at blanks and "
                                  "colons; move it to a folder without them");
     }
-    const std::string folder = fs::absolute(options.folder).lexically_normal().string();
-    ::setenv("TAVO_SIM", (folder + description.substr(options.folder.size())).c_str(), 1);
+    ::setenv("TAVO_SIM", lines.c_str(), 1);
     if (!isPreloaded()) prepend("LD_PRELOAD", library, ":");
 #ifdef __SANITIZE_ADDRESS__
     // The sanitizer wants to be the first library; the preloaded one brings it along all the same.

@@ -3,15 +3,22 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace sim {
 
-/// Puts libtavo-sim.so in front of LD_PRELOAD and the description ("DIR,size=4M") into TAVO_SIM, its
-/// folder made absolute, for programs that this process executes from now on. The library is looked
-/// for beside the running program and in the library folder next to that one's.
-/// Throws std::invalid_argument for a description that parseOptions refuses, std::runtime_error, with
-/// what to do, when the library is not found or cannot be preloaded.
+/// Puts libtavo-sim.so in front of LD_PRELOAD and the descriptions ("DIR,size=4M") into TAVO_SIM, their
+/// folders made absolute, for programs that this process executes from now on: these see one attached interface
+/// for each, device numbers in that order. The library is looked for beside the running program and in the
+/// library folder next to that one's.
+/// Throws std::invalid_argument for a description that parseOptions refuses and for a folder named twice,
+/// std::runtime_error, with what to do, when the library is not found or cannot be preloaded.
+void preparePreload(const std::vector<std::string>& descriptions);
 void preparePreload(const std::string& description);
+
+/// The port path that the interface of that description has in CyGetPortPath: "sim:" and the absolute folder
+/// without links. Throws std::invalid_argument for a description that parseOptions refuses.
+std::string portPathOf(const std::string& description);
 
 /// True in a program that was started with the library preloaded.
 bool isPreloaded();

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "sim/bus.h"
 #include "sim/seam.h"
 
 namespace sim {
@@ -40,12 +41,7 @@ std::string hexBytes(const void* bytes, std::size_t length, std::size_t most) {
     return result;
 }
 
-Rig& rig() {
-    static Rig* const own = new Rig;  // never destroyed: programs may still call the seam while they exit
-    return *own;
-}
-
-Rig::Rig() : state_(std::make_unique<State>()) {}
+Rig::Rig(unsigned index) : state_(std::make_unique<State>(index)) {}
 
 Rig::~Rig() = default;
 
@@ -55,14 +51,26 @@ void Rig::reset(const Options& options) {
     spiTransfers = 0;
     lastTimeout = 0;
     state_->calls.fill(0);
-    Seam::setUp(*state_, options);
+    Bus& bus = Bus::instance();
+    bus.setByTest();
+    for (Rig* other : bus.rigs()) {
+        if (state_->index == 0 && other != this) Seam::takeOff(*other->state_);
+    }
+    Seam::setUp(*this, options);
 }
 
 void Rig::replug() {
-    state_->handles.clear();
-    state_->ldvChannels = 0;
+    Seam::forgetHandles(*state_);
     board().powerCycle();
     board().dropClaims();
+}
+
+void Rig::unplug() {
+    board().store.setPluggedIn(false);
+}
+
+void Rig::plug() {
+    board().store.setPluggedIn(true);
 }
 
 Board& Rig::board() {
@@ -116,10 +124,16 @@ std::uint64_t Rig::now() const {
 }
 
 void Rig::sleep(long milliseconds) {
-    const std::lock_guard lock(state_->mutex);
-    ++state_->calls[slot(Function::sleep)];
-    if (keepJournal) journal.push_back(text("sleep %ld", milliseconds));
-    if (state_->board && milliseconds > 0) state_->board->clock.skip(static_cast<std::uint64_t>(milliseconds) * 1000);
+    {
+        const std::lock_guard lock(state_->mutex);
+        ++state_->calls[slot(Function::sleep)];
+        if (keepJournal) journal.push_back(text("sleep %ld", milliseconds));
+    }
+    for (Rig* each : Bus::instance().rigs()) {
+        const std::lock_guard lock(each->state_->mutex);
+        Board* const board = each->state_->board.get();
+        if (board != nullptr && milliseconds > 0) board->clock.skip(static_cast<std::uint64_t>(milliseconds) * 1000);
+    }
 }
 
 std::string Rig::leftovers() const {
@@ -138,7 +152,7 @@ const std::vector<std::string>& Rig::violations() {
     return board().violations;
 }
 
-Handle::Handle(unsigned interface) : interfaceNumber(interface) {
+Handle::Handle(unsigned device, unsigned interface) : deviceNumber(device), interfaceNumber(interface) {
     record[kInterfaceOffset] = static_cast<unsigned char>(interface);
     void* const usb = usbHandle();
     std::memcpy(record.data() + CY_HANDLE_LIBUSB_OFFSET, &usb, sizeof usb);
@@ -164,20 +178,37 @@ bool Rig::State::claim() try {
     return false;
 }
 
-void Seam::setUp(Rig::State& state, const Options& options) {
-    state.isSetUp = true;
-    state.isFromEnvironment = false;
+void Seam::forgetHandles(Rig::State& state) {
+    for (const auto& handle : state.handles) {
+        Bus::instance().remove(handle->record.data());
+        Bus::instance().remove(handle->usbHandle());
+    }
     state.handles.clear();
     state.ldvChannels = 0;
+    state.isLdvGone = false;
+}
+
+void Seam::takeOff(Rig::State& state) {
+    const std::lock_guard lock(state.mutex);
+    forgetHandles(state);
+    state.board.reset();  // lets go of its folder, which may be the next one's too
+    Bus::instance().forgetNumbers();
+}
+
+void Seam::setUp(Rig& rig, const Options& options) {
+    State& state = *rig.state_;
+    const std::lock_guard lock(state.mutex);
+    takeOff(state);
+    state.isFromEnvironment = false;
     state.ldvScript.reset();
     state.faults.clear();
     state.violationsTold = 0;
     state.holderTold = 0;
-    state.board.reset();  // lets go of its folder, which may be the new one's too
     for (const PlannedFault& fault : options.faults) {
         plan(state, fault.function, fault.nth, fault.andLater ? kForever : fault.nth, fault.status);
     }
     state.board = std::make_unique<Board>(options);
+    if (state.index > 0) state.board->nameInMemory += text("-%u", state.index);
     state.board->flash.lostPrograms.assign(options.lostPrograms.begin(), options.lostPrograms.end());
 }
 
@@ -188,23 +219,34 @@ void Seam::plan(Rig::State& state, const std::string& function, unsigned first, 
     state.faults.push_back({known, made + first, last == kForever ? kForever : made + last, status});
 }
 
-void Seam::readEnvironment(Rig::State& state) {
-    state.isSetUp = true;
-    const char* description = std::getenv("TAVO_SIM");
-    if (description == nullptr) return;
-    rig().keepJournal = false;
-    try {
-        setUp(state, parseOptions(description));
-        state.isFromEnvironment = true;
-        if (const std::string& why = state.board->whyAbsent(); !why.empty()) {
-            std::fprintf(stderr,
-                         "simulated interface: %s/config.bin: %s, so the bridge does not come up on USB; restore the "
-                         "file, or delete it for the factory block\n",
-                         state.board->store.folder.c_str(), why.c_str());
-        }
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+void Seam::setUpFromEnvironment(Rig& rig, const Options& options) {
+    rig.keepJournal = false;
+    setUp(rig, options);
+    rig.state_->isFromEnvironment = true;
+    const Board& board = *rig.state_->board;
+    const char* folder = board.store.folder.c_str();
+    if (board.isUnplugged()) {
+        std::fprintf(stderr, "simulated interface: %s is unplugged; tavo-sim --plug %s plugs it in\n", folder, folder);
+    } else if (const std::string& why = board.whyAbsent(); !why.empty()) {
+        std::fprintf(stderr,
+                     "simulated interface: %s/config.bin: %s, so the bridge does not come up on USB; restore the "
+                     "file, or delete it for the factory block\n",
+                     folder, why.c_str());
     }
+}
+
+bool Seam::isAttached(Rig& rig) {
+    State& state = *rig.state_;
+    const std::lock_guard lock(state.mutex);
+    lookAtPlug(state);
+    return state.isAttached();
+}
+
+void Seam::lookAtPlug(Rig::State& state) {
+    if (!state.board || !state.board->isPlugChanged()) return;
+    for (const auto& handle : state.handles) handle->isGone = true;
+    state.isLdvGone = state.ldvChannels > 0;
+    state.board->followPlug();
 }
 
 bool Seam::takeFault(Rig::State& state, Function function, int& status) {

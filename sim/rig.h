@@ -21,18 +21,25 @@ struct LdvStep {
     unsigned times = 1;
 };
 
+/// One simulated interface of this process. Its functions are for a test that does not use the interface in
+/// another thread meanwhile.
 class TAVO_SIM_API Rig {
 public:
-    Rig();
+    explicit Rig(unsigned index);
     ~Rig();
 
     /// A fresh board, without a folder unless options.folder is set; journal, faults and call
     /// counts empty; the virtual clock at 0. Handles of the old board are forgotten. On a folder this
-    /// is what a new process finds there. Throws std::runtime_error for a folder that cannot be used.
+    /// is what a new process finds there. Of the first rig: takes the others off the bus as well. Throws
+    /// std::runtime_error for a folder that cannot be used.
     void reset(const Options& options = {});
     /// Unplugs the interface and plugs it in again: a written configuration block takes effect, pins
     /// and SPI setting are as it says, handles are forgotten.
     void replug();
+    /// The same in two steps. Until plug() it is in no list; the handles and LDV channels of before answer as those
+    /// of a missing device, for good.
+    void unplug();
+    void plug();
 
     Board& board();
 
@@ -78,7 +85,7 @@ public:
     void scriptLdv(const std::vector<LdvStep>& steps);
 
     /// The virtual clock, in microseconds since reset; sleeps and (with Pace::Virtual) SPI transfers
-    /// advance it.
+    /// advance it. Sleeps advance those of all rigs.
     std::uint64_t now() const;
     /// What a test program's Poco::ThreadImpl::sleepImpl calls.
     void sleep(long milliseconds);
@@ -94,8 +101,9 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// The rig of this process. In a program that runs on the simulated interface it is set up from the
-/// environment variable TAVO_SIM at the first call of a seam function.
-TAVO_SIM_API Rig& rig();
+/// The rigs of this process; those not asked for yet come into being without a board. In a program that runs on
+/// simulated interfaces they are set up from the environment variable TAVO_SIM, one a line, at the first
+/// call of a seam function.
+TAVO_SIM_API Rig& rig(unsigned index = 0);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// What the seam's functions share: the state behind the rig, and the frame of one call.
+// What the seam's functions share: the state behind a rig, and the frame of one call.
 #pragma once
 
 #include <array>
@@ -21,11 +21,13 @@ struct Handle {
     static constexpr std::size_t kInterfaceOffset = 3;
     static constexpr std::size_t kRecordSize = CY_HANDLE_LIBUSB_OFFSET + sizeof(void*);
 
-    explicit Handle(unsigned interface);
+    Handle(unsigned device, unsigned interface);
     void* usbHandle() { return this; }  // a stand-in that only libusb_control_transfer of this library knows
 
     std::array<unsigned char, kRecordSize> record{};
+    unsigned deviceNumber;  // when it was opened
     unsigned interfaceNumber;
+    bool isGone = false;  // its device has been unplugged since
 };
 
 struct Rig::State {
@@ -41,18 +43,22 @@ struct Rig::State {
         std::uint64_t start;  // microseconds
     };
 
-    std::recursive_mutex mutex;
-    bool isSetUp = false;  // by a test, or from the environment
+    explicit State(unsigned number) : index(number) {}
+
+    const unsigned index;        // among the rigs
+    std::recursive_mutex mutex;  // held through a call, also while the interface works
     bool isFromEnvironment = false;
     std::unique_ptr<Board> board;  // null: no interface is attached
     std::vector<std::unique_ptr<Handle>> handles;
     unsigned ldvChannels = 0;
+    bool isLdvGone = false;  // the interface of the open channel has been unplugged
     std::optional<LdvScript> ldvScript;
     std::array<unsigned, static_cast<std::size_t>(Function::Count)> calls{};
     std::vector<Fault> faults;
     std::size_t violationsTold = 0;
     int holderTold = 0;  // told once: a program may look for the interface again and again
 
+    bool isAttached() const { return board && board->whyAbsent().empty(); }
     Handle* find(CY_HANDLE handle) const;
     /// Claims the board for a handle or an LDV channel; tells on standard error who holds it otherwise.
     bool claim();
@@ -61,16 +67,17 @@ struct Rig::State {
 struct Seam {
     using State = Rig::State;
 
-    static State& state() { return *rig().state_; }
+    static State& state(Rig& rig) { return *rig.state_; }
+    /// Attached now, as a list would have it.
+    static bool isAttached(Rig& rig);
 
-    /// One call of a seam function: counted, answered by the fault plan or else by body(state), and journaled as
-    /// text() when the journal is kept. isGood tells which statuses are no failure.
+    /// One call of a seam function on that interface: counted, answered by the fault plan or else by body(state), and
+    /// journaled as text() when the journal is kept. isGood tells which statuses are no failure.
     template <class Text, class Body>
-    static int call(Function function, Text text, Body body) {
-        Rig& own = rig();
+    static int call(Rig& own, Function function, Text text, Body body) {
         State& state = *own.state_;
         const std::lock_guard lock(state.mutex);
-        setUpFromEnvironment(state);
+        lookAtPlug(state);
         int status = 0;
         const bool planned = takeFault(state, function, status);
         if (!planned) status = body(state);
@@ -79,14 +86,15 @@ struct Seam {
         return status;
     }
 
-    static void setUp(State& state, const Options& options);
+    static void setUp(Rig& rig, const Options& options);
+    static void setUpFromEnvironment(Rig& rig, const Options& options);
+    /// No board any more.
+    static void takeOff(State& state);
+    static void forgetHandles(State& state);
     static void plan(State& state, const std::string& function, unsigned first, unsigned last, int status);
 
 private:
-    static void setUpFromEnvironment(State& state) {
-        if (!state.isSetUp) readEnvironment(state);
-    }
-    static void readEnvironment(State& state);
+    static void lookAtPlug(State& state);
     static bool takeFault(State& state, Function function, int& status);
     static bool isFailure(Function function, int status);
     static void note(Rig& own, std::string text, int status, bool failed);

@@ -11,14 +11,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "sim/bridge.h"
+#include "sim/files.h"
+#include "sim/plug.h"
 
 namespace sim {
 
@@ -26,85 +26,22 @@ namespace {
 
 constexpr std::size_t kDefaultFlashSize = 1u << 20;
 
-[[noreturn]] void fail(const std::string& path, const std::string& what, const std::string& remedy) {
-    throw std::runtime_error("simulated interface: " + path + ": " + what + "; " + remedy);
-}
-
-/// Owns a file descriptor.
-class File {
-public:
-    File(const std::string& path, int flags) : descriptor_(::open(path.c_str(), flags | O_CLOEXEC, 0666)) {}
-    ~File() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-    }
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-
-    int get() const { return descriptor_; }
-    bool isOpen() const { return descriptor_ >= 0; }
-    int release() { return std::exchange(descriptor_, -1); }
-
-private:
-    int descriptor_;
-};
-
-bool writeAll(int descriptor, std::span<const std::uint8_t> bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(count));
-    }
-    return true;
-}
-
-// Under another name first: the file is there whole or not at all, also when two processes make it.
-void writeWhole(const std::string& path, std::span<const std::uint8_t> content, bool replace) {
-    const std::string fresh = path + "." + std::to_string(::getpid());
-    File file(fresh, O_WRONLY | O_CREAT | O_TRUNC);
-    const bool written = file.isOpen() && writeAll(file.get(), content);
-    const int error = errno;
-    const bool placed = written && (replace ? ::rename(fresh.c_str(), path.c_str()) == 0
-                                            : ::link(fresh.c_str(), path.c_str()) == 0 || errno == EEXIST);
-    const int reason = written ? errno : error;
-    if (!replace || !placed) ::unlink(fresh.c_str());
-    if (!placed) fail(path, std::strerror(reason), "choose a folder that this user may write to");
-}
-
-std::string absoluteFolder(const std::string& folder) {
-    if (folder.empty()) return "";
-    std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    const std::filesystem::path path = std::filesystem::canonical(folder, error);
-    if (error || !std::filesystem::is_directory(path)) {
-        fail(folder, error ? error.message() : "not a folder", "name a folder, or one that can be made");
-    }
-    return path.string();
-}
-
 std::size_t flashSize(const std::string& path, const Options& options) {
     const std::size_t wanted = options.flashSize != 0 ? options.flashSize : kDefaultFlashSize;
     struct stat found {};
     if (path.empty() || ::stat(path.c_str(), &found) != 0) return wanted;
     const auto size = static_cast<std::size_t>(found.st_size);
     if (!std::has_single_bit(size) || size < kSmallestFlash || size > kLargestFlash) {
-        fail(path, std::to_string(size) + " bytes is no size of a flash chip",
-             "delete it to start with an erased chip");
+        failOn(path, std::to_string(size) + " bytes is no size of a flash chip",
+               "delete it to start with an erased chip");
     }
     if (options.flashSize != 0 && size != wanted) {
-        fail(path,
-             "the chip in this folder has " + std::to_string(size >> 10) + "K, size=" + std::to_string(wanted >> 10) +
-                 "K was asked for",
-             "leave size= out, use another folder, or delete the file to start with an erased chip");
+        failOn(path,
+               "the chip in this folder has " + std::to_string(size >> 10) + "K, size=" + std::to_string(wanted >> 10) +
+                   "K was asked for",
+               "leave size= out, use another folder, or delete the file to start with an erased chip");
     }
     return size;
-}
-
-std::string readText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 std::vector<std::uint8_t> padded(std::size_t size, std::span<const std::uint8_t> content) {
@@ -129,11 +66,11 @@ MappedFile::MappedFile(const std::string& path, std::size_t size, std::span<cons
         const File file(path, O_RDWR);
         struct stat found {};
         if (!file.isOpen() || ::fstat(file.get(), &found) != 0) {
-            fail(path, std::strerror(errno), "make it readable and writable, or use another folder");
+            failOn(path, std::strerror(errno), "make it readable and writable, or use another folder");
         }
         if (static_cast<std::size_t>(found.st_size) != size) {
-            fail(path, std::to_string(found.st_size) + " bytes, must be " + std::to_string(size),
-                 "restore it, or delete it to start from the factory state");
+            failOn(path, std::to_string(found.st_size) + " bytes, must be " + std::to_string(size),
+                   "restore it, or delete it to start from the factory state");
         }
         memory = ::mmap(nullptr, size, kAccess, MAP_SHARED, file.get(), 0);
     }
@@ -149,11 +86,12 @@ MappedFile::~MappedFile() {
 }
 
 Store::Store(const Options& options)
-    : folder(absoluteFolder(options.folder)),
+    : folder(options.folder.empty() ? "" : madeFolder(options.folder)),
       flash(path("flash.bin"), flashSize(path("flash.bin"), options), {}),
-      block(path("config.bin"), Bridge::kBlockSize, Bridge::factoryBlock()),
+      block(path("config.bin"), Bridge::kBlockSize, Bridge::factoryBlock(options.serialNumber)),
       userFlash(path("user-flash.bin"), Bridge::kUserFlashSize, {}),
-      internalFlash(path("bridge-flash.bin"), Bridge::kInternalFlashSize, {}) {}
+      internalFlash(path("bridge-flash.bin"), Bridge::kInternalFlashSize, {}),
+      plug_(path("plug")) {}
 
 std::string Store::path(const char* file) const {
     return folder.empty() ? "" : folder + "/" + file;
@@ -187,8 +125,8 @@ Store::Values Store::load() {
         if (line.empty() || line[0] == '#') continue;
         const std::size_t equals = line.find('=');
         if (equals == std::string::npos || equals == 0) {
-            fail(path("board.txt"), "line " + std::to_string(number) + " is not KEY=VALUE",
-                 "mend it, or delete the file to plug the interface in anew");
+            failOn(path("board.txt"), "line " + std::to_string(number) + " is not KEY=VALUE",
+                   "mend it, or delete the file to plug the interface in anew");
         }
         values[line.substr(0, equals)] = line.substr(equals + 1);
     }
@@ -202,6 +140,18 @@ void Store::save(const Values& values) {
     if (text == text_) return;
     writeWhole(path("board.txt"), std::span(reinterpret_cast<const std::uint8_t*>(text.data()), text.size()), true);
     text_ = text;
+}
+
+unsigned Store::plugChanges() const {
+    return folder.empty() ? plugChangesInMemory_ : sim::plugChanges(plug_);
+}
+
+void Store::setPluggedIn(bool pluggedIn) {
+    if (!folder.empty()) {
+        sim::setPluggedIn(folder, pluggedIn);
+    } else if (isPluggedIn(plugChangesInMemory_) != pluggedIn) {
+        ++plugChangesInMemory_;
+    }
 }
 
 bool Store::isChangedOutside() const {

@@ -55,6 +55,10 @@ public:
     /// board.txt differs from what this process loaded or saved last.
     bool isChangedOutside() const;
 
+    /// How often it has been unplugged or plugged in; odd: unplugged.
+    unsigned plugChanges() const;
+    void setPluggedIn(bool pluggedIn);
+
     const std::string folder;  ///< absolute; empty: in memory
 
     MappedFile flash;
@@ -65,6 +69,8 @@ public:
 private:
     std::string path(const char* file) const;
 
+    const std::string plug_;
+    unsigned plugChangesInMemory_ = 0;
     std::string text_;  // of board.txt as last loaded or saved
     int lockDescriptor_ = -1;
 };

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +13,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <thread>
 
 #include "platform/cyusbserial.h"
 #include "platform/ldv.h"
@@ -544,6 +547,167 @@ TEST_F(SimTest, LostProgramsAndFlippedBitsShowInTheNextRead) {
     CyClose(handle);
 }
 
+// Two boards in memory on one bus.
+class SimBusTest : public SimTest {
+protected:
+    SimBusTest() {
+        sim::Options options;
+        options.pace = sim::Pace::Virtual;
+        options.serialNumber = "00005678";
+        other.reset(options);
+    }
+    ~SimBusTest() override { rig.reset(); }
+
+    static CY_HANDLE open(UINT8 deviceNumber, UINT8 interfaceNumber) {
+        CY_HANDLE handle = nullptr;
+        EXPECT_EQ(CyOpen(deviceNumber, interfaceNumber, &handle), CY_SUCCESS);
+        return handle;
+    }
+    static unsigned listed() {
+        UINT8 devices = 0;
+        EXPECT_EQ(CyGetListofDevices(&devices), CY_SUCCESS);
+        return devices;
+    }
+    static std::string portPath(UINT8 number) {
+        char path[128] = {};
+        CyGetPortPath(number, path, sizeof path);
+        return path;
+    }
+    static std::string serialNumber(UINT8 number) {
+        CY_DEVICE_INFO found{};
+        CyGetDeviceInfo(number, &found);
+        return reinterpret_cast<const char*>(found.serialNum);
+    }
+
+    sim::Rig& other = sim::rig(1);
+};
+
+TEST_F(SimBusTest, EachBoardHasItsNumberPathHandlesFaultsAndJournal) {
+    EXPECT_EQ(listed(), 2u);
+    EXPECT_EQ(serialNumber(0) + " " + serialNumber(1), "00001234 00005678");
+    EXPECT_NE(portPath(0), portPath(1));
+    EXPECT_EQ(portPath(2), "");
+    rig.journal.clear();
+    other.journal.clear();
+    other.fail("CyGetGpioValue", 1, CY_ERROR_IO_TIMEOUT);
+    const CY_HANDLE first = open(0, 0);
+    const CY_HANDLE second = open(1, 1);
+    EXPECT_EQ(CySetGpioValue(second, 8, 0), CY_SUCCESS);
+    UINT8 level = 7;
+    EXPECT_EQ(CyGetGpioValue(first, 8, &level), CY_SUCCESS);
+    EXPECT_EQ(level, 1);
+    EXPECT_EQ(CyGetGpioValue(second, 8, &level), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(other.leftovers(), "1 bridge handle(s), pin 8 low");
+    EXPECT_EQ(control(second, 0x40, 0xE2, 0x5C3E, 0x82D4), 0);
+    EXPECT_TRUE(other.board().bridge.inConfigurationMode);
+    EXPECT_FALSE(rig.board().bridge.inConfigurationMode);
+    EXPECT_EQ(CyClose(first), CY_SUCCESS);
+    EXPECT_EQ(CyClose(second), CY_SUCCESS);
+    EXPECT_EQ(CyClose(second), CY_ERROR_INVALID_HANDLE);
+    EXPECT_THAT(rig.journal, ElementsAre("open 0.0", "pin 8?", "close 0.0", "close !14"));
+    EXPECT_THAT(other.journal,
+                ElementsAre("open 1.1", "pin 8=0", "pin 8? !11", "control 40 E2 5C3E 82D4 0", "close 1.1"));
+    EXPECT_EQ(rig.calls("CyOpen") + other.calls("CyOpen"), 2u);
+
+    other.fail("CyGetListofDevices", 1, CY_ERROR_REQUEST_FAILED);
+    UINT8 devices = 0;
+    EXPECT_EQ(CyGetListofDevices(&devices), CY_ERROR_REQUEST_FAILED) << "a fault of any board's";
+    rig.reset();
+    EXPECT_EQ(listed(), 1u) << "alone again";
+}
+
+TEST_F(SimBusTest, TwoLdvChannelsAtATime) {
+    short first = 0;
+    short second = 0;
+    short third = 0;
+    ASSERT_EQ(ldv_open("CSN00005678", &second), LDV_OK);
+    ASSERT_EQ(ldv_open("CSN00001234", &first), LDV_OK);
+    EXPECT_EQ(ldv_open("CSN00005678", &third), LDV_ALREADY_OPEN);
+    EXPECT_EQ(ldv_open("CSN00009999", &third), LDV_NOT_FOUND);
+    Bytes request(17);
+    request[0] = 0x22;
+    request[5] = 0x7F;
+    request[16] = 0x51;
+    EXPECT_EQ(ldv_write(second, request.data(), static_cast<unsigned short>(request.size())), LDV_OK);
+    rig.sleep(100);
+    unsigned char message[256];
+    EXPECT_EQ(ldv_read(first, message, sizeof message), LDV_NO_MSG_AVAIL);
+    EXPECT_EQ(ldv_read(second, message, sizeof message), LDV_OK);
+    EXPECT_EQ(ldv_close(second), LDV_OK);
+    EXPECT_EQ(ldv_read(second, message, sizeof message), LDV_NOT_OPEN);
+    EXPECT_EQ(ldv_close(first), LDV_OK);
+}
+
+TEST_F(SimBusTest, AnUnpluggedBoardAnswersAsAMissingDeviceAndComesBackAnew) {
+    EXPECT_EQ(listed(), 2u);
+    const CY_HANDLE handle = open(0, 0);
+    makeReady(handle);
+    short channel = 0;
+    ASSERT_EQ(ldv_open("CSN00001234", &channel), LDV_OK);
+    rig.unplug();
+
+    Bytes out(2, 0x05);
+    CY_DATA_BUFFER write{out.data(), 2, 0};
+    CY_SPI_CONFIG config = master();
+    UINT8 level = 0;
+    unsigned char message[64] = {};
+    const auto answers = [&] {
+        return std::vector<CY_RETURN_STATUS>{CySpiReadWrite(handle, nullptr, &write, 1000),
+                                             CyGetSpiConfig(handle, &config),
+                                             CySetSpiConfig(handle, &config),
+                                             CyGetGpioValue(handle, 8, &level),
+                                             CySetGpioValue(handle, 8, 1),
+                                             CyReadUserFlash(handle, &write, 0, 1000)};
+    };
+    EXPECT_THAT(answers(), testing::Each(CY_ERROR_DEVICE_NOT_FOUND));
+    EXPECT_EQ(control(handle, 0xC0, 0xB1, 0, 0, message, 4), LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(ldv_read(channel, message, sizeof message), LDV_DEVICE_ERR);
+    EXPECT_EQ(ldv_write(channel, message, 1), LDV_DEVICE_ERR);
+    CY_HANDLE late = nullptr;
+    EXPECT_EQ(CyOpen(0, 0, &late), CY_ERROR_DEVICE_NOT_FOUND) << "its number of the last list";
+    EXPECT_EQ(portPath(0), "");
+    EXPECT_EQ(listed(), 1u);
+    EXPECT_EQ(serialNumber(0), "00005678");
+
+    rig.plug();
+    EXPECT_THAT(answers(), testing::Each(CY_ERROR_DEVICE_NOT_FOUND)) << "the handle is the old device's";
+    EXPECT_EQ(listed(), 2u);
+    const CY_HANDLE fresh = open(0, 0);
+    EXPECT_EQ(CyGetSpiConfig(fresh, &config), CY_SUCCESS);
+    EXPECT_FALSE(config.isMaster) << "power was gone";
+    EXPECT_EQ(CyGetGpioValue(fresh, 8, &level), CY_SUCCESS);
+    EXPECT_EQ(level, 1);
+    EXPECT_EQ(CyClose(handle), CY_SUCCESS);
+    EXPECT_EQ(ldv_close(channel), LDV_OK);
+    EXPECT_EQ(CyClose(fresh), CY_SUCCESS);
+}
+
+TEST_F(SimBusTest, BoardsWorkSideBySide) {
+    sim::Options options;
+    options.pace = sim::Pace::Real;
+    other.reset(options);
+    const CY_HANDLE slow = open(1, 0);
+    CY_SPI_CONFIG config = master();
+    config.frequency = 100'000;
+    ASSERT_EQ(CySetSpiConfig(slow, &config), CY_SUCCESS);
+    ASSERT_EQ(CySetGpioValue(slow, 8, 0), CY_SUCCESS);
+    std::atomic<bool> isDone = false;
+    std::thread thread([&] {
+        spi(slow, Bytes(6250, 0x05));  // half a second
+        isDone = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    const CY_HANDLE handle = open(0, 0);
+    makeReady(handle);
+    for (int i = 0; i < 100; ++i) spi(handle, {0x9F, 0, 0, 0});
+    CySetGpioValue(handle, 8, 1);
+    EXPECT_FALSE(isDone);
+    thread.join();
+    CyClose(handle);
+    CySetGpioValue(slow, 8, 1);
+    CyClose(slow);
+}
+
 // Boards that live in a folder.
 class SimFolderTest : public SimTest {
 protected:
@@ -764,6 +928,9 @@ TEST_F(SimFolderTest, DamagedFoldersAreRefusedWithFileAndRemedy) {
     for (const char* file : {"flash.bin", "config.bin", "user-flash.bin", "board.txt"}) {
         EXPECT_THAT(damaged(file, "rubbish"), testing::AllOf(HasSubstr(file), HasSubstr("delete")));
     }
+    fs::create_directory(folder + "/board.txt");  // is there and cannot be read
+    EXPECT_THAT(refusal(), testing::AllOf(HasSubstr("board.txt"), HasSubstr("make it readable")));
+    fs::remove(folder + "/board.txt");
     for (const char* line : {"flash.protection=many", "flash.jedec=256"}) {
         EXPECT_THAT(damaged("board.txt", line), testing::AllOf(HasSubstr("board.txt"), HasSubstr(line)));
     }
@@ -782,6 +949,50 @@ TEST_F(SimFolderTest, DamagedFoldersAreRefusedWithFileAndRemedy) {
                 testing::AllOf(HasSubstr("line 1 is not KEY=VALUE"), HasSubstr("folder that this user may write to")));
 }
 
+TEST_F(SimFolderTest, TavoSimUnplugsAndPlugsInWhileAProgramRuns) {
+    const auto cable = [&](const char* what) {
+        const std::string tavoSim = (fs::read_symlink("/proc/self/exe").parent_path() / "tavo-sim").string();
+        ASSERT_EQ(std::system((tavoSim + " " + what + " " + folder + " 2>/dev/null").c_str()), 0);
+    };
+    const auto listed = [] {
+        UINT8 devices = 0;
+        CyGetListofDevices(&devices);
+        return devices;
+    };
+    rig.reset(options);
+    const CY_HANDLE handle = open(0);
+    makeReady(handle);
+    cable("--unplug");
+    cable("--unplug");  // no change
+    UINT8 level = 0;
+    EXPECT_EQ(CyGetGpioValue(handle, 8, &level), CY_ERROR_DEVICE_NOT_FOUND);
+    EXPECT_EQ(listed(), 0);
+    EXPECT_EQ(sim::Board(options).claim(), 0) << "the folder is free";
+    cable("--plug");
+    EXPECT_EQ(listed(), 1);
+    EXPECT_EQ(rig.leftovers(), "1 bridge handle(s)") << "the Neuron runs again";
+    CyClose(handle);
+
+    // Between two looks at it, and between two runs.
+    const CY_HANDLE second = open(0);
+    makeReady(second);
+    cable("--unplug");
+    cable("--plug");
+    EXPECT_EQ(CyGetGpioValue(second, 8, &level), CY_ERROR_DEVICE_NOT_FOUND);
+    CyClose(second);
+    const CY_HANDLE third = open(0);
+    makeReady(third);
+    rig.reset(options);
+    EXPECT_EQ(rig.leftovers(), "pin 8 low");
+    cable("--unplug");
+    rig.reset(options);
+    EXPECT_EQ(listed(), 0);
+    cable("--plug");
+    rig.reset(options);
+    EXPECT_EQ(listed(), 1);
+    EXPECT_EQ(rig.leftovers(), "");
+}
+
 // tavo-sim lies beside this program.
 TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
     const std::string tavoSim = (fs::read_symlink("/proc/self/exe").parent_path() / "tavo-sim").string();
@@ -794,8 +1005,18 @@ TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
     EXPECT_EQ(status, 5);
     EXPECT_THAT(output, testing::AllOf(HasSubstr(folder + "/x,pace=fast /"), HasSubstr("/libtavo-sim.so")));
 
-    const std::pair<std::string, int> refused[] = {
-        {"", 2}, {"x", 2}, {"x --", 2}, {"x,size=3M -- true", 2}, {"x -- no-such-program", 127}};
+    EXPECT_EQ(run("x y,pace=fast sim:z -- sh -c 'echo \"$TAVO_SIM\"'").second,
+              folder + "/x\n" + folder + "/y,pace=fast\n" + folder + "/z\n");
+
+    const std::pair<std::string, int> refused[] = {{"", 2},
+                                                   {"x", 2},
+                                                   {"x --", 2},
+                                                   {"x,size=3M -- true", 2},
+                                                   {"x -- no-such-program", 127},
+                                                   {"x y/../x,pace=fast -- true", 2},
+                                                   {"x -d -- true", 2},
+                                                   {"--unplug", 2},
+                                                   {"--plug output", 1}};
     for (const auto& [arguments, expected] : refused) {
         EXPECT_EQ(run(arguments).first, expected) << arguments;
         EXPECT_THAT(run(arguments).second, HasSubstr("tavo-sim: error: "));
@@ -805,7 +1026,7 @@ TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
 TEST(SimOptions, AreReadFromTheTextAfterSim) {
     const sim::Options options = sim::parseOptions(
         "a folder,size=4M,pace=fast,jedec=24,busy=3,fault=CyOpen@2+:4,lose-program=7,"
-        "access=letters,pins=12,denied,unfinished,dead-flash=0");
+        "access=letters,pins=12,serial=A-1,denied,unfinished,dead-flash=0");
     EXPECT_EQ(options.folder, "a folder");
     EXPECT_EQ(options.flashSize, 4u << 20);
     EXPECT_EQ(options.pace, sim::Pace::Fast);
@@ -819,6 +1040,7 @@ TEST(SimOptions, AreReadFromTheTextAfterSim) {
     EXPECT_EQ(options.faults[0].status, 4);
     EXPECT_EQ(options.access, sim::Access::Letters);
     EXPECT_EQ(options.pins, 12u);
+    EXPECT_EQ(options.serialNumber, "A-1");
     EXPECT_TRUE(options.denied && options.unfinished);
     EXPECT_EQ(options.flashDiesAfter, 0u);
     EXPECT_EQ(sim::parseOptions("d").pace, sim::Pace::Real);
@@ -847,7 +1069,7 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{"d,fault=Nope@1:4", "none of the simulated ones"},
                     std::pair{"d,lose-program=0", "lose-program=0"}, std::pair{"d,colour=red", "known are size="},
                     std::pair{"d,,", "unknown option ''"}, std::pair{"d,pins=14", "pins=14"},
-                    std::pair{"d,access=open", "both, library or letters"},
+                    std::pair{"d,serial=", "1 to 32"}, std::pair{"d,access=open", "both, library or letters"},
                     std::pair{"d,dead-flash=-1", "dead-flash=-1"},
                     std::pair{"d,denied=no", "unknown option 'denied=no'"}));
 
