@@ -92,6 +92,7 @@ Board::Board(const Options& options)
       neuron(clock, flash.cells),
       options_(options) {
     bridge.access = options.access;
+    flash.sfdp = options.sfdp;
     flash.diesAfter = options.flashDiesAfter.value_or(flash.diesAfter);
     restore(store.load());
     if (options.unfinished) bridge.isSpiUnfinished = true;

@@ -4,25 +4,25 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sim/sfdp.h"
+
 namespace sim {
 
 namespace {
 
-// Typical times of a W25Q-type chip, in microseconds.
-constexpr std::uint64_t kPageProgramTime = 700;
+// Typical time of a W25Q-type chip, in microseconds; those of program and erase stand in sfdp.h.
 constexpr std::uint64_t kStatusWriteTime = 10'000;
-constexpr std::uint64_t kSectorEraseTime = 45'000;
-constexpr std::uint64_t kBlockEraseTime = 150'000;
-constexpr std::uint64_t kChipEraseTimePerMiB = 2'500'000;
 
-constexpr std::size_t kSectorSize = 4096;
-constexpr std::size_t kBlockSize = 65536;
 constexpr std::size_t kHeaderSize = 4;  // command and 24-bit address, most significant byte first
 
 constexpr std::uint8_t kManufacturer = 0xEF;
 constexpr std::uint8_t kMemoryType = 0x40;
 
 constexpr std::size_t kMostViolations = 100;
+
+std::size_t sentAddress(const std::uint8_t* header) {
+    return static_cast<std::size_t>(header[1] << 16 | header[2] << 8 | header[3]);
+}
 
 std::string hex(const char* format, std::size_t value) {
     char text[80];
@@ -50,7 +50,9 @@ const FlashChip::Command FlashChip::kCommands[] = {
     {0x04, 1, &FlashChip::writeDisable},
     {0x01, 2, &FlashChip::writeStatus},
     {0x9F, 1, &FlashChip::readId},
-    {0x20, kHeaderSize, &FlashChip::sectorErase},
+    {0x5A, kHeaderSize + 1, &FlashChip::readSfdp},
+    {0x20, kHeaderSize, &FlashChip::blockErase},
+    {0x52, kHeaderSize, &FlashChip::blockErase},
     {0xD8, kHeaderSize, &FlashChip::blockErase},
     {0xC7, 1, &FlashChip::chipErase},
     {0x60, 1, &FlashChip::chipErase},
@@ -151,26 +153,35 @@ void FlashChip::pageProgram(const std::uint8_t* out, std::uint8_t*, std::size_t 
     if (lost != 0) note(hex("Page Program at 0x%06zX over bytes that are not erased", first));
 }
 
-void FlashChip::sectorErase(const std::uint8_t* out, std::uint8_t*, std::size_t) {
-    eraseRange("Sector Erase", out, kSectorSize, kSectorEraseTime);
+void FlashChip::readSfdp(const std::uint8_t* out, std::uint8_t* in, std::size_t length) {
+    if (in == nullptr || sfdp == Sfdp::None) return;
+    const std::vector<std::uint8_t> table = sfdpOf(cells.size(), sfdp == Sfdp::Lying);
+    const std::size_t from = sentAddress(out);
+    if (from >= table.size()) return;
+    constexpr std::size_t kData = kHeaderSize + 1;  // a dummy byte follows the address
+    std::memcpy(in + kData, table.data() + from, std::min(length - kData, table.size() - from));
 }
 
 void FlashChip::blockErase(const std::uint8_t* out, std::uint8_t*, std::size_t) {
-    eraseRange("Block Erase", out, kBlockSize, kBlockEraseTime);
+    const auto* type = std::find_if(std::begin(kEraseTypes), std::end(kEraseTypes),
+                                    [&](const EraseType& each) { return each.opcode == out[0]; });
+    eraseRange(type->name, out, type->size, type->microseconds);
 }
 
 void FlashChip::chipErase(const std::uint8_t*, std::uint8_t*, std::size_t) {
-    eraseRange("Chip Erase", nullptr, cells.size(), kChipEraseTimePerMiB * cells.size() / (1u << 20));
+    eraseRange("Chip Erase", nullptr, cells.size(), chipEraseTime(cells.size()));
 }
 
 void FlashChip::eraseRange(const char* command, const std::uint8_t* out, std::size_t size, std::uint64_t microseconds) {
     if (!takeWriteEnable(command)) return;
+    ++erases;
     if ((status & kBlockProtection) != 0) return;
     ++changes;
+    becomeBusy(microseconds);
+    if (std::find(lostErases.begin(), lostErases.end(), erases) != lostErases.end()) return;
     size = std::min(size, cells.size());
     const std::size_t from = out == nullptr ? 0 : address(out) & ~(size - 1);
     std::memset(cells.data() + from, 0xFF, size);
-    becomeBusy(microseconds);
 }
 
 bool FlashChip::takeWriteEnable(const char* command) {
@@ -186,8 +197,7 @@ void FlashChip::becomeBusy(std::uint64_t microseconds) {
 }
 
 std::size_t FlashChip::address(const std::uint8_t* header) const {
-    const auto sent = static_cast<std::size_t>(header[1] << 16 | header[2] << 8 | header[3]);
-    return sent & (cells.size() - 1);
+    return sentAddress(header) & (cells.size() - 1);
 }
 
 void FlashChip::note(const std::string& text) {

@@ -10,6 +10,7 @@
 
 #include "sim/clock.h"
 #include "sim/export.h"
+#include "sim/options.h"
 
 namespace sim {
 
@@ -34,7 +35,9 @@ public:
     int capacityCode;
     unsigned busyPolls;  ///< status reads for which it stays busy after each write, beside its time
 
-    // What a fault plan asks for, counted in Page Program and Read Data transfers.
+    Sfdp sfdp = Sfdp::Told;
+
+    // What a fault plan asks for, counted in Page Program, erase and Read Data transfers.
     struct Flip {
         std::uint64_t read;
         unsigned byte;
@@ -42,7 +45,9 @@ public:
     };
     std::vector<std::uint64_t> lostPrograms;
     std::vector<Flip> flips;
+    std::vector<std::uint64_t> lostErases;
     std::uint64_t programs = 0;
+    std::uint64_t erases = 0;
     std::uint64_t reads = 0;
     std::uint64_t changes = 0;  ///< programs and erases that it took, lost ones included
     std::uint64_t transfers = 0;
@@ -60,9 +65,9 @@ private:
     void readStatus(const std::uint8_t*, std::uint8_t* in, std::size_t length);
     void writeStatus(const std::uint8_t* out, std::uint8_t*, std::size_t length);
     void readId(const std::uint8_t*, std::uint8_t* in, std::size_t length);
+    void readSfdp(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
     void readData(const std::uint8_t* out, std::uint8_t* in, std::size_t length);
     void pageProgram(const std::uint8_t* out, std::uint8_t*, std::size_t length);
-    void sectorErase(const std::uint8_t* out, std::uint8_t*, std::size_t length);
     void blockErase(const std::uint8_t* out, std::uint8_t*, std::size_t length);
     void chipErase(const std::uint8_t*, std::uint8_t*, std::size_t);
 

@@ -82,10 +82,25 @@ void parseFault(Options& options, std::string_view text) {
     options.faults.push_back(fault);
 }
 
-void parseLoseProgram(Options& options, std::string_view text) {
+unsigned parseCount(const char* key, std::string_view text) {
     std::int64_t value = 0;
-    if (!parseNumber(text, 1, INT32_MAX, value)) refuse("lose-program", text, "a count from 1 is needed");
-    options.lostPrograms.push_back(static_cast<unsigned>(value));
+    if (!parseNumber(text, 1, INT32_MAX, value)) refuse(key, text, "a count from 1 is needed");
+    return static_cast<unsigned>(value);
+}
+
+void parseLoseProgram(Options& options, std::string_view text) {
+    options.lostPrograms.push_back(parseCount("lose-program", text));
+}
+
+void parseLoseErase(Options& options, std::string_view text) {
+    options.lostErases.push_back(parseCount("lose-erase", text));
+}
+
+void parseSfdp(Options& options, std::string_view text) {
+    constexpr std::string_view kNames[] = {"told", "none", "lying"};  // as in Sfdp
+    const auto* known = std::find(std::begin(kNames), std::end(kNames), text);
+    if (known == std::end(kNames)) refuse("sfdp", text, "told, none or lying is needed");
+    options.sfdp = static_cast<Sfdp>(known - std::begin(kNames));
 }
 
 void parseAccess(Options& options, std::string_view text) {
@@ -131,6 +146,8 @@ constexpr Key kKeys[] = {
     {"access", parseAccess},
     {"fault", parseFault},
     {"lose-program", parseLoseProgram},
+    {"lose-erase", parseLoseErase},
+    {"sfdp", parseSfdp},
     {"dead-flash", parseDeadFlash},
 };
 

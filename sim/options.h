@@ -23,6 +23,13 @@ enum class Access {
     Letters,  // A6BC B1B0 and A6BC B9B0
 };
 
+/// What the flash tells of itself (opcode 5A).
+enum class Sfdp {
+    Told,
+    None,   // it does not know the command
+    Lying,  // twice its size, and the erase sizes of 20 and D8 changed round
+};
+
 inline constexpr const char* kFactorySerialNumber = "00001234";
 inline constexpr std::uint32_t kSmallestFlash = 64u << 10;
 inline constexpr std::uint32_t kLargestFlash = 128u << 20;
@@ -44,10 +51,12 @@ struct Options {
     std::string serialNumber = kFactorySerialNumber;  // of a new board
     unsigned pins = 0;  // GPIO pins of the bridge, 12 or 17; 0: as the folder has it, else 17
     Access access = Access::Both;
+    Sfdp sfdp = Sfdp::Told;
     bool denied = false;                          // this user may not open it
     bool unfinished = false;                      // an SPI transfer was left unfinished; until an SPI reset (CB)
     std::optional<std::uint64_t> flashDiesAfter;  // transfers, after which the flash's output stays FF
     std::vector<PlannedFault> faults;
+    std::vector<unsigned> lostErases;    // erases that are accepted and change nothing; 1 is the first
     std::vector<unsigned> lostPrograms;  // Page Programs that are accepted and change nothing; 1 is the first
 };
 

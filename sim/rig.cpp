@@ -109,6 +109,10 @@ void Rig::loseProgram(unsigned n) {
     board().flash.lostPrograms.push_back(board().flash.programs + n);
 }
 
+void Rig::loseErase(unsigned n) {
+    board().flash.lostErases.push_back(board().flash.erases + n);
+}
+
 void Rig::flipReadBit(unsigned n, unsigned byte, unsigned bit) {
     board().flash.flips.push_back({board().flash.reads + n, byte, bit});
 }
@@ -116,6 +120,7 @@ void Rig::flipReadBit(unsigned n, unsigned byte, unsigned bit) {
 void Rig::clearFaults() {
     state_->faults.clear();
     board().flash.lostPrograms.clear();
+    board().flash.lostErases.clear();
     board().flash.flips.clear();
 }
 
@@ -210,6 +215,7 @@ void Seam::setUp(Rig& rig, const Options& options) {
     state.board = std::make_unique<Board>(options);
     if (state.index > 0) state.board->nameInMemory += text("-%u", state.index);
     state.board->flash.lostPrograms.assign(options.lostPrograms.begin(), options.lostPrograms.end());
+    state.board->flash.lostErases.assign(options.lostErases.begin(), options.lostErases.end());
 }
 
 void Seam::plan(Rig::State& state, const std::string& function, unsigned first, unsigned last, int status) {

@@ -76,6 +76,8 @@ public:
     void failFrom(const std::string& function, unsigned n, int status);
     /// The n-th Page Program is accepted, takes its time and changes nothing.
     void loseProgram(unsigned n);
+    /// The same of the n-th erase, of whatever size.
+    void loseErase(unsigned n);
     /// In the n-th Read Data transfer one bit of that data byte (0 = first after the header) is wrong.
     void flipReadBit(unsigned n, unsigned byte, unsigned bit);
     void clearFaults();

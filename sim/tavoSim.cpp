@@ -40,6 +40,8 @@ options, after the folder:
   busy=2           status reads for which the flash stays busy after a write, beside its time
   fault=F@N:S      the N-th call of function F returns status S (N+: that and later ones)
   lose-program=N   the N-th Page Program changes nothing
+  lose-erase=N     the N-th erase changes nothing
+  sfdp=none|lying  the flash tells nothing, or nothing true, of itself
   dead-flash=N     after N transfers the flash reads FF for ever
   denied           this user may not open it
   pins=12          a bridge without a service pin

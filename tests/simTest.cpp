@@ -154,8 +154,59 @@ TEST_F(FlashChipTest, ErasesSectorBlockAndChip) {
     for (const unsigned address : {0x0FFFu, 0x1000u, 0x1FFFu, 0x2000u}) cells[address] = 0;
     write(header(0x20, 0x1234, {}));
     EXPECT_EQ((Bytes{cells[0x0FFF], cells[0x1000], cells[0x1FFF], cells[0x2000]}), (Bytes{0, 0xFF, 0xFF, 0}));
+    for (const unsigned address : {0x7FFFu, 0x8000u}) cells[address] = 0;
+    send({0x06});
+    send(header(0x52, 0x9000, {}));
+    EXPECT_EQ((Bytes{cells[0x7FFF], cells[0x8000]}), (Bytes{0, 0xFF}));
+    clock.skip(119'999);
+    EXPECT_TRUE(chip.isBusy());
+    clock.skip(1);
+    EXPECT_FALSE(chip.isBusy());
     write(header(0xD8, 0x4321, {}));
     EXPECT_EQ(cells, Bytes(65536, 0xFF));
+
+    cells[0] = 0;
+    chip.lostErases = {chip.erases + 1};
+    write(header(0x20, 0, {}));
+    EXPECT_EQ(cells[0], 0);
+    write(header(0x20, 0, {}));
+    EXPECT_EQ(cells[0], 0xFF);
+}
+
+// The fields as JESD216B places them, read back by a decoder of the test's own.
+TEST_F(FlashChipTest, TellsSizeErasesAndTimesOfItself) {
+    const auto sfdp = [&](unsigned address, std::size_t count) {
+        Bytes in = send(header(0x5A, address, Bytes(1 + count)));
+        return Bytes(in.begin() + 5, in.end());
+    };
+    const auto word = [&](unsigned n) {  // of the basic table, from 1
+        const Bytes at = sfdp(0x80 + 4 * (n - 1), 4);
+        return static_cast<std::uint32_t>(at[0] | at[1] << 8 | at[2] << 16) | static_cast<std::uint32_t>(at[3]) << 24;
+    };
+    const auto milliseconds = [](std::uint32_t field, const std::vector<unsigned>& units) {
+        return ((field & 31) + 1) * units[field >> 5];
+    };
+    EXPECT_EQ(sfdp(0, 16), (Bytes{'S', 'F', 'D', 'P', 6, 1, 0, 0xFF, 0, 6, 1, 16, 0x80, 0, 0, 0xFF}));
+    EXPECT_EQ(word(1), 0xFF8020E5u);
+    EXPECT_EQ(word(2), 65536u * 8 - 1);
+    EXPECT_EQ(word(8), 0x520F200Cu);
+    EXPECT_EQ(word(9), 0x0000D810u);
+    const std::vector<unsigned> eraseUnits{1, 16, 128, 1000};
+    EXPECT_EQ(milliseconds(word(10) >> 4 & 127, eraseUnits), 48u);
+    EXPECT_EQ(milliseconds(word(10) >> 11 & 127, eraseUnits), 128u);
+    EXPECT_EQ(milliseconds(word(10) >> 18 & 127, eraseUnits), 160u);
+    EXPECT_EQ(word(10) >> 25, 0u) << "no fourth type";
+    EXPECT_EQ(word(11) >> 4 & 15, 8u) << "pages of 256 bytes";
+    EXPECT_EQ(milliseconds(word(11) >> 8 & 63, {8, 64}), 704u) << "us a page";
+    EXPECT_EQ(milliseconds(word(11) >> 24 & 127, {16, 256, 4000, 64000}), 160u) << "64 KiB in all";
+    EXPECT_EQ(sfdp(0xBE, 4), (Bytes{0, 0, 0xFF, 0xFF})) << "nothing behind the table";
+
+    chip.sfdp = sim::Sfdp::Lying;
+    EXPECT_EQ(word(2), 2 * 65536u * 8 - 1);
+    EXPECT_EQ(word(8), 0x520F2010u);
+    EXPECT_EQ(word(9), 0x0000D80Cu);
+    chip.sfdp = sim::Sfdp::None;
+    EXPECT_EQ(sfdp(0, 4), Bytes(4, 0xFF));
 }
 
 // Whole boards through the seam's functions.
@@ -1026,7 +1077,7 @@ TEST_F(SimFolderTest, TavoSimStartsAProgramWithTheInterfaceItNames) {
 TEST(SimOptions, AreReadFromTheTextAfterSim) {
     const sim::Options options = sim::parseOptions(
         "a folder,size=4M,pace=fast,jedec=24,busy=3,fault=CyOpen@2+:4,lose-program=7,"
-        "access=letters,pins=12,serial=A-1,denied,unfinished,dead-flash=0");
+        "sfdp=lying,lose-erase=5,access=letters,pins=12,serial=A-1,denied,unfinished,dead-flash=0");
     EXPECT_EQ(options.folder, "a folder");
     EXPECT_EQ(options.flashSize, 4u << 20);
     EXPECT_EQ(options.pace, sim::Pace::Fast);
@@ -1040,6 +1091,8 @@ TEST(SimOptions, AreReadFromTheTextAfterSim) {
     EXPECT_EQ(options.faults[0].status, 4);
     EXPECT_EQ(options.access, sim::Access::Letters);
     EXPECT_EQ(options.pins, 12u);
+    EXPECT_EQ(options.sfdp, sim::Sfdp::Lying);
+    EXPECT_THAT(options.lostErases, ElementsAre(5u));
     EXPECT_EQ(options.serialNumber, "A-1");
     EXPECT_TRUE(options.denied && options.unfinished);
     EXPECT_EQ(options.flashDiesAfter, 0u);
@@ -1069,7 +1122,8 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{"d,fault=Nope@1:4", "none of the simulated ones"},
                     std::pair{"d,lose-program=0", "lose-program=0"}, std::pair{"d,colour=red", "known are size="},
                     std::pair{"d,,", "unknown option ''"}, std::pair{"d,pins=14", "pins=14"},
-                    std::pair{"d,serial=", "1 to 32"}, std::pair{"d,access=open", "both, library or letters"},
+                    std::pair{"d,serial=", "1 to 32"}, std::pair{"d,sfdp=yes", "told, none or lying"},
+                    std::pair{"d,lose-erase=0", "lose-erase=0"}, std::pair{"d,access=open", "both, library or letters"},
                     std::pair{"d,dead-flash=-1", "dead-flash=-1"},
                     std::pair{"d,denied=no", "unknown option 'denied=no'"}));
 
