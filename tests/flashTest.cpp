@@ -282,6 +282,21 @@ TEST_F(FlashTest, SetupComparesWhatMattersAndRestoresOnlyWhatItChanged) {
     }
 }
 
+TEST_F(FlashTest, SetupWritesEveryFieldButSelectPrecede) {
+    for (const bool precede : {false, true}) {
+        CY_SPI_CONFIG& config = rig.board().bridge.spi;
+        config = CY_SPI_CONFIG{3000000, 16, CY_SPI_TI, false, false, false, precede, true, true};
+        Configurator configurator(info);
+        EXPECT_EQ(configurator.setupSpi(true), CY_SUCCESS);
+        EXPECT_EQ(config.frequency, 900000u);
+        EXPECT_EQ(config.dataWidth, 8);
+        EXPECT_EQ(config.protocol, CY_SPI_MOTOROLA);
+        EXPECT_TRUE(config.isMsbFirst && config.isMaster && config.isContinuousMode);
+        EXPECT_EQ(config.isSelectPrecede, precede);
+        EXPECT_FALSE(config.isCpha || config.isCpol);
+    }
+}
+
 TEST_F(FlashTest, SetupOwesASlaveOnlyForAMasterThatWasWritten) {
     for (const bool master : {true, false}) {
         for (const auto result : {CY_SUCCESS, CY_ERROR_IO_TIMEOUT}) {
