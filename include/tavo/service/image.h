@@ -1,0 +1,129 @@
+// The bytes of a flash by address, with gaps; comparing two of them, and a picture of one in its chip.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tavo/export.h"
+
+namespace tavo {
+
+/// Bytes that one page program of the flash takes.
+inline constexpr std::uint32_t kPageSize = 256;
+/// The flash commands carry 24 address bits.
+inline constexpr std::uint32_t kAddressable = 1U << 24;
+
+/// First and last address of some bytes side by side: never empty.
+struct AddressRange {
+    std::uint32_t first;
+    std::uint32_t last;
+
+    std::uint64_t size() const { return std::uint64_t{last} - first + 1; }
+    bool contains(std::uint32_t address) const { return first <= address && address <= last; }
+    bool operator==(const AddressRange& other) const { return first == other.first && last == other.last; }
+};
+
+/// Memory: 72 KiB for each 64 KiB of addresses that hold a byte.
+class TAVO_API Image {
+public:
+    Image();
+    ~Image();
+    Image(const Image& other);
+    Image& operator=(const Image& other);
+    Image(Image&& other) noexcept;  ///< other may then only be destroyed or assigned to
+    Image& operator=(Image&& other) noexcept;
+
+    /// Two bytes that were to stand in one place.
+    struct Overlap {
+        std::uint32_t address;
+        std::uint8_t before;
+        std::uint8_t now;
+    };
+
+    /// Sets bytes; the later ones stay. address + size at most kAddressable.
+    /// @return the first place where another byte stood before, if there is one
+    std::optional<Overlap> add(std::uint32_t address, const std::uint8_t* bytes, std::size_t size);
+
+    std::optional<std::uint8_t> at(std::uint32_t address) const;
+    /// The kPageSize bytes of a page as a chip holds them after programming: FF where the image has none.
+    /// Null when the image has none at all in it. The pages of one 64 KiB lie side by side in memory. Good until
+    /// the image changes. index below 65536.
+    const std::uint8_t* page(std::uint32_t index) const;
+    /// True when the image has every byte of that page.
+    bool isWhole(std::uint32_t index) const;
+
+    bool isEmpty() const { return count_ == 0; }
+    std::uint64_t byteCount() const { return count_; }
+    std::uint32_t pagesWithData() const;  ///< pages with a byte that is not FF
+    std::uint32_t blankPages() const;     ///< pages with bytes, all FF
+    std::vector<AddressRange> ranges() const;
+
+    /// SHA-256 of bytes and addresses, 64 lower-case digits: the same whatever the image was read from.
+    /// Of an image without gaps that begins at 0 it is the SHA-256 of its bytes, as of a raw binary. Of any
+    /// other: of the text "tavo image\n" and then, for each range, first address and size (four bytes
+    /// each, most significant first) and the bytes.
+    std::string identity() const;
+
+    bool operator==(const Image& other) const;
+    bool operator!=(const Image& other) const { return !(*this == other); }
+
+private:
+    struct Block;
+    static constexpr std::size_t kBlocks = kAddressable / 0x10000;
+
+    Block& block(std::size_t index);
+    std::optional<Overlap> addOver(Block& block, std::uint32_t address, const std::uint8_t* bytes, std::size_t size);
+
+    std::vector<std::unique_ptr<Block>> blocks_;
+    std::uint64_t count_ = 0;
+};
+
+/// A place where a chip does not hold what an image has.
+struct Difference {
+    AddressRange range;                  ///< first to last byte that differs in pages side by side
+    std::uint32_t bytes = 0;             ///< of them differ
+    std::optional<std::uint8_t> wanted;  ///< first byte in the image; none: the image has no data there
+    std::uint8_t found = 0;              ///< first byte in the chip
+};
+
+struct Comparison {
+    std::vector<Difference> differences;
+    std::uint64_t bytes = 0;
+    std::uint32_t pages = 0;
+    bool equal() const { return bytes == 0; }
+};
+
+/// Compares the first size bytes of a chip with an image.
+/// @param restBlank  bytes of the chip that the image does not cover must be FF
+TAVO_API Comparison compare(const Image& wanted, const Image& chip, std::uint32_t size, bool restBlank);
+
+/// What one cell of a map shows. The first four are of an image, the others of a chip compared with one.
+enum class MapCell : std::uint8_t { Gap, Blank, Part, Data, Equal, Differs, Beyond };
+
+/// A chip as a grid, row by row from address 0.
+struct ImageMap {
+    static constexpr std::uint32_t kColumns = 64;
+    static constexpr std::uint32_t kRows = 16;
+
+    std::uint32_t size = 0;      ///< bytes that the grid stands for
+    std::uint32_t cellSize = 0;  ///< bytes of a cell
+    std::array<MapCell, kColumns * kRows> cells{};
+};
+
+/// Gap: no byte of the image; Blank: all FF; Part: some bytes; Data: every byte.
+/// @param chipSize  bytes; 0: the smallest power of two that holds the image
+TAVO_API ImageMap mapImage(const Image& image, std::uint32_t chipSize = 0);
+
+/// Differs: from the image somewhere; Beyond: data where the image has none; Equal: what the image has is
+/// there; Blank: neither has data.
+TAVO_API ImageMap mapComparison(const Image& wanted, const Image& chip, std::uint32_t chipSize);
+
+/// One character for a cell: ". f + #" of an image, "= X o" and "." for Blank of a comparison.
+TAVO_API char mapLetter(MapCell cell);
+
+}  // namespace tavo

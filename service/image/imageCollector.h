@@ -1,0 +1,74 @@
+// What the readers of all formats have in common: bytes find their place, faults and changes are counted.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "tavo/service/imageFile.h"
+
+namespace tavo {
+
+/// What a reader passes over or puts right. The order is that of the notes.
+enum class Change : std::uint8_t {
+    ByteOrderMark,
+    CarriageReturn,
+    Blanks,
+    BlankLine,
+    LowerCase,
+    Segment,
+    StartAddress,
+    Divided,
+    AddressRecord,
+    EmptyRecord,
+    Count_,
+};
+
+/// What to do about a fault; the same words in all formats.
+namespace hint {
+inline constexpr const char* kConvert = "tavo-util convert IN OUT.hex, or leave --strict out";
+inline constexpr const char* kMakeAgain = "the file is damaged: make or copy it again";
+inline constexpr const char* kWrongFile = "name the Intel HEX file that the firmware's build made";
+}  // namespace hint
+
+class ImageCollector {
+public:
+    ImageCollector(ImageFile& file, const ReadOptions& options) : file_(file), options_(options) {}
+
+    const ReadOptions& options() const { return options_; }
+    ImageFile& file() { return file_; }
+
+    void fault(std::uint64_t line, const std::string& text, const std::string& remedy);
+    /// A fault that many lines may have in common: told once, at the first of them.
+    void cause(const std::string& name, std::uint64_t line, const std::string& text, const std::string& remedy);
+    void change(Change what) { ++changes_[static_cast<std::size_t>(what)]; }
+    /// A change that is told as it is, before the counted ones.
+    void note(const std::string& text) { file_.changes.push_back(text); }
+
+    /// Data of one record, or of a segment (line 0). Too high: a fault. address is below 2^33.
+    void place(std::uint64_t line, std::uint64_t address, const std::uint8_t* bytes, std::size_t size);
+
+    /// The fault of data that do not fit.
+    void tooHigh(std::uint64_t line, std::uint64_t first, std::uint64_t last);
+
+    /// Sorts the faults and words the changes; afterwards the file is complete.
+    void finish();
+
+private:
+    struct Cause {
+        std::uint64_t line = 0;
+        std::uint64_t lines = 0;
+        std::string text;
+        std::string remedy;
+    };
+
+    ImageFile& file_;
+    const ReadOptions& options_;
+    std::map<std::string, Cause> causes_;
+    std::uint64_t changes_[static_cast<std::size_t>(Change::Count_)] = {};
+};
+
+/// Two upper-case digits.
+std::string hexByteText(unsigned value);
+
+}  // namespace tavo
