@@ -60,7 +60,7 @@ TEST_F(BridgeService, TheBlockIsTheOneThatTheLibraryWouldWrite) {
 
 TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
     const auto plan = tavo::planSerialNumber(device(), "NEW");
-    for (unsigned request = 2; request <= 4; ++request) {  // silicon ID, enter, write, leave
+    for (unsigned request = 2; request <= 5; ++request) {  // after the silicon ID: enter, read, write, leave
         rig.clearFaults();
         rig.journal.clear();
         rig.fail("libusb_control_transfer", request, -7);
@@ -75,19 +75,37 @@ TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
     }
 }
 
+TEST_F(BridgeService, ABridgeThatTakesTheOtherAccessValuesIsServedToo) {
+    plug("access=letters");
+    const auto plan = tavo::planSerialNumber(device(), "NEW");
+    tavo::writeConfiguration(device(), plan, "kept.bin");
+    EXPECT_EQ(tavo::readConfiguration(device()), plan.after);
+    const auto& journal = rig.journal;
+    EXPECT_EQ(controls(journal, "40 E2 A6BC B1B0"), 4u);  // plan, write, the look after it, and the last read
+    EXPECT_EQ(controls(journal, "40 E2 A6BC B9B0"), 4u) << "left as often";
+}
+
 TEST_F(BridgeService, AFailedWriteTellsWhatTheBridgeHolds) {
     const auto plan = tavo::planSerialNumber(device(), "NEW");
-    rig.fail("libusb_control_transfer", 3, -7);
+    rig.fail("libusb_control_transfer", 4, -7);
     auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
     EXPECT_EQ(failure.state.text(), "configuration block unchanged");
-    rig.failFrom("libusb_control_transfer", 3, -7);
+    rig.failFrom("libusb_control_transfer", 4, -7);
     failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
     EXPECT_EQ(failure.state.text(), "configuration block not known: it may be damaged");
     EXPECT_THAT(failure.hint, HasSubstr("kept.bin"));
     rig.clearFaults();
-    rig.fail("libusb_control_transfer", 4, -7);
+    rig.fail("libusb_control_transfer", 5, -7);
     failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
     EXPECT_EQ(failure.state.text(), "configuration block written all the same");
+}
+
+TEST_F(BridgeService, AnEditIsNotMadeOverABlockThatSomebodyElseHasWritten) {
+    const auto plan = tavo::planSerialNumber(device(), "MINE");
+    ASSERT_EQ(updateCypressConfig(info, nullptr, "THEIRS"), TAVO_SUCCESS);
+    const auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, ""); });
+    EXPECT_EQ(failure.state.text(), "configuration block unchanged");
+    EXPECT_EQ(tavo::fieldsOf(tavo::readConfiguration(device())).serial, "THEIRS");
 }
 
 TEST_F(BridgeService, ASerialNumberIsCheckedBeforeAnythingIsAsked) {

@@ -1,13 +1,13 @@
 #include <Poco/Thread.h>
 
 #include "cli/commands/commands.h"
-#include "cli/configurationBlock.h"
 #include "cli/flashAccess.h"
 #include "cli/session.h"
 #include "platform/cyusbserial.h"
 #include "platform/ldv.h"
 #include "tavo/LdvManager.h"
 #include "tavo/neuron.h"
+#include "tavo/service/configuration.h"
 
 namespace cli {
 namespace {
@@ -68,11 +68,13 @@ Finding scb0(Examination& exam) {
 Finding checksum(Examination& exam) {
     if (!exam.reachable) return skipped("no access");
     try {
-        const std::string bad = whyBad(readBlock(exam.session));
+        Session& session = exam.session;
+        const std::string bad = tavo::fieldsOf(tavo::readConfiguration(session.device(), session.control())).whyBad;
         if (bad.empty()) return {Kind::Ok, "right", ""};
         return {Kind::Fail, bad, "do not unplug the interface; write a good block first: tavo-util config write"};
-    } catch (const Failure& failure) {
-        return {Kind::Fail, failure.text, failure.hint};
+    } catch (const tavo::Error& error) {
+        if (error.problem == tavo::Problem::Interrupted) throw;
+        return {Kind::Fail, error.what(), error.hint};
     }
 }
 

@@ -8,6 +8,7 @@
 #include "tavo/cyboot.h"
 #include "tavo/neuron.h"
 #include "tavo/service/device.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 namespace {
@@ -69,9 +70,9 @@ void addNeuron(Session& session, Items& items) {
     if (status == TAVO_SUCCESS) {
         status = session.tryCall("read the node state", [&] { return readState(session.info(), state); });
     }
-    const char* name = nodeStateName(state.nodeState);
+    const char* name = tavo::nodeStateName(state.nodeState);
     status == TAVO_SUCCESS
-        ? items.add("node_state", "node state", namedJson(name, state.nodeState), named(name, state.nodeState))
+        ? items.add("node_state", "node state", namedJson(name, state.nodeState), tavo::named(name, state.nodeState))
         : items.absent("node_state", "node state", tavoStatusString(status));
 }
 

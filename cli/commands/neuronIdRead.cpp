@@ -1,16 +1,14 @@
 #include "cli/commands/commands.h"
 #include "cli/session.h"
-#include "tavo/neuron.h"
-#include "tavo/service/device.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 namespace {
 
 void readId(Session& session) {
-    NeuronId id;
-    session.call(Side::Neuron, "read the Neuron ID", [&] { return readNeuronId(session.info(), id); });
-    session.report.result["neuron_id"] = neuronIdText(id);
-    session.report.line(neuronIdText(id));
+    const std::string id = tavo::neuronIdText(tavo::readNeuronId(session.device(), session.control()));
+    session.report.result["neuron_id"] = id;
+    session.report.line(id);
 }
 
 }  // namespace

@@ -2,14 +2,13 @@
 
 #include "cli/commands/commands.h"
 #include "cli/session.h"
-#include "tavo/bridge.h"
-#include "tavo/neuron.h"
-#include "tavo/service/device.h"
+#include "tavo/service/configuration.h"
 
 namespace cli {
 namespace {
 
-NeuronId parseId(const std::string& text) {
+std::optional<NeuronId> parseId(const std::string& text) {
+    if (text.empty()) return std::nullopt;
     NeuronId id;
     if (id.fromString(("ID" + text).c_str(), nullptr) && id.isValid()) return id;
     throw Failure{Exit::Usage, "'" + text + "' is not a Neuron ID", "12 hexadecimal digits: 050102030405", {}};
@@ -17,25 +16,14 @@ NeuronId parseId(const std::string& text) {
 
 void store(Session& session, const std::string& text) {
     Report& report = session.report;
-    NeuronId id;
-    if (!text.empty()) {
-        id = parseId(text);
-    } else {
-        session.call(Side::Neuron, "read the Neuron ID", [&] { return readNeuronId(session.info(), id); });
-    }
-    report.result["neuron_id"] = neuronIdText(id);
-    report.result["written"] = false;
-    if (session.info().neuronIdValid != 0 && id == session.info().neuronId) {
-        report.note(neuronIdText(id) + " already stored, nothing written");
-        return;
-    }
-    if (session.options.dryRun) {
-        report.note("would store " + neuronIdText(id) + "; nothing was done (--dry-run)");
-        return;
-    }
-    session.call(Side::Bridge, "store the Neuron ID", [&] { return writeNeuronId(session.info(), neuronIdText(id)); });
-    report.result["written"] = true;
-    report.note(neuronIdText(id) + " stored");
+    const auto id = parseId(text);
+    const bool dryRun = session.options.dryRun;
+    const auto stored = (dryRun ? tavo::planNeuronId : tavo::storeNeuronId)(session.device(), id, session.control());
+    const std::string shown = tavo::neuronIdText(stored.id);
+    report.result["neuron_id"] = shown;
+    report.result["written"] = stored.written && !dryRun;
+    if (!stored.written) return report.note(shown + " already stored, nothing written");
+    report.note(dryRun ? "would store " + shown + "; nothing was done (--dry-run)" : shown + " stored");
 }
 
 }  // namespace

@@ -1,22 +1,22 @@
 #include "cli/commands/commands.h"
-#include "cli/neuronNames.h"
+#include "cli/session.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 namespace {
 
 /// As characters; a dot for what cannot be printed.
-std::string readable(const unsigned char (&id)[8]) {
+std::string readable(const tavo::ProgramId& id) {
     std::string text;
     for (const unsigned char byte : id) text += byte >= 0x20 && byte < 0x7F ? static_cast<char>(byte) : '.';
     return text;
 }
 
 void programId(Session& session) {
-    unsigned char id[8] = {};
-    session.call(Side::Neuron, "read the program ID", [&] { return readProgramId(session.info(), id); });
-    session.report.result["program_id"] = hexText(id, sizeof id, "");
+    const tavo::ProgramId id = tavo::readProgramId(session.device(), session.control());
+    session.report.result["program_id"] = tavo::hexText(id.data(), id.size(), "");
     session.report.result["text"] = readable(id);
-    session.report.line(hexText(id, sizeof id) + "  " + readable(id));
+    session.report.line(tavo::hexText(id.data(), id.size()) + "  " + readable(id));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/configurationBlock.h"
-#include "tavo/bridge.h"
+#include "cli/configurationChanges.h"
+#include "cli/session.h"
 
 namespace cli {
 namespace {
@@ -13,19 +13,18 @@ struct Options {
 };
 
 void scb0(Session& session, const Options& options) {
-    const bool spi = options.mode == "spi";
-    Rewrite rewrite{readBlock(session), {}, options.backup, "", "switch SCB0", {}};
-    warnOfPendingSerial(session, rewrite.before);
-    rewrite.after = rewrite.before;
-    configBlock::setScb0(rewrite.after, spi);
-    configBlock::finish(rewrite.after, session.info().serialNumber.text);
-    session.report.result["before"] = scb0Name(rewrite.before);
-    session.report.result["after"] = scb0Name(rewrite.after);
-    session.report.line(std::string("SCB0: ") + scb0Name(rewrite.before) + " -> " + scb0Name(rewrite.after));
-    if (!spi) session.report.note("as I2C the flash is out of reach until scb0 spi");
-    rewrite.question = "switch SCB0 of " + session.deviceName() + " to " + scb0Name(rewrite.after);
-    rewrite.write = [&] { return configureScb0(session.info(), spi ? SCB0_SPI : SCB0_I2C); };
-    if (rewriteBlock(session, rewrite)) session.report.note("written; unplug and replug to apply");
+    Report& report = session.report;
+    const auto role = options.mode == "spi" ? tavo::Scb0Role::Spi : tavo::Scb0Role::I2c;
+    const auto plan = tavo::planScb0(session.device(), role, session.control());
+    warnOfPendingSerial(session, plan);
+    const std::string before = tavo::fieldsOf(plan.before).scb0;
+    const std::string after = tavo::fieldsOf(plan.after).scb0;
+    report.result["before"] = before;
+    report.result["after"] = after;
+    report.line("SCB0: " + before + " -> " + after);
+    if (role == tavo::Scb0Role::I2c) report.note("as I2C the flash is out of reach until scb0 spi");
+    const std::string question = "switch SCB0 of " + session.deviceName() + " to " + after;
+    if (rewriteBlock(session, plan, options.backup, question)) report.note("written; unplug and replug to apply");
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "cli/commands/commands.h"
 #include "cli/session.h"
-#include "tavo/neuron.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 namespace {
@@ -8,12 +8,9 @@ namespace {
 void servicePin(Session& session) {
     Report& report = session.report;
     if (session.options.dryRun) {
-        report.note("would press the service pin of " + session.deviceName() + "; nothing was done (--dry-run)");
-        return;
+        return report.note("would press the service pin of " + session.deviceName() + "; nothing was done (--dry-run)");
     }
-    const Stopwatch watch;
-    session.call(Side::Bridge, "press the service pin", [&] { return sendServicePin(session.info()); });
-    report.result["seconds"] = watch.seconds();
+    report.result["seconds"] = tavo::pressServicePin(session.device(), session.control());
     report.note("service pin pressed");
 }
 

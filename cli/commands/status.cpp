@@ -1,5 +1,8 @@
 #include "cli/commands/commands.h"
 #include "cli/neuronNames.h"
+#include "cli/session.h"
+#include "tavo/service/history.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 namespace {
@@ -9,9 +12,9 @@ struct Field {
     unsigned char NeuronState::*raw;
     const char* (*name)(std::uint8_t);  // null: a number
 };
-constexpr Field kFields[] = {{"node_state", &NeuronState::nodeState, nodeStateName},
-                             {"reset_cause", &NeuronState::resetCause, resetCauseName},
-                             {"error_log", &NeuronState::errorLog, errorLogName},
+constexpr Field kFields[] = {{"node_state", &NeuronState::nodeState, tavo::nodeStateName},
+                             {"reset_cause", &NeuronState::resetCause, tavo::resetCauseName},
+                             {"error_log", &NeuronState::errorLog, tavo::errorLogName},
                              {"firmware_version", &NeuronState::versionNumber, nullptr},
                              {"model_number", &NeuronState::modelNumber, nullptr}};
 
@@ -33,13 +36,20 @@ void tell(Report& report, const char* key, const std::string& value) {
     report.line(label + std::string(kColumn - label.size(), ' ') + value);
 }
 
+/// Before the Neuron is asked: with half an image it does not answer.
+void warnOfInterruptedRun(Session& session) {
+    const auto run = tavo::interruptedRun(session.device().description());
+    if (run) session.report.warning(tavo::interruptedText(*run), tavo::interruptedHint(*run));
+}
+
 void status(Session& session) {
     Report& report = session.report;
-    const NeuronState state = neuronState(session);
+    warnOfInterruptedRun(session);
+    const NeuronState state = tavo::readStatus(session.device(), session.control());
     for (const Field& field : kFields) {
         const std::uint8_t raw = state.*field.raw;
         report.result[field.key] = field.name == nullptr ? Json(raw) : namedJson(field.name(raw), raw);
-        tell(report, field.key, field.name == nullptr ? std::to_string(raw) : named(field.name(raw), raw));
+        tell(report, field.key, field.name == nullptr ? std::to_string(raw) : tavo::named(field.name(raw), raw));
     }
     for (const Counter& counter : kCounters) {
         const unsigned char(&bytes)[2] = state.*counter.bytes;

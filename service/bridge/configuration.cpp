@@ -8,6 +8,7 @@ namespace tavo {
 namespace {
 
 constexpr const char* kUnchanged = "configuration block unchanged";
+constexpr const char* kNotKnown = "configuration block not known: it may be damaged";
 constexpr const char* kKeepPlugged = "do not unplug the interface; write the old block first: tavo-util config write ";
 
 void requirePrintable(const std::string& serial) {
@@ -46,8 +47,14 @@ void finish(ConfigurationPlan& plan) {
     configBlock::finish(plan.after, plan.serial.c_str());
 }
 
+[[noreturn]] void failChanged(const Operation& op, const ConfigurationPlan& plan) {
+    op.fail(Error(Problem::DeviceFailed,
+                  "cannot " + plan.doing + " of " + op.device.name() + ": its block has changed in the meantime",
+                  "repeat the command: another program has written the block"));
+}
+
 /// The requests of a rewrite, in the order in which the library sends them.
-TAVO_STATUS writeBlock(Operation& op, ConfigurationBlock block, bool& refused) {
+TAVO_STATUS writeBlock(Operation& op, const ConfigurationPlan& plan, bool& refused) {
     ConfigurationMode mode(op);
     if (mode.openStatus() != CY_SUCCESS) return cypressToTavo(mode.openStatus());
     UINT32 siliconId = 0;  // only a bridge that answers this is written to
@@ -56,7 +63,14 @@ TAVO_STATUS writeBlock(Operation& op, ConfigurationBlock block, bool& refused) {
     const CY_RETURN_STATUS entered = mode.enter();
     refused = mode.isRefused();
     if (entered != CY_SUCCESS) return cypressToTavo(entered);
-    op.state.configuration = {Knowledge::Uncertain, "configuration block not known: it may be damaged"};
+    ConfigurationBlock block{};
+    if (plan.isEdit) {
+        const CY_RETURN_STATUS status = CyReadDeviceConfig(mode.handle(), block.data());
+        if (status != CY_SUCCESS) return cypressToTavo(status);
+        if (block != plan.before) failChanged(op, plan);
+    }
+    block = plan.after;
+    op.state.configuration = {Knowledge::Uncertain, kNotKnown};
     if (const auto status = CyWriteDeviceConfig(mode.handle(), block.data()); status != CY_SUCCESS) {
         return cypressToTavo(status);
     }
@@ -76,7 +90,7 @@ TAVO_STATUS writeBlock(Operation& op, ConfigurationBlock block, bool& refused) {
     } else if (known && now == plan.after) {
         op.state.configuration = {Knowledge::Written, "configuration block written all the same"};
     } else {
-        op.state.configuration = {Knowledge::Uncertain, "configuration block not known: it may be damaged"};
+        op.state.configuration = {Knowledge::Uncertain, kNotKnown};
         if (error.problem != Problem::NoDevice) error.hint = kKeepPlugged + backup;
     }
     op.fail(error);
@@ -117,6 +131,7 @@ ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& im
 ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control) {
     requirePrintable(serial);
     ConfigurationPlan plan = planOf(device, control, "set the serial number");
+    plan.isEdit = true;
     plan.serial = serial;
     finish(plan);
     return plan;
@@ -136,7 +151,7 @@ void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std
     Operation op(device, control);
     op.state.configuration = {Knowledge::Unchanged, kUnchanged};
     bool refused = false;
-    const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan.after, refused); });
+    const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan, refused); });
     if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
     requireWritten(op, plan, backup);
 }

@@ -84,7 +84,7 @@ class State(NeuronToolTest):
             with self.subTest(args=args):
                 result = self.run_tool(*args)
                 self.assertExit(result, 12)
-                self.assertErrorForm(result, "flash contents unchanged", "[TAVO_TRANSACTION_FAILED 7]")
+                self.assertErrorForm(result, "the Neuron was only asked, nothing in it changed", "[TAVO_TRANSACTION_FAILED 7]")
         self.set_neuron(answer="negative")
         result = self.run_tool("mode", "offline")
         self.assertExit(result, 12)

@@ -44,6 +44,8 @@ TAVO_API std::vector<ByteChange> compareConfiguration(const ConfigurationBlock& 
 /// The field that this byte belongs to: "serial number"; empty for bytes without a known meaning.
 TAVO_API const char* configurationFieldAt(std::size_t offset);
 
+/// True for a name that ends in .bin, in either case: configuration files are told by it.
+TAVO_API bool isConfigurationFileName(const std::string& path);
 /// A configuration file: 512 bytes, named .bin. Throws Error: FileRefused for another name or size, FileSystem
 /// for one that cannot be read.
 TAVO_API ConfigurationBlock loadConfiguration(const std::string& path);
@@ -62,6 +64,7 @@ struct ConfigurationPlan {
     std::string serial;          ///< that the block will carry
     std::string pendingSerial;   ///< set since the interface was plugged in, and lost by this rewrite; empty: none
     std::string doing;           ///< completes "cannot ...": "set the serial number"
+    bool isEdit = false;         ///< made from the block in the bridge: written only while that is still the same
 
     bool changesAnything() const { return before != after; }
 };
