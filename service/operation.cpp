@@ -11,8 +11,8 @@ namespace {
 
 constexpr long kSlice = 100;  // ms between two looks at the token
 
-constexpr const char* kPhases[] = {"",        "wait",   "check", "backup",       "read", "erase",
-                                   "program", "verify", "boot",  "service mode", "reset"};
+constexpr const char* kPhases[] = {"",      "wait",    "check",  "backup", "dump",         "read",
+                                   "erase", "program", "verify", "boot",   "service mode", "reset"};
 static_assert(std::size(kPhases) == static_cast<std::size_t>(Phase::Reset) + 1);
 
 /// What to do after an interruption, by what the flash holds.

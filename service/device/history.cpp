@@ -128,6 +128,8 @@ std::optional<Record> parse(const std::string& text) {
 }
 
 std::optional<Record> load(const fs::path& file) {
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) return std::nullopt;
     std::ifstream in(file, std::ios::binary);
     return parse({std::istreambuf_iterator<char>(in), {}});
 }

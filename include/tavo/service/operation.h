@@ -24,7 +24,20 @@ private:
     static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may set it");
 };
 
-enum class Phase : std::uint8_t { None, Wait, Check, Backup, Read, Erase, Program, Verify, Boot, ServiceMode, Reset };
+enum class Phase : std::uint8_t {
+    None,
+    Wait,
+    Check,
+    Backup,
+    Dump,
+    Read,
+    Erase,
+    Program,
+    Verify,
+    Boot,
+    ServiceMode,
+    Reset
+};
 TAVO_API const char* phaseName(Phase phase);  ///< "erase", "service mode" ...
 
 /// One thing that an operation tells while it works, on the thread that called it.

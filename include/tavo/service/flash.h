@@ -1,0 +1,131 @@
+// The SPI flash that holds the Neuron's firmware: looked at, programmed, compared, read, erased.
+//
+// Each operation makes SCB0 an SPI master, holds the Neuron in reset, does its work, gives both back and
+// looks whether they are: success is only told of an interface that was seen to be let go. The Neuron
+// starts anew. Cancelled, they end at the next page or chunk; a chip erase is waited for.
+//
+// All of them throw Error; its state tells what the flash holds then.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tavo/export.h"
+#include "tavo/service/device.h"
+#include "tavo/service/image.h"
+#include "tavo/service/imageFile.h"
+
+namespace tavo {
+
+/// What a flash chip tells of itself.
+struct TAVO_API FlashChip {
+    std::uint8_t maker = 0;  ///< JEDEC manufacturer ID
+    std::uint8_t memoryType = 0;
+    std::uint8_t capacityCode = 0;
+    std::uint32_t size = 0;  ///< bytes
+
+    std::string makerName() const;  ///< "Winbond"; empty when unknown
+    std::string idText() const;     ///< "EF 40 14"
+    std::string text() const;       ///< "Winbond, ID EF 40 14, 1 MiB"
+};
+
+/// How long a whole-chip erase of that size takes, from data sheets: "usually 2 to 12 s".
+TAVO_API std::string usualEraseTime(std::uint32_t size);
+
+/// Reads the chip's ID. Blocks for some 0.1 s.
+TAVO_API FlashChip inspectFlash(Device& device, const Control& control = {});
+
+struct ProgramOptions {
+    /// Reads the flash first and leaves it alone when it holds just this image.
+    bool ifDifferent = false;
+    /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
+    /// .bin). Must not exist yet. Empty: no backup.
+    std::string backup;
+    /// For messages, and for what this host remembers of a run that is cut off.
+    std::string imageName;
+    /// Where the image was read from, if anywhere; borrowed. Names the line of data above the chip.
+    const ImageFile* file = nullptr;
+};
+
+/// What programFlash is going to do, as far as it is known without the device.
+struct ProgramForecast {
+    std::vector<std::string> steps;  ///< "backup", "compare", "erase", "program", "verify"
+    std::uint32_t pagesWritten = 0;
+    std::uint32_t pagesBlank = 0;  ///< pages of FF: the erase leaves them so
+    double seconds = 0;            ///< without the erase, which depends on the chip
+};
+
+/// Throws what programFlash would throw before it touches the device; leaves no file behind.
+TAVO_API ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options = {});
+
+struct ProgramResult {
+    FlashChip chip;
+    bool upToDate = false;  ///< the image was there already: nothing was erased or written
+    std::uint32_t pagesWritten = 0;
+    std::uint32_t pagesBlank = 0;
+    std::vector<std::uint32_t> retries;  ///< addresses of pages that needed another attempt: a chip that wears out
+    std::string backup;                  ///< as in the options, when it has been written
+    std::string backupSha256;            ///< of the bytes of the chip
+    double seconds = 0;
+    DeviceState state;
+};
+
+/// Erases the chip, then programs the image and compares each page right after it was programmed.
+/// Blocks for the erase, about 7 ms a page, the reading that the options ask for, and 1.6 s of waits.
+/// Throws Error also when the chip is too small, or the backup cannot be written: nothing is erased then.
+TAVO_API ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options = {},
+                                    const Control& control = {});
+
+struct VerifyOptions {
+    bool restBlank = false;           ///< what the image does not cover must be FF
+    const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
+    std::string imageName;
+};
+
+struct VerifyResult {
+    FlashChip chip;
+    Comparison comparison;
+    Image contents;  ///< of the whole chip
+    DeviceState state;
+};
+
+/// Reads the chip (2.4 ms for each 255 bytes, and 1.6 s of waits) and compares it.
+TAVO_API VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options = {},
+                                  const Control& control = {});
+
+struct ReadFlashResult {
+    FlashChip chip;
+    Image contents;  ///< every byte of the chip
+    DeviceState state;
+};
+
+/// How a dump under that name is written: by its ending, else Intel HEX. Throws Error (BadArgument) for an
+/// ending of something that a dump is not.
+TAVO_API Format dumpFormat(const std::string& path);
+
+/// Reads the whole chip. Times as verifyFlash.
+TAVO_API ReadFlashResult readFlash(Device& device, const Control& control = {});
+
+struct EraseResult {
+    FlashChip chip;
+    double seconds = 0;
+    DeviceState state;
+};
+
+/// Erases the whole chip: seconds to minutes.
+TAVO_API EraseResult eraseFlash(Device& device, const Control& control = {});
+
+struct BlankCheckResult {
+    FlashChip chip;
+    bool blank = false;
+    std::optional<std::uint32_t> first;  ///< address of the first byte that is not FF
+    std::uint32_t pages = 0;             ///< with such a byte
+    DeviceState state;
+};
+
+/// Reads the whole chip. Times as verifyFlash.
+TAVO_API BlankCheckResult blankCheckFlash(Device& device, const Control& control = {});
+
+}  // namespace tavo

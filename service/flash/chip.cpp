@@ -1,0 +1,172 @@
+#include "service/flash/chip.h"
+
+#include <Poco/Thread.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <iterator>
+
+#include "platform/cyusbserial.h"
+#include "tavo/service/text.h"
+
+namespace tavo {
+namespace {
+
+// JEDEC standard SPI NOR commands.
+namespace opcode {
+constexpr std::uint8_t kPageProgram = 0x02;
+constexpr std::uint8_t kReadData = 0x03;
+constexpr std::uint8_t kReadJedecId = 0x9F;
+constexpr std::uint8_t kChipErase = 0xC7;
+}  // namespace opcode
+
+constexpr std::uint8_t kBusy = 0x01;
+// BP0 and BP1. Bit 4 is a third one on most parts, but tells the level of the write-protect pin on others.
+constexpr std::uint8_t kProtected = 0x0C;
+constexpr std::uint8_t kFloating = 0xFF;  // nobody drives the line
+
+constexpr std::uint32_t kHeaderSize = 4;  // command, then a 24-bit address, most significant byte first
+constexpr UINT32 kTransferTimeoutMs = 10000;
+constexpr long kPollIntervalMs = 1;
+constexpr double kPatience = 10;       // times the data sheet's longest
+constexpr unsigned kFewestPolls = 50;  // before a wait is too long, however late this process was woken
+
+constexpr double kLongestPageProgram = 0.005;
+constexpr double kLongestStatusWrite = 0.015;
+constexpr std::uint32_t kLargestChip = kAddressable;
+
+using Clock = std::chrono::steady_clock;
+
+void putHeader(std::uint8_t* buffer, std::uint8_t command, std::uint32_t address) {
+    buffer[0] = command;
+    buffer[1] = static_cast<std::uint8_t>(address >> 16);
+    buffer[2] = static_cast<std::uint8_t>(address >> 8);
+    buffer[3] = static_cast<std::uint8_t>(address);
+}
+
+Error staysBusy(const BusyWait& wait, std::uint8_t status) {
+    const std::string read = status == kFloating ? "; its status reads FF, as of no chip at all" : "";
+    Error error(Problem::DeviceFailed,
+                std::string("the flash stays busy: ") + wait.what + " takes at most " + secondsText(wait.longest) +
+                    ", and was waited for ten times as long" + read,
+                "replug the interface and repeat the command; a flash that stays busy again is dead or badly wired");
+    error.status = TAVO_TIMEOUT;
+    return error;
+}
+
+/// How long a wait has lasted. Each poll takes a millisecond at least, also where no clock runs.
+class Patience {
+public:
+    explicit Patience(double longest) : longest_(longest) {}
+
+    void countPoll() { ++polls_; }
+    bool isLate() const { return seconds() >= longest_; }
+    bool isOver() const { return polls_ >= kFewestPolls && seconds() >= kPatience * longest_; }
+
+private:
+    double seconds() const {
+        const double elapsed = std::chrono::duration<double>(Clock::now() - start_).count();
+        return std::max(elapsed, polls_ * kPollIntervalMs / 1000.0);
+    }
+
+    double longest_;
+    unsigned polls_ = 0;
+    Clock::time_point start_ = Clock::now();
+};
+
+bool mayStop(const BusyWait& wait, const Patience& patience, std::uint8_t status) {
+    if (wait.stop == BusyWait::Stop::AtOnce || status == kFloating) return true;
+    return wait.stop == BusyWait::Stop::WhenLate && patience.isLate();
+}
+
+}  // namespace
+
+CY_RETURN_STATUS FlashDriver::transfer(std::uint8_t* out, std::uint8_t* in, std::uint32_t length) const {
+    CY_DATA_BUFFER write{out, length, 0};
+    CY_DATA_BUFFER read{in, length, 0};
+    return CySpiReadWrite(handle_.handle, in != nullptr ? &read : nullptr, &write, kTransferTimeoutMs);
+}
+
+CY_RETURN_STATUS FlashDriver::readId(FlashChip& chip) const {
+    std::uint8_t out[4] = {opcode::kReadJedecId};
+    std::uint8_t in[4] = {};
+    if (const auto status = transfer(out, in, sizeof out); status != CY_SUCCESS) return status;
+    chip.maker = in[1];
+    chip.memoryType = in[2];
+    chip.capacityCode = in[3];
+    return CY_SUCCESS;
+}
+
+CY_RETURN_STATUS FlashDriver::readSize(FlashChip& chip) const {
+    return primitives_.getFlashSize(chip.size);
+}
+
+CY_RETURN_STATUS FlashDriver::waitUntilIdle(const BusyWait& wait, std::uint8_t& status) const {
+    for (Patience patience(wait.longest);; patience.countPoll()) {
+        if (const auto result = readStatus(status); result != CY_SUCCESS) return result;
+        if ((status & kBusy) == 0) return CY_SUCCESS;
+        if (patience.isOver()) op_.fail(staysBusy(wait, status));
+        if (mayStop(wait, patience, status)) op_.throwIfCancelled();
+        Poco::Thread::sleep(kPollIntervalMs);
+    }
+}
+
+CY_RETURN_STATUS FlashDriver::eraseChip(std::uint32_t size) const {
+    // Busy before: with the status write of unprotect, or with what a killed run has begun.
+    const BusyWait before{longestErase(size), "a chip erase", BusyWait::Stop::AtOnce};
+    const BusyWait during{longestErase(size), "a chip erase", BusyWait::Stop::Never};
+    std::uint8_t status = 0;
+    if (const auto result = waitUntilIdle(before, status); result != CY_SUCCESS) return result;
+    if (const auto result = primitives_.enableWrite(); result != CY_SUCCESS) return result;
+    std::uint8_t out[] = {opcode::kChipErase};
+    if (const auto result = transfer(out, nullptr, sizeof out); result != CY_SUCCESS) return result;
+    if (const auto result = waitUntilIdle(during, status); result != CY_SUCCESS) return result;
+    if ((status & kProtected) == 0) return CY_SUCCESS;
+    op_.fail(Error(Problem::DeviceFailed,
+                   "the flash stays write-protected (status " + hexText(&status, 1) + "): it refuses the erase",
+                   "its write-protect pin (WP#) is held low: see to the wiring"));
+}
+
+CY_RETURN_STATUS FlashDriver::read(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+    const BusyWait wait{longestErase(kLargestChip), "a chip erase", BusyWait::Stop::AtOnce};
+    std::uint8_t status = 0;
+    if (const auto result = waitUntilIdle(wait, status); result != CY_SUCCESS) return result;
+    std::array<std::uint8_t, kHeaderSize + kReadChunk> out{};
+    std::array<std::uint8_t, kHeaderSize + kReadChunk> in{};
+    putHeader(out.data(), opcode::kReadData, address);
+    if (const auto result = transfer(out.data(), in.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
+    std::copy_n(in.data() + kHeaderSize, size, data);
+    return CY_SUCCESS;
+}
+
+CY_RETURN_STATUS FlashDriver::attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size) const {
+    const BusyWait before{kLongestStatusWrite, "a status write", BusyWait::Stop::WhenLate};
+    const BusyWait during{kLongestPageProgram, "a page program", BusyWait::Stop::WhenLate};
+    std::uint8_t status = 0;
+    if (const auto result = waitUntilIdle(before, status); result != CY_SUCCESS) return result;
+    if (const auto result = primitives_.enableWrite(); result != CY_SUCCESS) return result;
+    putHeader(out, opcode::kPageProgram, address);
+    if (const auto result = transfer(out, nullptr, kHeaderSize + size); result != CY_SUCCESS) return result;
+    if (const auto result = waitUntilIdle(during, status); result != CY_SUCCESS) return result;
+
+    std::array<std::uint8_t, kHeaderSize + kPageSize> in{};
+    out[0] = opcode::kReadData;  // the address stays, the page's data go out again as filler
+    if (const auto result = transfer(out, in.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
+    const bool equal = std::memcmp(out + kHeaderSize, in.data() + kHeaderSize, size) == 0;
+    return equal ? CY_SUCCESS : CY_ERROR_DOWNLOAD_FAILED;
+}
+
+PageOutcome FlashDriver::programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const {
+    std::array<std::uint8_t, kHeaderSize + kPageSize> out{};
+    std::copy_n(data, size, out.data() + kHeaderSize);
+    PageOutcome outcome;
+    do {
+        ++outcome.attempts;
+        outcome.status = attempt(out.data(), address, size);
+    } while (outcome.status != CY_SUCCESS && outcome.attempts < kAttempts);
+    return outcome;
+}
+
+}  // namespace tavo

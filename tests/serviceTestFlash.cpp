@@ -1,0 +1,551 @@
+// The flash operations of the service layer: what is on the wire, what is told, what is released.
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+
+#include "platform/cyusbserial.h"
+#include "tavo/Configurator.h"
+#include "tavo/flash.h"
+#include "tavo/service/flash.h"
+#include "tavo/service/history.h"
+#include "tests/serviceTest.h"
+
+using tavo::FlashState;
+using tavo::Problem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using Journal = std::vector<std::string>;
+
+Bytes noise(std::size_t size, unsigned seed) {
+    std::mt19937 random(seed);
+    Bytes bytes(size);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<std::uint8_t>(random()); });
+    return bytes;
+}
+
+tavo::Image imageOf(const std::map<std::uint32_t, Bytes>& pieces) {
+    tavo::Image image;
+    for (const auto& [address, bytes] : pieces) image.add(address, bytes.data(), bytes.size());
+    return image;
+}
+
+/// What reaches the wire, in order: transfers, the reset line, the role of SCB0, and the time between them.
+/// The looks that the service adds (ID, levels, settings) change nothing.
+Journal wire(const Journal& journal) {
+    Journal result;
+    long slept = 0;
+    const auto flush = [&] {
+        if (slept > 0) result.push_back("sleep " + std::to_string(slept));
+        slept = 0;
+    };
+    for (const std::string& line : journal) {
+        if (line.starts_with("sleep ")) slept += std::stol(line.substr(6));
+        const bool counts = line.starts_with("setspi ") || (line.starts_with("pin ") && !line.ends_with("?")) ||
+                            (line.starts_with("spi ") && !line.starts_with("spi 9F "));
+        if (!counts) continue;
+        flush();
+        result.push_back(line);
+    }
+    flush();
+    return result;
+}
+
+class Flash : public ServiceTest {
+protected:
+    Flash() {
+        options.pace = sim::Pace::Fast;  // no time but the waits, and three polls after each write
+        options.busyPolls = 2;
+        options.folder = folder + "/board";
+        options.flashSize = 64U << 10;
+        fresh();
+    }
+
+    void fresh() {
+        findAgain();
+        rig.reset(options);
+        rig.keepJournal = true;
+    }
+
+    std::span<std::uint8_t> cells() { return rig.board().flash.cells; }
+
+    /// Just that, and FF everywhere else.
+    bool holds(const tavo::Image& wanted) {
+        for (std::uint32_t at = 0; at < cells().size(); ++at) {
+            if (cells()[at] != wanted.at(at).value_or(0xFF)) return false;
+        }
+        return true;
+    }
+
+    CY_SPI_CONFIG spi() {
+        const CyHandle scb0(0, 0);
+        CY_SPI_CONFIG config{};
+        EXPECT_EQ(CyGetSpiConfig(scb0.handle, &config), CY_SUCCESS);
+        return config;
+    }
+
+    /// Runs it and returns the failure.
+    template <class Work>
+    tavo::Error failureOf(Work work) {
+        try {
+            work();
+        } catch (const tavo::Error& error) {
+            return error;
+        }
+        ADD_FAILURE() << "it did not fail";
+        return {Problem::Internal, ""};
+    }
+    tavo::Error failureOfProgram(const tavo::ProgramOptions& how = {}) {
+        return failureOf([&] { programFlash(device(), image, how, control()); });
+    }
+
+    tavo::Control control() {
+        return {[this](const tavo::Event& event) { onEvent(event); }, &token};
+    }
+    void onEvent(const tavo::Event& event) {
+        if (event.kind == tavo::Event::Kind::Warning) warnings.push_back(event.text);
+        if (event.kind == tavo::Event::Kind::PhaseBegins) phases.emplace_back(phaseName(event.phase));
+        if (observe) observe(event);
+    }
+    void cancelIn(tavo::Phase phase, tavo::Event::Kind kind) {
+        observe = [this, phase, kind](const tavo::Event& event) {
+            if (event.phase == phase && event.kind == kind) token.cancel();
+        };
+    }
+
+    std::optional<tavo::InterruptedRun> remembered() { return interruptedRun(device().description()); }
+
+    sim::Options options;
+    tavo::CancelToken token;
+    std::function<void(const tavo::Event&)> observe;
+    std::vector<std::string> warnings;
+    std::vector<std::string> phases;
+    const tavo::Image image = imageOf({{0x20, noise(700, 1)}, {0x8100, Bytes(512, 0xFF)}, {0xFFF8, noise(8, 2)}});
+};
+
+}  // namespace
+
+// ---- the same on the wire as the library
+
+TEST_F(Flash, ProgramSendsWhatTheLibrarySends) {
+    const std::string file = folder + "/image.hex";
+    {
+        std::ofstream out(file);
+        for (const auto& range : image.ranges()) {
+            for (std::uint32_t at = range.first; at <= range.last; at += 16) {
+                const auto count = std::min<std::uint32_t>(16, range.last + 1 - at);
+                unsigned sum = count + (at >> 8) + (at & 0xFF);
+                char text[16];
+                std::snprintf(text, sizeof text, ":%02X%04X00", count, at);
+                out << text;
+                for (std::uint32_t i = 0; i < count; ++i) {
+                    std::snprintf(text, sizeof text, "%02X", *image.at(at + i));
+                    out << text;
+                    sum += *image.at(at + i);
+                }
+                std::snprintf(text, sizeof text, "%02X\n", -sum & 0xFF);
+                out << text;
+            }
+        }
+        out << ":00000001FF\n";
+    }
+    rig.board().flash.status = 0x1C;  // protected: the status write is a part of both
+    ASSERT_EQ(programSpiFlash(info, file.c_str(), nullptr), TAVO_SUCCESS);
+    const Journal library = wire(rig.journal);
+    fresh();
+    rig.board().flash.status = 0x1C;
+    const auto result = programFlash(device(), image, {}, control());
+    EXPECT_EQ(wire(rig.journal), library);
+    EXPECT_TRUE(holds(image));
+    EXPECT_EQ(result.pagesWritten, 4u);
+    EXPECT_EQ(result.pagesBlank, 2u);
+    EXPECT_EQ(result.state.text(), "flash programmed and verified");
+    EXPECT_THAT(phases, ElementsAre("erase", "program", "verify", "boot"));
+}
+
+TEST_F(Flash, ReadAndEraseSendWhatTheLibrarySends) {
+    const Bytes before = noise(cells().size(), 3);
+    std::copy(before.begin(), before.end(), cells().begin());
+    ASSERT_EQ(readSpiFlash(info, (folder + "/dump.hex").c_str(), nullptr), TAVO_SUCCESS);
+    const Journal libraryRead = wire(rig.journal);
+    clearJournal();
+    const auto read = readFlash(device(), control());
+    EXPECT_EQ(wire(rig.journal), libraryRead);
+    EXPECT_EQ(read.contents, imageOf({{0, before}}));
+
+    clearJournal();
+    ASSERT_EQ(eraseSpiFlash(info), TAVO_SUCCESS);
+    const Journal libraryErase = wire(rig.journal);
+    cells()[77] = 0;
+    clearJournal();
+    EXPECT_EQ(eraseFlash(device(), control()).state.text(), "flash erased: the Neuron has no firmware");
+    EXPECT_EQ(wire(rig.journal), libraryErase);
+    EXPECT_TRUE(blankCheckFlash(device()).blank);
+    cells()[300] = 0x7F;
+    const auto check = blankCheckFlash(device());
+    EXPECT_EQ(check.first, 300u);
+    EXPECT_EQ(check.pages, 1u);
+}
+
+// ---- released, or told
+
+TEST_F(Flash, SuccessIsOnlyToldOfAnInterfaceThatIsLetGo) {
+    struct Case {
+        const char* function;
+        unsigned from;
+        int status;
+        const char* held;
+    };
+    const Case cases[] = {
+        {"CySetGpioValue", 2, CY_ERROR_PIPE_HALTED, "the Neuron is held in reset (pin 8 low)"},
+        {"CySetSpiConfig", 2, CY_ERROR_PIPE_HALTED, "SCB0 is still SPI master beside the Neuron"},
+        {"CyGetGpioValue", 1, CY_ERROR_PIPE_HALTED, "not known whether the Neuron is held in reset (pin 8)"},
+    };
+    const std::map<const char*, std::function<void()>> operations = {
+        {"flash programmed and verified", [this] { programFlash(device(), image); }},
+        {"flash erased: the Neuron has no firmware", [this] { eraseFlash(device()); }},
+        {"flash contents unchanged", [this] { readFlash(device()); }},
+    };
+    for (const Case& each : cases) {
+        for (const auto& [flash, run] : operations) {
+            SCOPED_TRACE(std::string(each.function) + ", " + flash);
+            fresh();
+            rig.failFrom(each.function, each.from, each.status);
+            const tavo::Error error = failureOf(run);
+            EXPECT_EQ(error.problem, Problem::DeviceFailed);
+            EXPECT_THAT(error.state.text(), HasSubstr(std::string(flash) + "; "));
+            EXPECT_THAT(error.state.text(), HasSubstr(each.held));
+            EXPECT_THAT(error.hint, HasSubstr("tavo-util recover"));
+            fresh();
+            rig.fail(each.function, each.from, each.status);  // once: the second try does it
+            EXPECT_NO_THROW(run());
+            EXPECT_EQ(rig.leftovers(), "");
+            EXPECT_FALSE(spi().isMaster);
+        }
+    }
+    EXPECT_FALSE(remembered());  // the image is in place all the same
+    fresh();
+    rig.failFrom("CySetGpioValue", 2, CY_ERROR_PIPE_HALTED);
+    EXPECT_EQ(failureOf([this] { inspectFlash(device()); }).state.resetLine, tavo::LineState::Held);
+    fresh();
+    const CyHandle scb0(0, 0);
+    CySetGpioValue(scb0.handle, 8, 1);
+}
+
+TEST_F(Flash, AFailureTellsWhatIsStillHeldToo) {
+    rig.failFrom("CySetGpioValue", 2, CY_ERROR_PIPE_HALTED);
+    rig.failFrom("CySpiReadWrite", 12, CY_ERROR_PIPE_HALTED);
+    const tavo::Error error = failureOfProgram();
+    EXPECT_EQ(error.status, TAVO_FLASH_PROGRAMMING_FAILED);
+    EXPECT_EQ(error.state.flash, FlashState::Incomplete);
+    EXPECT_EQ(error.state.resetLine, tavo::LineState::Held);
+    EXPECT_THAT(error.hint, testing::AllOf(HasSubstr("tavo-util recover"), HasSubstr("program the image again")));
+    fresh();
+    cancelIn(tavo::Phase::Program, tavo::Event::Kind::Progress);
+    rig.failFrom("CySetGpioValue", 2, CY_ERROR_PIPE_HALTED);
+    const tavo::Error stopped = failureOfProgram();
+    EXPECT_EQ(stopped.problem, Problem::Interrupted);
+    EXPECT_THAT(stopped.what(), HasSubstr("not everything could be released"));
+    fresh();
+    const CyHandle scb0(0, 0);
+    CySetGpioValue(scb0.handle, 8, 1);
+}
+
+TEST_F(Flash, AnInterfaceThatWasUnpluggedIsToldAsThat) {
+    device();
+    for (const auto& [from, flash] : {std::pair(3U, "flash contents unchanged"),
+                                      std::pair(20U, "flash incomplete: part of the image is missing")}) {
+        fresh();
+        device();
+        const unsigned transfer = from;
+        observe = [&, transfer](const tavo::Event& event) {
+            if (event.kind != tavo::Event::Kind::PhaseBegins) return;
+            for (const char* function : {"CyOpen", "CySetGpioValue", "CyGetGpioValue", "CyGetDeviceInfo"})
+                rig.failFrom(function, 1, CY_ERROR_DEVICE_NOT_FOUND);
+            rig.failFrom("CySpiReadWrite", transfer, CY_ERROR_DEVICE_NOT_FOUND);
+        };
+        const auto run = [&] {
+            from == 3 ? (readFlash(device(), control()), 0) : (programFlash(device(), image, {}, control()), 0);
+        };
+        const tavo::Error error = failureOf(run);
+        EXPECT_THAT(error.what(), HasSubstr("no longer attached"));
+        EXPECT_THAT(error.hint, HasSubstr("plug it in again, then "));
+        EXPECT_EQ(error.state.text(), flash);  // without power nothing is held
+        observe = nullptr;
+    }
+    fresh();
+    const CyHandle scb0(0, 0);
+    CySetGpioValue(scb0.handle, 8, 1);
+}
+
+TEST_F(Flash, WhatAKilledRunLeftIsGivenBackAndAMasterOfTheBlockIsLeft) {
+    {
+        Configurator configurator(info);
+        ASSERT_EQ(configurator.setupSpi(true), CY_SUCCESS);
+        configurator.spiMasterSet = false;
+    }
+    readFlash(device());
+    EXPECT_FALSE(spi().isMaster);
+
+    CY_SPI_CONFIG found = spi();
+    found.isMaster = true;
+    found.frequency = 1000000;
+    {
+        const CyHandle scb0(0, 0);
+        ASSERT_EQ(CySetSpiConfig(scb0.handle, &found), CY_SUCCESS);
+    }
+    programFlash(device(), image);
+    EXPECT_TRUE(holds(image));
+    EXPECT_TRUE(spi().isMaster);
+    EXPECT_EQ(spi().frequency, 1000000u);
+}
+
+TEST_F(Flash, TheStepThatFailedIsNamed) {
+    struct Case {
+        const char* function;
+        unsigned call;
+        const char* step;
+    };
+    const Case cases[] = {{"CySetSpiConfig", 1, "make SCB0 an SPI master"},
+                          {"CySetGpioValue", 1, "hold the Neuron in reset"},
+                          {"CyOpen", 4, "open the flash interface"},
+                          {"CySpiReadWrite", 1, "read the flash ID"},
+                          {"CySpiReadWrite", 2, "tell the flash size"}};
+    for (const Case& each : cases) {
+        fresh();
+        device();
+        rig.fail(each.function, each.call, CY_ERROR_PIPE_HALTED);
+        const tavo::Error error = failureOfProgram();
+        EXPECT_THAT(error.what(), HasSubstr(each.step));
+        EXPECT_EQ(error.state.text(), "flash contents unchanged");
+        EXPECT_EQ(rig.leftovers(), "");
+    }
+    EXPECT_FALSE(remembered());
+}
+
+// ---- what is remembered
+
+TEST_F(Flash, ARunIsRememberedFromBeforeTheEraseToItsSuccess) {
+    observe = [this](const tavo::Event& event) {
+        if (event.phase == tavo::Phase::Erase) {
+            EXPECT_TRUE(remembered());
+        }
+    };
+    tavo::ProgramOptions how;
+    how.backup = folder + "/before.hex";
+    how.imageName = folder + "/new.hex";
+    const Bytes before = noise(64U << 10, 9);
+    std::copy(before.begin(), before.end(), cells().begin());
+    rig.failFrom("CySpiReadWrite", 540, CY_ERROR_PIPE_HALTED);
+    const tavo::Error error = failureOfProgram(how);
+    EXPECT_EQ(error.state.flash, FlashState::Incomplete);
+    EXPECT_THAT(error.hint, HasSubstr(how.backup));
+    ASSERT_TRUE(remembered());
+    EXPECT_EQ(remembered()->image, how.imageName);
+    EXPECT_EQ(remembered()->sha256, image.identity());
+    EXPECT_EQ(remembered()->backup, how.backup);
+    EXPECT_EQ(tavo::readImage(how.backup), imageOf({{0, before}}));
+
+    // Nothing that follows calls the half image unchanged, and a new backup does not hide the good one.
+    fresh();
+    rig.fail("CySpiReadWrite", 4, CY_ERROR_PIPE_HALTED);
+    EXPECT_EQ(failureOf([this] { readFlash(device()); }).state.flash, FlashState::Incomplete);
+    fresh();
+    how.backup = folder + "/second.hex";
+    rig.failFrom("CySpiReadWrite", 540, CY_ERROR_PIPE_HALTED);
+    failureOfProgram(how);
+    EXPECT_EQ(remembered()->backup, folder + "/before.hex");
+    EXPECT_THAT(warnings, testing::Contains(HasSubstr("cut off")));
+
+    fresh();
+    observe = nullptr;
+    programFlash(device(), image, {}, control());
+    EXPECT_FALSE(remembered());
+}
+
+TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
+    rig.fail("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);
+    EXPECT_EQ(failureOf([this] { eraseFlash(device()); }).state.flash, FlashState::Uncertain);
+    EXPECT_TRUE(remembered());
+    EXPECT_EQ(remembered()->image, "");
+    fresh();
+    eraseFlash(device());
+    EXPECT_FALSE(remembered());
+}
+
+TEST_F(Flash, AHostThatCannotRememberIsToldAndMayProgram) {
+    std::filesystem::create_directories(options.folder + "/interrupted.run");  // where the record would be
+    std::ofstream(options.folder + "/interrupted.run/x") << "x";
+    programFlash(device(), image, {}, control());
+    EXPECT_THAT(warnings, testing::Contains(HasSubstr("would not be remembered")));
+    EXPECT_TRUE(holds(image));
+}
+
+// ---- retries, up to date, backup
+
+TEST_F(Flash, PagesThatNeededAnotherAttemptAreTold) {
+    rig.loseProgram(2);
+    rig.loseProgram(4);
+    rig.loseProgram(5);
+    const auto result = programFlash(device(), image, {}, control());
+    EXPECT_TRUE(holds(image));
+    EXPECT_THAT(result.retries, ElementsAre(0x100u, 0x200u));
+    EXPECT_THAT(warnings, ElementsAre("2 pages needed more than one attempt: 0x000100, 0x000200"));
+    for (const unsigned lost : {1, 2, 3}) rig.loseProgram(lost);
+    const tavo::Error error = failureOfProgram();
+    EXPECT_THAT(error.what(), HasSubstr("3 attempts failed at 0x000020: it does not hold what was written"));
+    EXPECT_EQ(error.state.flash, FlashState::Incomplete);
+}
+
+TEST_F(Flash, AnImageThatIsThereAlreadyIsLeftAlone) {
+    tavo::ProgramOptions how;
+    how.ifDifferent = true;
+    how.backup = folder + "/b.bin";
+    EXPECT_FALSE(programFlash(device(), image, how).upToDate);
+    EXPECT_EQ(std::filesystem::file_size(how.backup), cells().size());  // binary, by its name
+    how.backup = folder + "/c.hex";
+    clearJournal();
+    const auto again = programFlash(device(), image, how, control());
+    EXPECT_TRUE(again.upToDate);
+    EXPECT_EQ(again.state.text(), "flash contents unchanged");
+    EXPECT_FALSE(std::filesystem::exists(how.backup));
+    EXPECT_THAT(rig.journal, testing::Not(testing::Contains("spi C7")));
+    cells()[0x9000] = 0;  // outside the image: programming would erase it
+    EXPECT_FALSE(programFlash(device(), image, how).upToDate);
+    how.backup = folder + "/b.bin";
+    clearJournal();
+    EXPECT_EQ(failureOfProgram(how).problem, Problem::FileSystem);
+    EXPECT_THAT(rig.journal, IsEmpty());
+    EXPECT_THROW(forecastProgram(image, how), tavo::Error);
+    how.backup = folder + "/d.hex";
+    EXPECT_THAT(forecastProgram(image, how).steps, ElementsAre("compare", "backup", "erase", "program", "verify"));
+    EXPECT_FALSE(std::filesystem::exists(how.backup));
+}
+
+TEST_F(Flash, AnImageThatDoesNotFitIsRefusedBeforeTheErase) {
+    const tavo::Image tooLarge = imageOf({{0xFFFF, {1, 2}}});
+    const tavo::Error error = failureOf([&] { programFlash(device(), tooLarge); });
+    EXPECT_EQ(error.problem, Problem::FileRefused);
+    EXPECT_THAT(error.what(), HasSubstr("0x010000"));
+    EXPECT_EQ(error.state.flash, FlashState::Unchanged);
+    EXPECT_THROW(verifyFlash(device(), tooLarge), tavo::Error);
+    EXPECT_FALSE(remembered());
+}
+
+// ---- nothing waits for ever
+
+TEST_F(Flash, ACancellationEndsAtTheNextPageOrChunk) {
+    cancelIn(tavo::Phase::Program, tavo::Event::Kind::Progress);
+    const tavo::Error stopped = failureOfProgram();
+    EXPECT_EQ(stopped.problem, Problem::Interrupted);
+    EXPECT_EQ(stopped.state.text(), "flash incomplete: part of the image is missing");
+    EXPECT_EQ(rig.board().flash.programs, 1u);
+    EXPECT_TRUE(remembered());
+
+    token.reset();
+    cancelIn(tavo::Phase::Erase, tavo::Event::Kind::StopNote);  // cannot be stopped: told as erased, at its end
+    EXPECT_EQ(failureOfProgram().state.flash, FlashState::Erased);
+
+    token.reset();
+    const auto reads = rig.board().flash.reads;
+    cancelIn(tavo::Phase::Dump, tavo::Event::Kind::Progress);
+    EXPECT_EQ(failureOf([this] { readFlash(device(), control()); }).problem, Problem::Interrupted);
+    EXPECT_EQ(rig.board().flash.reads, reads + 1);
+
+    token.reset();
+    observe = [this](const tavo::Event& event) {
+        if (event.phase == tavo::Phase::Boot) token.cancel();
+    };
+    EXPECT_THAT(failureOfProgram().hint, HasSubstr("the image is in place"));
+}
+
+TEST_F(Flash, AFlashThatReadsFFForEverIsAFailureAndCanBeCancelled) {
+    violationsExpected = true;  // it is let go while it seems busy: nothing else can be done
+    // After the ID: before the erase, in it, while pages are programmed.
+    for (const unsigned answered : {3, 6, 20}) {
+        for (const bool cancelled : {false, true}) {
+            SCOPED_TRACE(answered);
+            fresh();
+            rig.keepJournal = false;
+            token.reset();
+            observe = [&](const tavo::Event& event) {
+                const bool works = event.kind == tavo::Event::Kind::StopNote || event.phase == tavo::Phase::Program;
+                if (cancelled && works) token.cancel();
+            };
+            if (cancelled && answered == 20) {  // in the middle of a page
+                observe = [&](const tavo::Event& event) {
+                    if (event.phase == tavo::Phase::Program && rig.board().flash.programs == 1) token.cancel();
+                };
+            }
+            rig.board().flash.diesAfter = answered;
+            const auto start = rig.now();
+            const tavo::Error error = failureOfProgram();
+            const auto seconds = static_cast<double>(rig.now() - start) / 1e6;
+            EXPECT_TRUE(error.state.isFlashLost());
+            if (cancelled) {
+                EXPECT_EQ(error.problem, Problem::Interrupted);
+                EXPECT_LT(seconds, 2);
+            } else {
+                EXPECT_THAT(error.what(), HasSubstr("stays busy"));
+                EXPECT_EQ(error.status, TAVO_TIMEOUT);
+            }
+        }
+    }
+    fresh();
+    token.reset();
+    rig.board().flash.diesAfter = 0;
+    const tavo::Error absent = failureOfProgram();
+    EXPECT_THAT(absent.what(), HasSubstr("no flash answers"));
+    EXPECT_EQ(absent.state.flash, FlashState::Incomplete);  // as the run before left it
+}
+
+TEST_F(Flash, AStuckPageProgramIsNotWaitedForLong) {
+    violationsExpected = true;
+    programFlash(device(), image);
+    observe = [this](const tavo::Event& event) {
+        if (event.phase == tavo::Phase::Program) rig.board().flash.busyPolls = 1000000;
+    };
+    const auto start = rig.now();
+    EXPECT_THAT(failureOfProgram().what(), HasSubstr("a page program takes at most"));
+    EXPECT_LT(rig.now() - start, 1000000u);
+}
+
+TEST_F(Flash, AChipThatStillErasesForAKilledRunIsWaitedFor) {
+    violationsExpected = true;  // the ID is asked of a busy chip, which does not answer
+    options.pace = sim::Pace::Virtual;
+    fresh();
+    device();
+    {
+        Configurator configurator(info);
+        ASSERT_EQ(configurator.setupSpi(true), CY_SUCCESS);
+        GPIO gpio(info);
+        const IOPin reset(gpio, 8, IOPin::HIGH);
+        ASSERT_EQ(reset.set(IOPin::LOW), CY_SUCCESS);
+        std::uint8_t enable[] = {0x06};
+        std::uint8_t erase[] = {0xC7};
+        for (std::uint8_t* command : {enable, erase}) {
+            CY_DATA_BUFFER out{command, 1, 0};
+            ASSERT_EQ(CySpiReadWrite(gpio.cyHandle->handle, nullptr, &out, 1000), CY_SUCCESS);
+        }
+    }
+    programFlash(device(), image, {}, control());
+    EXPECT_TRUE(holds(image));
+}
+
+TEST_F(Flash, AWriteProtectedChipIsNotCalledErased) {
+    const Bytes before = noise(100, 4);
+    std::copy(before.begin(), before.end(), cells().begin());
+    rig.board().flash.status = 0x1C;
+    // The write of the status register is lost, as it is with the chip's WP# pin low.
+    rig.fail("CySpiReadWrite", 5, CY_SUCCESS);
+    const tavo::Error error = failureOf([this] { eraseFlash(device()); });
+    EXPECT_THAT(error.what(), HasSubstr("write-protected"));
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), cells().begin()));
+    rig.board().flash.status = 0;
+}
