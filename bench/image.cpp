@@ -11,7 +11,7 @@ namespace {
 void check(const char* path) {
     const auto file = tavo::checkImage(path);
     if (!file.isGood()) throw tavo::refusal(path, file);
-    std::printf("%u pages, %zu ranges, sha256 %s\n", file.touchedPages(), file.image.ranges().size(),
+    std::printf("%u pages, %zu ranges, sha256 %s\n", file.image.touchedPages(), file.image.ranges().size(),
                 file.sha256.c_str());
 }
 
@@ -27,7 +27,7 @@ void convert(const char* in, const char* out) {
     tavo::NewFile made(out, true);
     const auto written = tavo::writeImage(file.image, made.descriptor(), out, writing);
     made.commit();
-    std::printf("%u pages, sha256 %s\n", file.touchedPages(), written.sha256.c_str());
+    std::printf("%u pages, sha256 %s\n", file.image.touchedPages(), written.sha256.c_str());
 }
 
 }  // namespace

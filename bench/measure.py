@@ -68,6 +68,23 @@ def reading(image):
                 check=lambda: filecmp.cmp("objcopy.bin", image, shallow=False))
 
 
+def images(image):
+    """The service layer: a file checked, and made anew, with its digest; the files are those of reading()."""
+    def converted(out):
+        subprocess.run(["objcopy", "-I", "ihex", "-O", "binary", out, "back.bin"], check=True)
+        return filecmp.cmp("back.bin", image, shallow=False)
+
+    ours = f"{PROGRAMS}/bench-image"
+    for length in (16, 32, 255):
+        objcopy = ["objcopy", "-I", "ihex", "-O", "binary", f"{length}.hex", "objcopy.bin"]
+        compare(f"check, {length}-byte records : objcopy", [ours, "check", f"{length}.hex"], objcopy, 0.7)
+        compare(f"convert, {length}-byte records : objcopy", [ours, "convert", f"{length}.hex", "ours.hex"], objcopy, 1.2,
+                check=lambda: converted("ours.hex"))
+    compare("convert, 16-byte records : srec_cat", [ours, "convert", "16.hex", "ours.hex"],
+            ["srec_cat", "16.hex", "-Intel", "-Output", "srec.hex", "-Intel", "-obs=16"], None,
+            check=lambda: converted("ours.hex"))
+
+
 def writing(image):
     def same():
         subprocess.run(["objcopy", "-I", "ihex", "-O", "binary", "ours.hex", "ours.bin"], check=True)
@@ -132,6 +149,7 @@ def main():
     Path(image).write_bytes(random.Random(1).randbytes(SIZE))
     print(f"16 MiB of random bytes, {ROUNDS} rounds in turn, medians of CPU time", flush=True)
     reading(image)
+    images(image)
     writing(image)
     flash(image)
     for size, name in ((SMALL, "small"), (SMALLER, "smaller")):

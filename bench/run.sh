@@ -3,6 +3,6 @@
 set -eu
 cd "$(dirname "$0")/.."
 cmake --preset bench >/dev/null
-cmake --build --preset bench --target bench-read bench-read-alone bench-write bench-flash bench-micro >/dev/null
+cmake --build --preset bench --target bench-read bench-read-alone bench-image bench-write bench-flash bench-micro >/dev/null
 PATH=$PATH:/usr/sbin  # flashrom lies there
 exec /usr/bin/python3 bench/measure.py build/bench/out "${1:-9}"

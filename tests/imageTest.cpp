@@ -651,6 +651,7 @@ TEST_F(ImageTest, PagesRangesAndGapsAreCounted) {
     Image image = imageOf(0x10, noise(300));
     const Bytes blank(512, 0xFF);
     image.add(0x1FF00, blank.data(), blank.size());
+    EXPECT_EQ(image.touchedPages(), 4U);
     EXPECT_EQ(image.pagesWithData(), 2U);
     EXPECT_EQ(image.blankPages(), 2U);
     EXPECT_EQ(image.byteCount(), 812U);

@@ -139,6 +139,15 @@ bool Image::isWhole(std::uint32_t index) const {
     return found != nullptr && found->allPresent(index % kPages);
 }
 
+std::uint32_t Image::touchedPages() const {
+    std::uint32_t count = 0;
+    for (const auto& each : blocks_) {
+        for (std::uint32_t page = 0; each != nullptr && page < kBlockSize / kPageSize; ++page)
+            count += each->anyPresent(page);
+    }
+    return count;
+}
+
 std::uint32_t Image::pagesWithData() const {
     std::uint32_t count = 0;
     for (const auto& each : blocks_) {

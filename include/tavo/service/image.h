@@ -59,6 +59,7 @@ public:
 
     bool isEmpty() const { return count_ == 0; }
     std::uint64_t byteCount() const { return count_; }
+    std::uint32_t touchedPages() const;   ///< pages with a byte
     std::uint32_t pagesWithData() const;  ///< pages with a byte that is not FF
     std::uint32_t blankPages() const;     ///< pages with bytes, all FF
     std::vector<AddressRange> ranges() const;

@@ -69,7 +69,6 @@ struct TAVO_API ImageFile {
     std::vector<ImagePiece> pieces;    ///< in the order of the file; see ReadOptions::keepPieces
 
     bool isGood() const { return faultCount == 0; }
-    std::uint32_t touchedPages() const { return image.pagesWithData() + image.blankPages(); }
 
     /// The fault of data that a chip of that size cannot hold, if there are any: for a chip that became
     /// known after the reading. The line is told when the size is a power of two.
