@@ -14,6 +14,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -46,13 +47,14 @@ public:
     /// must be a {serial} in it. (In every text argument {serial} is replaced.)
     void isOutput(std::string& value) { outputs_.push_back(&value); }
 
-    const std::vector<std::string>& choices() const { return choices_; }
+    /// The words that an argument may be, by the argument's name.
+    const std::map<std::string, std::vector<std::string>>& choices() const { return choices_; }
     const std::vector<std::string*>& texts() const { return texts_; }
     const std::vector<std::string*>& outputs() const { return outputs_; }
 
 private:
     CLI::App& app_;
-    std::vector<std::string> choices_;
+    std::map<std::string, std::vector<std::string>> choices_;
     std::vector<std::string*> texts_;
     std::vector<std::string*> outputs_;
 };

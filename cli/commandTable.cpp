@@ -162,6 +162,18 @@ constexpr Command kCommands[] = {
      {"tavo-util completion bash > ~/.local/share/bash-completion/completions/tavo-util",
       "tavo-util completion fish > ~/.config/fish/completions/tavo-util.fish"},
      declareCompletion},
+    {"help",
+     "show this text, or what one command does",
+     Needs::Nothing,
+     nullptr,
+     {"tavo-util help program", "tavo-util help domain write"},
+     declareHelp},
+    {"version",
+     "show the version",
+     Needs::Nothing,
+     nullptr,
+     {"tavo-util version", "tavo-util --json version"},
+     declareVersion},
 };
 
 constexpr Group kGroups[] = {

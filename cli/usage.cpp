@@ -44,7 +44,7 @@ void Arguments::number(const char* names, const char* metavar, std::optional<int
 }
 
 void Arguments::word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help) {
-    choices_ = allowed;
+    choices_[name] = allowed;
     app_.add_option(name, value, help)->required()->check(CLI::IsMember(allowed))->type_name("");
 }
 
@@ -77,6 +77,9 @@ void Arguments::size(const char* names, std::optional<unsigned>& value, const ch
 }
 
 namespace {
+
+const std::vector<std::string> kProgressModes{"auto", "bar", "plain", "json", "none"};
+const std::vector<std::string> kColorModes{"auto", "always", "never"};
 
 constexpr const char* kExitCodes =
     "Exit codes: 0 done, 2 wrong usage, 3 no device, 4 several devices, 5 no permission, 6 busy,\n"
@@ -183,10 +186,10 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
 void addOutputOptions(CLI::App& app, GlobalOptions& options) {
     app.add_flag("--json", options.json, "one JSON object on standard output");
     app.add_option("--progress", options.progress, "auto, bar, plain, json or none")
-        ->check(CLI::IsMember({"auto", "bar", "plain", "json", "none"}))
+        ->check(CLI::IsMember(kProgressModes))
         ->type_name("MODE");
     app.add_option("--color", options.color, "auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->check(CLI::IsMember(kColorModes))
         ->type_name("WHEN");
     app.add_flag("-q,--quiet", options.quiet, "only the data asked for and errors");
     app.add_flag("-v,--verbose", options.verbosity, "tell each step; -vv each transfer too");
@@ -203,7 +206,7 @@ struct CommandLine {
         const Command* command;
         CLI::App* app;
         Run run;
-        std::vector<std::string> choices;
+        std::map<std::string, std::vector<std::string>> choices;
         std::vector<std::string*> texts;
         std::vector<std::string*> outputs;
     };
@@ -278,55 +281,124 @@ std::size_t distance(const std::string& a, const std::string& b) {
     return row.back();
 }
 
-/// How far a typed word is from a command's: part of it counts as near.
-std::size_t farness(const std::string& typed, const std::string& name) {
-    constexpr std::size_t kAbbreviation = 2;
-    const bool begun = typed.size() >= kAbbreviation && name.rfind(typed, 0) == 0;
+/// How far a typed word is from a known one: the beginning of it counts as near.
+std::size_t farness(const std::string& typed, const std::string& name, std::size_t abbreviation) {
+    const bool begun = typed.size() >= abbreviation && name.rfind(typed, 0) == 0;
     return begun ? 1 : distance(typed, name);
 }
 
+/// The known word that was probably meant; empty when none is near.
+std::string closestTo(const std::string& typed, const std::vector<std::string>& known, std::size_t abbreviation) {
+    std::size_t closest = 3;  // two wrong letters may be a slip
+    std::string found;
+    for (const auto& name : known) {
+        const std::size_t far = farness(typed, name, abbreviation);
+        if (far < closest) found = name;
+        closest = std::min(far, closest);
+    }
+    return found;
+}
+
+/// What is wrong with a command line, and what to do.
+struct Advice {
+    std::string text;
+    std::string hint;
+};
+
 /// CLI11 calls a misspelt command a missing one.
 /// @param group  the first word and a blank, for the commands of a group; else empty
-std::pair<std::string, std::string> unknownCommand(const std::string& group, const std::vector<std::string>& rest) {
-    constexpr std::size_t kClose = 3;
+Advice unknownCommand(const std::string& group, const std::vector<std::string>& rest) {
+    constexpr std::size_t kAbbreviation = 2;
     const std::string list = "tavo-util " + group + "--help lists the commands";
     if (rest.empty() && group.empty()) return {"no command given", list};
     if (rest.empty()) return {"which command of " + group.substr(0, group.size() - 1) + "?", list};
-    std::string hint = list;
-    std::size_t closest = kClose;
+    std::vector<std::string> words;
     for (const auto& command : commands()) {
         const std::string name = command.name;
         if (name.rfind(group, 0) != 0) continue;
-        const std::string word = name.substr(group.size(), name.find(' ', group.size()) - group.size());
-        const std::size_t far = farness(rest.front(), word);
-        if (far < closest) hint = "did you mean tavo-util " + group + word + "? " + list;
-        closest = std::min(far, closest);
+        words.push_back(name.substr(group.size(), name.find(' ', group.size()) - group.size()));
     }
-    return {"unknown command " + group + rest.front(), hint};
+    const std::string meant = closestTo(rest.front(), words, kAbbreviation);
+    return {"unknown command " + group + rest.front(),
+            meant.empty() ? list : "did you mean tavo-util " + group + meant + "? " + list};
 }
 
-std::pair<std::string, std::string> explained(const CLI::ParseError& error, const CLI::App& app) {
-    const CLI::App* chosen = &app;
+std::vector<std::string> namesOf(const CLI::Option& option) {
+    std::vector<std::string> names;
+    for (const auto& name : option.get_lnames()) names.push_back("--" + name);
+    for (const auto& name : option.get_snames()) names.push_back("-" + name);
+    return names;
+}
+
+/// Those that help shows.
+std::vector<std::string> optionNames(const CLI::App& app) {
+    std::vector<std::string> all;
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->get_group().empty()) continue;
+        for (const auto& name : namesOf(*option)) all.push_back(name);
+    }
+    return all;
+}
+
+/// @param words  of the command that was found, with a blank behind each
+Advice unknownOption(const std::string& typed, const std::string& words, const CLI::App& command,
+                     const CommandLine& line) {
+    constexpr std::size_t kAbbreviation = 4;  // "--pr"
+    const std::string name = typed.substr(0, typed.find('='));
+    const std::string text = "unknown option " + name;
+    const std::string list = "tavo-util " + words + "--help lists the options";
+    std::vector<std::string> known = optionNames(command);
+    for (const auto& global : optionNames(line.app)) known.push_back(global);
+    const bool isLong = name.rfind("--", 0) == 0;
+    if (const std::string meant = closestTo(name, known, kAbbreviation); isLong && !meant.empty()) {
+        return {text, "did you mean " + meant + "? " + list};
+    }
+    for (const auto& entry : line.entries) {
+        const auto others = optionNames(*entry.app);
+        if (std::find(others.begin(), others.end(), name) == others.end()) continue;
+        return {text, name + " is an option of tavo-util " + entry.command->name + "; " + list};
+    }
+    return {text, list};
+}
+
+/// What CLI11 says, and for a missing word the words that it may be.
+std::string missingText(const CLI::ParseError& error, const CLI::App* chosen, const CommandLine& line) {
+    std::string text = error.what();
+    for (const auto& entry : line.entries) {
+        if (entry.app != chosen) continue;
+        for (const auto& [name, words] : entry.choices) {
+            if (text.rfind(name + " is required", 0) == 0) text += ": " + CLI::detail::join(words, ", ");
+        }
+    }
+    return text;
+}
+
+Advice explained(const CLI::ParseError& error, const CommandLine& line) {
+    const CLI::App* chosen = &line.app;
     std::string words;
     while (!chosen->get_subcommands().empty()) {
         chosen = chosen->get_subcommands().front();
         words += chosen->get_name() + " ";
     }
+    const auto rest = line.app.remaining(true);
+    const auto option =
+        std::find_if(rest.begin(), rest.end(), [](const auto& word) { return word.rfind('-', 0) == 0; });
     const bool isGroup = !chosen->get_subcommands([](const CLI::App*) { return true; }).empty();
-    if (isGroup && dynamic_cast<const CLI::RequiredError*>(&error) != nullptr) {
-        return unknownCommand(words, app.remaining(true));
-    }
-    return {error.what(), "tavo-util " + words + "--help"};
+    const bool isMissing = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+    const bool isUnexpected = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    if ((isMissing || isUnexpected) && option != rest.end()) return unknownOption(*option, words, *chosen, line);
+    if (isGroup && isMissing) return unknownCommand(words, rest);
+    return {missingText(error, chosen, line), "tavo-util " + words + "--help"};
 }
 
-int usageError(const CLI::ParseError& error, const CLI::App& app, int argc, char** argv) {
+int usageError(const CLI::ParseError& error, const CommandLine& line, int argc, char** argv) {
     const bool json = std::any_of(argv, argv + argc, [](const char* arg) { return std::strcmp(arg, "--json") == 0; });
     Log log;
     Progress progress(log);
     Report report(log, progress);
     report.configure(json, false);
     report.stateText = "nothing done";
-    const auto [text, hint] = explained(error, app);
+    const auto [text, hint] = explained(error, line);
     report.failure({Exit::Usage, text, hint, {}});
     return report.finish(Exit::Usage);
 }
@@ -344,23 +416,61 @@ void takeParent(GlobalOptions& options) {
     options.devices = {options.childSpec};
 }
 
-std::vector<std::string> optionNames(const CLI::App& app) {
-    std::vector<std::string> names;
+/// What stands for an option's value in help; empty for a flag.
+std::string valueName(const CLI::Option& option) {
+    if (option.get_type_size() == 0) return "";
+    if (!option.get_option_text().empty()) return option.get_option_text();
+    const std::string type = option.get_type_name();
+    return type.substr(0, type.find(':'));  // what follows are the checks
+}
+
+std::vector<OptionWords> optionWords(const CLI::App& app) {
+    std::vector<OptionWords> words;
     for (const CLI::Option* option : app.get_options()) {
-        for (const auto& name : option->get_lnames()) names.push_back("--" + name);
-        for (const auto& name : option->get_snames()) names.push_back("-" + name);
+        if (option->get_positional() || option->get_group().empty()) continue;
+        OptionWords row{namesOf(*option), option->get_description(), valueName(*option), {}};
+        if (option->check_name("--progress")) row.choices = kProgressModes;
+        if (option->check_name("--color")) row.choices = kColorModes;
+        words.push_back(row);
     }
-    std::erase(names, "--as-child");
-    return names;
+    return words;
+}
+
+std::vector<ArgumentWords> argumentWords(const CommandLine::Entry& entry) {
+    std::vector<ArgumentWords> words;
+    for (const CLI::Option* option : entry.app->get_options()) {
+        if (!option->get_positional()) continue;
+        words.push_back({option->get_name(), {}});
+        const auto choices = entry.choices.find(option->get_name());
+        if (choices != entry.choices.end()) words.back().choices = choices->second;
+    }
+    return words;
 }
 
 }  // namespace
 
+std::string helpText(const std::vector<std::string>& words) {
+    CommandLine line;
+    const CLI::App* app = &line.app;
+    std::string parents;
+    for (const auto& word : words) {
+        const auto found = app->get_subcommands([&](const CLI::App* sub) { return sub->get_name() == word; });
+        const std::string group = app == &line.app ? "" : app->get_name() + " ";
+        if (found.empty()) {
+            const auto [text, hint] = unknownCommand(group, {word});
+            throw Failure{Exit::Usage, text, hint, {}};
+        }
+        parents += (parents.empty() ? "" : " ") + app->get_name();
+        app = found.front();
+    }
+    return app->help(parents);
+}
+
 std::vector<CommandWords> commandWords() {
-    const CommandLine line;
-    std::vector<CommandWords> words{{"", "", optionNames(line.app), {}}};
+    CommandLine line;
+    std::vector<CommandWords> words{{"", "", optionWords(line.app), {}}};
     for (const auto& entry : line.entries) {
-        words.push_back({entry.command->name, entry.command->summary, optionNames(*entry.app), entry.choices});
+        words.push_back({entry.command->name, entry.command->summary, optionWords(*entry.app), argumentWords(entry)});
     }
     return words;
 }
@@ -376,7 +486,7 @@ Invocation readCommandLine(int argc, char** argv) {
         line.app.exit(success);
         return invocation;
     } catch (const CLI::ParseError& error) {
-        invocation.exitCode = usageError(error, line.app, argc, argv);
+        invocation.exitCode = usageError(error, line, argc, argv);
         return invocation;
     }
     takeEnvironment(invocation.options);

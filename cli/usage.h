@@ -22,12 +22,25 @@ struct Invocation {
 /// Reads the command line. Help, version and usage errors are printed here.
 Invocation readCommandLine(int argc, char** argv);
 
-/// What completion scripts are made of: a command's words and its options, or the global options.
+/// The help of a command, of a group, or without words of the whole program. Throws Failure for others.
+std::string helpText(const std::vector<std::string>& words);
+
+/// What completion scripts are made of: a command's words, options and arguments, or the global options.
+struct OptionWords {
+    std::vector<std::string> names;  ///< "--device", "-d"
+    std::string help;
+    std::string value;                 ///< its name, "FILE"; empty when it takes none
+    std::vector<std::string> choices;  ///< words that the value may be
+};
+struct ArgumentWords {
+    std::string name;
+    std::vector<std::string> choices;
+};
 struct CommandWords {
     std::string name;  ///< empty: the global ones
     std::string summary;
-    std::vector<std::string> options;
-    std::vector<std::string> choices;  ///< words that its first argument may be
+    std::vector<OptionWords> options;
+    std::vector<ArgumentWords> arguments;
 };
 std::vector<CommandWords> commandWords();
 

@@ -31,5 +31,7 @@ Run declareNeuronIdRead(Arguments& arguments);
 Run declareProgramId(Arguments& arguments);
 Run declareDomainRead(Arguments& arguments);
 Run declareDomainWrite(Arguments& arguments);
+Run declareHelp(Arguments& arguments);
+Run declareVersion(Arguments& arguments);
 
 }  // namespace cli

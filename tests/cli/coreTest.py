@@ -27,9 +27,31 @@ class Usage(ToolTest):
         for words, text in (("progam x.hex", "did you mean tavo-util program?"), ("config", "which command of config?"),
                             ("", "no command given"), ("config write", "FILE is required"),
                             ("config raed", "did you mean tavo-util config read?"), ("verif", "tavo-util verify?"),
-                            ("scb0 uart", "hint:  tavo-util scb0 --help")):
+                            ("scb0 uart", "hint:  tavo-util scb0 --help"),
+                            ("help progam", "did you mean tavo-util program?"),
+                            ("mode", "MODE is required: unconfigured, offline, configured, service")):
             with self.subTest(words):
                 self.assertIn(text, self.run_tool(*words.split(), device=False).err)
+
+    def test_a_misspelt_option_is_named_with_the_closest_one(self):
+        for words, text in (("list --jsno", "did you mean --json?"), ("--dryrun erase", "did you mean --dry-run?"),
+                            ("program x y --bakup=3", "did you mean --backup?"), ("--prog bar list", "--progress?"),
+                            ("config read --hx", "did you mean --hex?"), ("--colour never", "did you mean --color?"),
+                            ("verify x --backup y", "--backup is an option of tavo-util program"),
+                            ("list --nonsense", "hint:  tavo-util list --help lists"), ("-z list", "unknown option -z"),
+                            ("list --as-chidl x", "hint:  tavo-util list --help lists")):
+            with self.subTest(words):
+                result = self.run_tool(*words.split(), device=False)
+                self.assertExit(result, 2)
+                self.assertIn(text, result.err)
+
+    def test_help_and_version_are_words_too(self):
+        for words in ((), ("program",), ("config",), ("domain", "write")):
+            with self.subTest(words=words):
+                self.assertEqual(self.run_tool("help", *words, device=False).out,
+                                 self.run_tool(*words, "--help", device=False).out)
+        self.assertExit(self.run_tool("help", "erase", "x", device=False), 2)
+        self.assertEqual(self.run_tool("version", device=False).out, self.run_tool("--version", device=False).out)
 
     def test_every_command_has_help_with_two_examples_that_parse(self):
         text = self.run_tool("--help", device=False).out

@@ -145,11 +145,15 @@ class ToolTest(unittest.TestCase):
 
     def run_on_terminal(self, *args, sim=(), device=True, typed="", env=None, columns=80):
         """Runs the tool with a terminal as its three streams; out holds what the terminal got."""
+        return self.on_terminal(self.command(args, sim, device), typed, b"[y/N]", env, columns)
+
+    def on_terminal(self, command, typed, typed_after, env=None, columns=80):
+        """Runs a program on a terminal and types into it once it has said typed_after."""
         child, master = pty.fork()
         if child == 0:
             fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("4H", 24, columns, 0, 0))
             os.chdir(self.folder)
-            os.execvpe(TOOL, self.command(args, sim, device), self.environment({"TERM": "xterm", **(env or {})}))
+            os.execvpe(command[0], command, self.environment({"TERM": "xterm", **(env or {})}))
         shown, deadline = b"", time.monotonic() + 60
         while time.monotonic() < deadline:
             if not select.select([master], [], [], 1)[0]:
@@ -159,7 +163,7 @@ class ToolTest(unittest.TestCase):
             except OSError:  # Linux: the other side is closed
                 break
             shown += piece
-            if typed and b"[y/N]" in shown:
+            if typed and typed_after in shown:
                 os.write(master, typed.encode())
                 typed = ""
         os.close(master)
