@@ -48,7 +48,8 @@ public:
         if (!json.is_object()) throw refused(name + " is not an object", kSeeRead);
         static constexpr const char* kKnown[] = {"index", "in_use", "domain_id", "subnet",
                                                  "node",  "clone",  "flags",     "key"};
-        for (const auto& [key, value] : json.items()) {
+        for (const auto& item : json.items()) {
+            const std::string& key = item.key();
             if (std::none_of(std::begin(kKnown), std::end(kKnown), [&](const char* known) { return key == known; })) {
                 throw refused(name + ": \"" + key + "\" is not known", kSeeRead);
             }
