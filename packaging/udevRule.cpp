@@ -5,11 +5,12 @@
 
 namespace {
 
+/// Other products use the same IDs: the manufacturing interface (class FF, subclass 05) makes the difference.
 void printRule(unsigned vendorId, unsigned productId, const char* what) {
     std::printf(
         "# %s\n"
         "SUBSYSTEM==\"usb\", ENV{DEVTYPE}==\"usb_device\", ATTR{idVendor}==\"%04x\", ATTR{idProduct}==\"%04x\", "
-        "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n",
+        "ENV{ID_USB_INTERFACES}==\"*:ff05??:*\", MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n",
         what, vendorId, productId);
 }
 
