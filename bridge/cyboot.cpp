@@ -43,17 +43,10 @@ constexpr Request kReadConfig{kIn, 0xB5, 0, 0, kBlock, kBlock, kBlock, CY_ERROR_
 constexpr Request kWriteConfig{kOut, 0xB6, 0, 0, kBlock, kBlock, kBlock, CY_ERROR_REQUEST_FAILED};
 constexpr Request kValidateChecksum{kOut, 0xBA, 0, 0, 0, 0, INT_MAX, CY_ERROR_REQUEST_FAILED};
 
-libusb_device_handle* usbDevice(CY_HANDLE handle) {
-    libusb_device_handle* device;  // not aligned inside the record
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
-    std::memcpy(&device, static_cast<const unsigned char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
-    return device;
-}
-
 /// @param transferred  may be null; the byte count, 0 after a failure.
 CY_RETURN_STATUS send(CY_HANDLE handle, const Request& request, UCHAR* data, unsigned int timeout = kTimeout,
                       UINT32* transferred = nullptr) {
-    const int result = libusb_control_transfer(usbDevice(handle), request.type, request.code, request.value,
+    const int result = libusb_control_transfer(libusbHandleOf(handle), request.type, request.code, request.value,
                                                request.index, data, request.length, timeout);
     const bool succeeded = result >= request.least && result <= request.most;
     if (transferred != nullptr) *transferred = succeeded ? static_cast<UINT32>(result) : 0;

@@ -3,8 +3,11 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 
 #include "tavo/bridgeTypes.h"
+
+struct libusb_device_handle;
 
 enum CY_SPI_PROTOCOL : std::uint32_t { CY_SPI_MOTOROLA = 0, CY_SPI_TI = 1, CY_SPI_NS = 2 };
 
@@ -70,6 +73,14 @@ static_assert(sizeof(CY_DEVICE_INFO) == 1072 && offsetof(CY_DEVICE_INFO, serialN
 /// byte-packed, with the libusb device handle 31 bytes into it.
 inline constexpr std::size_t CY_HANDLE_LIBUSB_OFFSET = 31;
 
+/// The opened device of a handle, for vendor requests that the bridge library has no function for.
+inline libusb_device_handle* libusbHandleOf(CY_HANDLE handle) {
+    libusb_device_handle* device;  // not aligned inside the record
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
+    std::memcpy(&device, static_cast<const unsigned char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
+    return device;
+}
+
 extern "C" {
 
 // Counts all USB devices; a device number is an index into that list, good until the next call.
@@ -78,6 +89,9 @@ CY_RETURN_STATUS CyGetListofDevices(UINT8* numDevices);
 // CY_ERROR_DEVICE_INFO_FETCH_FAILED otherwise.
 CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVICE_INFO* deviceInfo);
 
+// CY_ERROR_ACCESS_DENIED without permission, CY_ERROR_INVALID_PARAMETER for a bad number,
+// CY_ERROR_DRIVER_OPEN_FAILED when the interface is not there or somebody else has it. Ours waits up to
+// 0.5 s for the claim of another program to end.
 CY_RETURN_STATUS CyOpen(UINT8 deviceNumber, UINT8 interfaceNumber, CY_HANDLE* handle);
 CY_RETURN_STATUS CyClose(CY_HANDLE handle);
 

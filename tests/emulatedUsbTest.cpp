@@ -146,6 +146,7 @@ private:
             note(name);
         }
         if (setup.bRequest == 0xCC) answer = {busyPolls_-- > 0, 0, 0, 0};
+        if (setup.bRequest == 0xBD) answer = {'C', 'Y', 'U', 'S'};
         if (setup.bRequest == 0xE1) answer = {5, 1, 2, 3, 4, 5};
         if (setup.bRequest == 0xCB) {
             fifo_.clear();

@@ -1,11 +1,14 @@
 // The companion layer's own types, discovery and the device lock, above the seam.
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 #include "platform/cyusbserial.h"
 #include "platform/deviceIds.h"
@@ -105,7 +108,65 @@ TEST_F(PlatformTest, PinsOfAnInterfaceThatDoesNotOpenGiveTheOpenStatus) {
     EXPECT_THAT(rig.journal, ElementsAre("open 0.0 !4"));
 }
 
-TEST_F(PlatformTest, DiscoveryFillsTheRecordOfAnInterface) {
+/// A process that holds the lock of a place until it is told to end.
+class LockElsewhere {
+public:
+    explicit LockElsewhere(const std::string& place) {
+        EXPECT_EQ(pipe(held_), 0);
+        EXPECT_EQ(pipe(done_), 0);
+        process = fork();
+        if (process == 0) hold(place);
+        char answer = 0;
+        EXPECT_EQ(read(held_[0], &answer, 1), 1);
+        EXPECT_EQ(answer, 'y');
+    }
+    ~LockElsewhere() {
+        EXPECT_EQ(write(done_[1], "x", 1), 1);
+        int status = -1;
+        EXPECT_EQ(waitpid(process, &status, 0), process);
+        EXPECT_EQ(status, 0);
+        for (const int end : {held_[0], held_[1], done_[0], done_[1]}) close(end);
+    }
+    LockElsewhere(const LockElsewhere&) = delete;
+    LockElsewhere& operator=(const LockElsewhere&) = delete;
+
+    pid_t process;
+
+private:
+    [[noreturn]] void hold(const std::string& place) {
+        const platform::DeviceLock lock(place);
+        char byte = lock.isHeld() ? 'y' : 'n';
+        if (write(held_[1], &byte, 1) != 1 || read(done_[0], &byte, 1) != 1) _exit(2);
+        _exit(0);  // without releasing: the kernel does
+    }
+
+    int held_[2];
+    int done_[2];
+};
+
+/// On a board with a folder, and so a place, of its own: the lock of a place counts on the whole machine.
+class DiscoveryTest : public RigTest {
+protected:
+    DiscoveryTest() {
+        sim::Options options;
+        options.pace = sim::Pace::Virtual;
+        options.folder = folder.string();
+        rig.reset(options);
+    }
+    ~DiscoveryTest() override {
+        rig.reset({});
+        std::filesystem::remove_all(folder);
+        std::string name = "tavo-util-" + place + ".lock";
+        std::replace(name.begin(), name.end(), '/', '_');
+        for (const char* locks : {"/run/lock", "/tmp"}) std::filesystem::remove(std::filesystem::path(locks) / name);
+    }
+
+    const std::filesystem::path folder =
+        std::filesystem::temp_directory_path() / ("tavo-discovery-" + std::to_string(getpid()));
+    const std::string place = "sim:" + folder.string();
+};
+
+TEST_F(DiscoveryTest, FillsTheRecordOfAnInterface) {
     UCHAR record[128] = {0x05, 0x01, 0x02, 0x03, 0x04, 0x05};
     CY_DATA_BUFFER buffer{record, sizeof record, 0};
     {
@@ -128,7 +189,7 @@ TEST_F(PlatformTest, DiscoveryFillsTheRecordOfAnInterface) {
     EXPECT_STRNE(device.info.portPath, "");
 }
 
-TEST_F(PlatformTest, DiscoveryGoesOnWithoutAReadableNeuronId) {
+TEST_F(DiscoveryTest, GoesOnWithoutAReadableNeuronId) {
     rig.fail("CyReadUserFlash", 1, CY_ERROR_IO_TIMEOUT);
     std::vector<platform::AttachedDevice> devices;
     EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
@@ -139,6 +200,22 @@ TEST_F(PlatformTest, DiscoveryGoesOnWithoutAReadableNeuronId) {
     EXPECT_TRUE(devices.empty());
 }
 
+TEST_F(DiscoveryTest, LeavesADeviceThatAnotherProcessHasLockedAlone) {
+    std::vector<platform::AttachedDevice> devices;
+    {
+        const LockElsewhere other(place);
+        ASSERT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+        EXPECT_EQ(devices.at(0).lockHolder, other.process);
+    }
+    EXPECT_STREQ(devices[0].info.serialNumber.text, "00001234");
+    EXPECT_THAT(rig.journal, ElementsAre("list", "info 0"));
+    rig.journal.clear();
+    ASSERT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+    EXPECT_EQ(devices.at(0).lockHolder, 0);
+    EXPECT_THAT(rig.journal, ElementsAre("list", "info 0", "open 0.1", "control C0 BD 0000 0000 4",
+                                         "userflash read 0 128", "close 0.1"));
+}
+
 class LockTest : public testing::Test {
 protected:
     ~LockTest() override {
@@ -147,47 +224,54 @@ protected:
     std::filesystem::path file(const char* folder) const {
         return std::filesystem::path(folder) / ("tavo-util-" + place + ".lock");
     }
+    /// Where the lock file lies on this machine.
+    std::filesystem::path usedFile() const { return file(access("/run/lock", W_OK) == 0 ? "/run/lock" : "/tmp"); }
 
     const std::string place = "test-" + std::to_string(getpid());
 };
 
 TEST_F(LockTest, ASecondProcessIsToldWhoHoldsTheDevice) {
-    int held[2];
-    int done[2];
-    ASSERT_EQ(pipe(held), 0);
-    ASSERT_EQ(pipe(done), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        const platform::DeviceLock lock(place);
-        char byte = lock.isHeld() ? 'y' : 'n';
-        if (write(held[1], &byte, 1) != 1 || read(done[0], &byte, 1) != 1) _exit(2);
-        _exit(0);  // without releasing: the kernel does
-    }
-    char answer = 0;
-    ASSERT_EQ(read(held[0], &answer, 1), 1);
-    EXPECT_EQ(answer, 'y');
     {
+        const LockElsewhere other(place);
         const platform::DeviceLock refused(place);
         EXPECT_FALSE(refused.isHeld());
-        EXPECT_EQ(refused.holder(), child);
-        EXPECT_TRUE(platform::DeviceLock(place + ".1").isHeld()) << "another device";
+        EXPECT_TRUE(refused.isBusy());
+        EXPECT_EQ(refused.holder(), other.process);
     }
-    ASSERT_EQ(write(done[1], "x", 1), 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
     EXPECT_TRUE(platform::DeviceLock(place).isHeld()) << "a file left behind is no lock";
-    for (const int end : {held[0], held[1], done[0], done[1]}) close(end);
-    for (const char* folder : {"/run/lock", "/tmp"}) {
-        std::filesystem::remove(std::filesystem::path(folder) / ("tavo-util-" + place + ".1.lock"));
-    }
+}
+
+TEST_F(LockTest, ALockRetakenInOneProcessNamesThatProcess) {
+    const platform::DeviceLock lock(place);
+    EXPECT_EQ(lock.holder(), 0);
+    const platform::DeviceLock again(place);
+    EXPECT_TRUE(!again.isHeld() && again.isBusy());
+    EXPECT_EQ(again.holder(), getpid());
+}
+
+TEST_F(LockTest, AMovedLockIsHeldOnce) {
+    platform::DeviceLock first(place);
+    platform::DeviceLock second(std::move(first));
+    EXPECT_FALSE(first.isHeld());  // NOLINT(bugprone-use-after-move): what is left is part of the contract
+    EXPECT_TRUE(second.isHeld());
+    first = platform::DeviceLock(place);
+    EXPECT_EQ(first.holder(), getpid());
+    EXPECT_TRUE(platform::DeviceLock(place).isBusy());
+    second = std::move(first);  // gives the lock up
+    EXPECT_TRUE(platform::DeviceLock(place).isHeld());
+}
+
+TEST_F(LockTest, AnyUserMayTakeTheLockAfterAnyOther) {
+    const mode_t before = umask(077);
+    { const platform::DeviceLock lock(place); }
+    umask(before);
+    EXPECT_EQ(std::filesystem::status(usedFile()).permissions(), std::filesystem::perms{0666});
 }
 
 TEST_F(LockTest, ALinkInTheWayIsNotFollowed) {
     const std::string victim = "/tmp/tavo-victim-" + place;
     std::ofstream(victim) << "keep";
-    const char* folder = access("/run/lock", W_OK) == 0 ? "/run/lock" : "/tmp";
-    std::filesystem::create_symlink(victim, file(folder));
+    std::filesystem::create_symlink(victim, usedFile());
     { const platform::DeviceLock lock(place); }
     std::string kept;
     std::ifstream(victim) >> kept;

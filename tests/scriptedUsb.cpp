@@ -95,8 +95,8 @@ Step cancel(const std::string& endpoint) {
 Step clearHalt(const std::string& endpoint) {
     return {"clear halt " + endpoint, 0, {}, {}};
 }
-Step sleepStep() {
-    return {"sleep 1", 0, {}, {}};
+Step sleepStep(long milliseconds) {
+    return {"sleep " + std::to_string(milliseconds), 0, {}, {}};
 }
 Step comesBack(const std::string& endpoint, libusb_transfer_status status, const Bytes& data) {
     return {kReturn + endpoint, status, data, {}};
@@ -109,7 +109,9 @@ Step eventsFail() {
 }
 
 void Poco::ThreadImpl::sleepImpl(long milliseconds) {
-    if (!usb.busyForever) usb.next("sleep " + std::to_string(milliseconds));
+    if (usb.busyForever) return;
+    const Step step = usb.next("sleep " + std::to_string(milliseconds));
+    if (step.meanwhile) step.meanwhile();
 }
 
 extern "C" {
@@ -235,7 +237,7 @@ int libusb_clear_halt(libusb_device_handle*, unsigned char endpoint) {
 int libusb_control_transfer(libusb_device_handle* handle, uint8_t type, uint8_t request, uint16_t value, uint16_t index,
                             unsigned char* data, uint16_t length, unsigned timeout) {
     EXPECT_EQ(usb.open.count(handle), 1U);
-    EXPECT_EQ(timeout, request == 0xE0 || request == 0xE1 ? 1000U : 5000U);
+    EXPECT_EQ(timeout, request == 0xE0 || request == 0xE1 || request == 0xBD ? 1000U : 5000U);
     if (usb.busyForever && request == 0xCC) return std::memset(data, 1, length) ? length : 0;
     if (request == 0xCB) usb.busyForever = false;
     std::string call = text("control %02X %02X %04X %04X %u", type, request, value, index, length);

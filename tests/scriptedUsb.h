@@ -56,7 +56,7 @@ Step controlFails(const std::string& setup, int result);
 Step submit(const std::string& what, int result = 0);
 Step cancel(const std::string& endpoint);
 Step clearHalt(const std::string& endpoint);
-Step sleepStep();
+Step sleepStep(long milliseconds = 1);
 // What event handling meets.
 Step comesBack(const std::string& endpoint, libusb_transfer_status status, const Bytes& data = {});
 Step comesBackWritten(const std::string& endpoint, int count);

@@ -109,6 +109,7 @@ TEST_F(BridgeService, AnEditIsNotMadeOverABlockThatSomebodyElseHasWritten) {
 }
 
 TEST_F(BridgeService, ASerialNumberIsCheckedBeforeAnythingIsAsked) {
+    device();
     rig.journal.clear();
     for (const char* serial : {"", "Ger\xC3\xA4t", "012345678901234567890123456789012"}) {
         EXPECT_EQ(failureOf([&] { tavo::planSerialNumber(device(), serial); }).problem, tavo::Problem::BadArgument);

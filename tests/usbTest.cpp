@@ -2,10 +2,14 @@
 // and what is left behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
+#include <optional>
 
 #include "platform/cyusbserial.h"
+#include "platform/deviceLock.h"
 #include "platform/discovery.h"
 #include "platform/portPath.h"
 #include "tests/scriptedUsb.h"
@@ -29,6 +33,7 @@ InterfaceSpec serialBlock(unsigned char subclass, uint8_t out, uint8_t in, uint8
 }
 
 const InterfaceSpec kManufacturing{0xFF, 0x05, {}};
+const InterfaceSpec kKeyboard{0x03, 0x01, {endpoint(0x81, 3)}};
 
 class UsbTest : public testing::Test {
 protected:
@@ -69,6 +74,8 @@ protected:
     }
 
     void expect(std::initializer_list<Step> steps) { usb.script.insert(usb.script.end(), steps); }
+    /// An interface that another program has claimed is tried again every 20 ms for half a second.
+    void expectAllOfTheWait() { usb.script.insert(usb.script.end(), 25, sleepStep(20)); }
 
     static constexpr UINT8 kBridge = 1;
     ScriptedUsb& usb = scriptedUsb();
@@ -140,6 +147,7 @@ class UsbOpenFailure : public UsbTest, public testing::WithParamInterface<OpenCa
 TEST_P(UsbOpenFailure, HasItsStatusAndLeavesNothingOpen) {
     bridge.openResult = GetParam().openResult;
     bridge.foreignClaims = {1};
+    if (GetParam().interface == 1) expectAllOfTheWait();
     CY_HANDLE opened = nullptr;
     EXPECT_EQ(CyOpen(kBridge, GetParam().interface, &opened), GetParam().status);
     EXPECT_EQ(opened, nullptr);
@@ -157,6 +165,14 @@ INSTANTIATE_TEST_SUITE_P(, UsbOpenFailure,
                                          OpenCase{"HeldElsewhere", LIBUSB_SUCCESS, 1, CY_ERROR_DRIVER_OPEN_FAILED},
                                          OpenCase{"NoInterface", LIBUSB_SUCCESS, 3, CY_ERROR_DRIVER_OPEN_FAILED}),
                          caseName<OpenCase>);
+
+TEST_F(UsbTest, AShortClaimByAnotherProgramIsWaitedFor) {
+    bridge.foreignClaims = {0};
+    Step otherLetsGo = sleepStep(20);
+    otherLetsGo.meanwhile = [&] { bridge.foreignClaims.clear(); };
+    expect({sleepStep(20), otherLetsGo});
+    handle = open();
+}
 
 TEST_F(UsbTest, ADescriptionKeepsWhatIsKnownWithoutPermission) {
     CY_DEVICE_INFO info{};
@@ -179,6 +195,10 @@ TEST_F(UsbTest, OtherDevicesAreDescribedUnopened) {
     EXPECT_EQ(CyGetDeviceInfo(0, &info), CY_SUCCESS);
     EXPECT_EQ(info.vidPid.vid, 0x1D6B);
     EXPECT_EQ(info.productName[0], 0);
+    bridge.openResult = LIBUSB_ERROR_IO;
+    EXPECT_EQ(CyGetDeviceInfo(kBridge, &info), CY_ERROR_DEVICE_INFO_FETCH_FAILED);
+    bridge.interfaces = {kKeyboard};  // the bridge's IDs alone
+    EXPECT_EQ(CyGetDeviceInfo(kBridge, &info), CY_SUCCESS);
 }
 
 TEST_F(UsbTest, APortPathIsTheKernelsNameOfThePlace) {
@@ -191,7 +211,39 @@ TEST_F(UsbTest, APortPathIsTheKernelsNameOfThePlace) {
     EXPECT_STREQ(path, "1-0");
 }
 
-TEST_F(UsbTest, DiscoveryListsAClosedDeviceBesideAnOpenOne) {
+// Discovery
+
+const Bytes kOurs = {'C', 'Y', 'U', 'S'};
+constexpr auto kSignature = "C0 BD 0000 0000 4";
+constexpr auto kNeuronIdRecord = "C0 E1 0000 0000 128";
+
+class UsbDiscoveryTest : public UsbTest {
+protected:
+    UsbDiscoveryTest() {
+        // A place of its own: the lock of a place counts on the whole machine.
+        const auto pid = static_cast<unsigned>(getpid());
+        bridge.ports = {4, static_cast<uint8_t>(pid), static_cast<uint8_t>(pid >> 8), static_cast<uint8_t>(pid >> 16)};
+        char path[32] = {};
+        EXPECT_EQ(CyGetPortPath(kBridge, path, sizeof path), CY_SUCCESS);
+        place = path;
+    }
+    ~UsbDiscoveryTest() override {
+        for (const char* folder : {"/run/lock", "/tmp"}) {
+            std::filesystem::remove(std::string(folder) + "/tavo-util-" + place + ".lock");
+        }
+    }
+
+    std::vector<platform::AttachedDevice> discover() {
+        std::vector<platform::AttachedDevice> devices;
+        EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+        EXPECT_THAT(bridge.claims, IsEmpty());
+        return devices;
+    }
+
+    std::string place;
+};
+
+TEST_F(UsbDiscoveryTest, ListsAClosedDeviceBesideAnOpenOne) {
     libusb_device denied;
     denied.interfaces = {serialBlock(0x03, 0x01, 0x82, 0x83), kManufacturing};
     denied.openResult = LIBUSB_ERROR_ACCESS;
@@ -199,9 +251,8 @@ TEST_F(UsbTest, DiscoveryListsAClosedDeviceBesideAnOpenOne) {
     usb.attached = {&hub, &denied, &bridge};
     Bytes record(128, 0);
     std::copy_n("\x05\x01\x02\x03\x04\x05", 6, record.begin());
-    expect({control("C0 E1 0000 0000 128", record)});
-    std::vector<platform::AttachedDevice> devices;
-    EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+    expect({control(kSignature, kOurs), control(kNeuronIdRecord, record)});
+    auto devices = discover();
     ASSERT_EQ(devices.size(), 2U);
     EXPECT_EQ(devices[0].status, CY_ERROR_ACCESS_DENIED);
     EXPECT_STREQ(devices[0].info.portPath, "1-7");
@@ -209,23 +260,90 @@ TEST_F(UsbTest, DiscoveryListsAClosedDeviceBesideAnOpenOne) {
     EXPECT_TRUE(devices[0].scb0Found && !devices[0].scb0IsSpi);
     const DeviceInfo& info = devices[1].info;
     EXPECT_EQ(devices[1].status, CY_SUCCESS);
+    EXPECT_EQ(devices[1].lockHolder, 0);
     EXPECT_EQ(info.configDeviceNumber, 2);
     EXPECT_EQ(info.configInterfaceNumber, 2);
     EXPECT_STREQ(info.serialNumber.text, "00001234");
     EXPECT_TRUE(info.serialNumberValid && info.neuronIdValid);
     EXPECT_EQ(hex(info.neuronId.bytes, 6), "05 01 02 03 04 05");
     usb.attached.clear();
-    EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+    EXPECT_THAT(discover(), IsEmpty());
     EXPECT_EQ(denied.references, 0);
 }
 
-TEST_F(UsbTest, AnErasedUserFlashGivesNoNeuronId) {
+TEST_F(UsbDiscoveryTest, AnErasedUserFlashGivesNoNeuronId) {
     for (const Bytes& record : {Bytes(128, 0xFF), Bytes(128, 0x00), Bytes(5, 0x11)}) {
-        expect({control("C0 E1 0000 0000 128", record)});
-        std::vector<platform::AttachedDevice> devices;
-        EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
-        EXPECT_FALSE(devices.at(0).info.neuronIdValid);
+        expect({control(kSignature, kOurs), control(kNeuronIdRecord, record)});
+        EXPECT_FALSE(discover().at(0).info.neuronIdValid);
     }
+}
+
+TEST_F(UsbDiscoveryTest, OnlyTheRightAnswerMakesADeviceABridge) {
+    const Bytes bootLoader = {'C', 'Y', 'B', 'L'};
+    for (const Step& answer :
+         {control(kSignature, bootLoader), control(kSignature, {'C', 'Y', 'U'}), controlFails(kSignature, 0),
+          controlFails(kSignature, LIBUSB_ERROR_PIPE), controlFails(kSignature, LIBUSB_ERROR_NO_DEVICE)}) {
+        expect({answer});
+        EXPECT_THAT(discover(), IsEmpty()) << answer.result;
+    }
+    expect({controlFails(kSignature, LIBUSB_ERROR_TIMEOUT)});
+    EXPECT_EQ(discover().at(0).status, CY_ERROR_IO_TIMEOUT) << "a bridge that hangs is shown";
+    expect({controlFails(kSignature, LIBUSB_ERROR_IO)});
+    EXPECT_EQ(discover().at(0).status, CY_ERROR_REQUEST_FAILED);
+}
+
+TEST_F(UsbDiscoveryTest, ADeviceWithoutTheManufacturingInterfaceIsNeitherListedNorAsked) {
+    bridge.productId = 0x000A;
+    for (const InterfaceSpec& only : {kKeyboard, serialBlock(0x02, 0x01, 0x82, 0x83), InterfaceSpec{0x03, 0x05, {}}}) {
+        bridge.interfaces = {only};
+        EXPECT_THAT(discover(), IsEmpty());
+    }
+}
+
+TEST_F(UsbDiscoveryTest, ASerialBlockAboveInterface0IsNotBlock0) {
+    for (const unsigned char subclass : Bytes{0x02, 0x03}) {
+        bridge.interfaces = {
+            {0x02, 0x02, {}}, {0x0A, 0x00, {}}, serialBlock(subclass, 0x04, 0x85, 0x86), kManufacturing};
+        expect({control(kSignature, kOurs), control(kNeuronIdRecord, Bytes(128, 0xFF))});
+        const auto devices = discover();
+        EXPECT_FALSE(devices.at(0).scb0Found || devices[0].scb0IsSpi);
+        EXPECT_EQ(devices[0].info.configInterfaceNumber, 3);
+    }
+}
+
+TEST_F(UsbDiscoveryTest, ADeviceThatDoesNotOpenIsListedWithItsStatus) {
+    bridge.openResult = LIBUSB_ERROR_IO;
+    EXPECT_EQ(discover().at(0).status, CY_ERROR_DEVICE_INFO_FETCH_FAILED);
+}
+
+TEST_F(UsbDiscoveryTest, ADeviceClaimedWithoutTheLockIsBusy) {
+    bridge.foreignClaims = {2};
+    expectAllOfTheWait();
+    const auto devices = discover();
+    EXPECT_EQ(devices.at(0).lockHolder, -1);
+    EXPECT_EQ(devices[0].status, CY_SUCCESS);
+    EXPECT_STREQ(devices[0].info.serialNumber.text, "00001234");
+}
+
+TEST_F(UsbDiscoveryTest, ADeviceThatThisProcessHasLockedIsReadAsAlways) {
+    const platform::DeviceLock own(place);
+    handle = open(2);
+    expect({control(kSignature, kOurs), control(kNeuronIdRecord, Bytes(128, 0x05))});
+    std::vector<platform::AttachedDevice> devices;
+    EXPECT_EQ(platform::discoverDevices(devices), CY_SUCCESS);
+    EXPECT_EQ(devices.at(0).lockHolder, 0);
+    EXPECT_TRUE(devices[0].info.neuronIdValid);
+}
+
+TEST_F(UsbDiscoveryTest, ALookIsWaitedForAndARunIsNot) {
+    std::optional<platform::DeviceLock> look(std::in_place, place, platform::LockPurpose::Look);
+    Step lookEnds = sleepStep(20);
+    lookEnds.meanwhile = [&] { look.reset(); };
+    expect({sleepStep(20), lookEnds});
+    const platform::DeviceLock run(place);
+    EXPECT_TRUE(run.isHeld());
+    EXPECT_TRUE(platform::DeviceLock(place, platform::LockPurpose::Look).isBusy());
+    EXPECT_TRUE(platform::DeviceLock(place).isBusy());
 }
 
 // Requests on endpoint 0

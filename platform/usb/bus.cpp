@@ -1,11 +1,17 @@
 #include "platform/usb/bus.h"
 
+#include <Poco/Thread.h>
+
 #include <algorithm>
 
 namespace usb {
 namespace {
 
 constexpr std::size_t kMaxDevices = 255;  // so that no device has number 255, which means "none"
+
+// A look at a device by another program takes milliseconds; a longer claim is a program at work.
+constexpr long kClaimInterval = 20;  // ms
+constexpr int kClaimIntervals = 25;
 
 CY_RETURN_STATUS openStatus(int result) {
     switch (result) {
@@ -52,7 +58,8 @@ Claim::Claim(DeviceHandle usb, const libusb_interface_descriptor& interface)
     }
 }
 
-CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim) {
+CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim,
+                             bool& claimedElsewhere) {
     libusb_device_handle* opened = nullptr;
     if (const auto status = openStatus(libusb_open(device, &opened)); status != CY_SUCCESS) return status;
     DeviceHandle usb(opened);
@@ -62,7 +69,10 @@ CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumbe
     // libusb detaches a driver when it claims and attaches it when it releases. Where it cannot, a
     // bound driver makes the claim fail.
     libusb_set_auto_detach_kernel_driver(opened, 1);
-    if (libusb_claim_interface(opened, interfaceNumber) != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_OPEN_FAILED;
+    const int result = libusb_claim_interface(opened, interfaceNumber);
+    claimedElsewhere = result == LIBUSB_ERROR_BUSY;
+    if (result == LIBUSB_ERROR_NO_DEVICE) return CY_ERROR_DEVICE_NOT_FOUND;
+    if (result != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_OPEN_FAILED;
     claim.reset(new Claim(std::move(usb), *interface));
     return CY_SUCCESS;
 }
@@ -134,12 +144,22 @@ std::shared_ptr<Claim> Bus::sharedClaim(libusb_device* device, UINT8 interfaceNu
 }
 
 CY_RETURN_STATUS Bus::open(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle) {
+    for (int waited = 0;; ++waited) {
+        bool claimedElsewhere = false;
+        const CY_RETURN_STATUS status = tryOpen(number, interfaceNumber, handle, claimedElsewhere);
+        if (!claimedElsewhere || waited == kClaimIntervals) return status;
+        Poco::Thread::sleep(kClaimInterval);
+    }
+}
+
+CY_RETURN_STATUS Bus::tryOpen(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle, bool& claimedElsewhere) {
     const std::lock_guard lock(mutex_);
     libusb_device* device = find(number);
     if (device == nullptr) return CY_ERROR_INVALID_PARAMETER;
     std::shared_ptr<Claim> claim = sharedClaim(device, interfaceNumber);
     if (!claim) {
-        if (const auto status = Claim::make(device, interfaceNumber, claim); status != CY_SUCCESS) return status;
+        const auto status = Claim::make(device, interfaceNumber, claim, claimedElsewhere);
+        if (status != CY_SUCCESS) return status;
     }
     auto open = std::make_unique<OpenInterface>();
     open->record.interfaceNumber = interfaceNumber;

@@ -37,7 +37,9 @@ ConfigDescriptor activeConfig(libusb_device* device);
 class Claim {
 public:
     /// Opens the device and claims the interface, in place of a kernel driver if one is bound to it.
-    static CY_RETURN_STATUS make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim);
+    /// @param claimedElsewhere  set when another program has the interface.
+    static CY_RETURN_STATUS make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim,
+                                 bool& claimedElsewhere);
     ~Claim();  ///< Gives the interface back to the kernel driver and closes the device.
     Claim(const Claim&) = delete;
     Claim& operator=(const Claim&) = delete;
@@ -103,11 +105,14 @@ public:
     CY_RETURN_STATUS refresh(UINT8& count);
     /// The device behind a number, with a reference of its own; empty for a bad number.
     BorrowedDevice device(UINT8 number);
+    /// Waits for an interface that another program has claimed, at most 0.5 s, without keeping other
+    /// threads from the bus.
     CY_RETURN_STATUS open(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle);
     CY_RETURN_STATUS close(CY_HANDLE handle);
     libusb_context* context() const { return context_.get(); }
 
 private:
+    CY_RETURN_STATUS tryOpen(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle, bool& claimedElsewhere);
     CY_RETURN_STATUS makeContext();
     CY_RETURN_STATUS refreshLocked();
     libusb_device* find(UINT8 number);

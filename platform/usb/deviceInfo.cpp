@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 
 #include "platform/deviceIds.h"
 #include "platform/usb/bus.h"
@@ -29,6 +30,10 @@ void describeInterfaces(libusb_device* device, CY_DEVICE_INFO& info) {
     }
 }
 
+bool hasManufacturingInterface(const CY_DEVICE_INFO& info) {
+    return std::find(std::begin(info.deviceType), std::end(info.deviceType), CY_TYPE_MFG) != std::end(info.deviceType);
+}
+
 bool readString(libusb_device_handle* usb, unsigned char index, UCHAR (&text)[CY_STRING_DESCRIPTOR_SIZE]) {
     if (index == 0) return true;  // the device has no such string
     return libusb_get_string_descriptor_ascii(usb, index, text, sizeof text) >= 0;
@@ -49,7 +54,7 @@ CY_RETURN_STATUS readStrings(libusb_device* device, const libusb_device_descript
 }  // namespace
 
 /// What needs no open device (IDs, interfaces) is filled in also when the strings cannot be read; the
-/// strings of devices without an expected ID are left empty.
+/// strings of devices without an expected ID or without the manufacturing interface are left empty.
 extern "C" TAVO_API CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVICE_INFO* deviceInfo) {
     if (deviceInfo == nullptr) return CY_ERROR_INVALID_PARAMETER;
     const usb::BorrowedDevice device = usb::Bus::instance().device(deviceNumber);
@@ -63,5 +68,6 @@ extern "C" TAVO_API CY_RETURN_STATUS CyGetDeviceInfo(UINT8 deviceNumber, CY_DEVI
     describeInterfaces(device.get(), *deviceInfo);
     // Opening a device wakes it from suspend, and its strings may come late: what is not ours stays alone.
     if (!platform::isDeviceIdExpected(descriptor.idVendor, descriptor.idProduct)) return CY_SUCCESS;
+    if (!hasManufacturingInterface(*deviceInfo)) return CY_SUCCESS;
     return readStrings(device.get(), descriptor, *deviceInfo);
 }

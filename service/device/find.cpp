@@ -37,6 +37,7 @@ DeviceDescription describe(const platform::AttachedDevice& found) {
     device.productId = found.info.productId;
     if (found.scb0Found) device.scb0 = found.scb0IsSpi ? Scb0Role::Spi : Scb0Role::I2c;
     device.access = cypressToTavo(found.status);
+    if (found.lockHolder != 0) device.holder = std::max(found.lockHolder, 0);
     device.info = found.info;
     return device;
 }

@@ -101,10 +101,10 @@ class Configuration(BridgeTest):
         self.assertNotEqual(self.block(), self.factory)
 
     def test_a_failed_write_tells_what_the_bridge_holds(self):
-        # Three requests read the block; silicon ID, enter, read, write, leave; three more read it back.
-        for fault, state in (("7:-7", "configuration block unchanged"),
-                             ("8:-7", "configuration block written all the same"),
-                             ("7+:-7", "configuration block not known: it may be damaged")):
+        # The signature; three requests read the block; silicon ID, enter, read, write, leave; three more read it back.
+        for fault, state in (("8:-7", "configuration block unchanged"),
+                             ("9:-7", "configuration block written all the same"),
+                             ("8+:-7", "configuration block not known: it may be damaged")):
             with self.subTest(fault):
                 result = self.run_tool("-y", "config", "set-serial", "NEW", sim=["fault=libusb_control_transfer@" + fault])
                 self.assertIn(result.code, (10, 12))
@@ -145,7 +145,7 @@ class Help(BridgeTest):
     def test_doctor_names_what_fails(self):
         self.assertTrue(all(check["ok"] for check in self.result_of("doctor")["checks"]))
         for fault, item in (("CyOpen@2:4", "kernel driver"),
-                            ("CyGetSpiConfig@1:6", "SCB0"), ("libusb_control_transfer@2:-7", "configuration checksum"),
+                            ("CyGetSpiConfig@1:6", "SCB0"), ("libusb_control_transfer@3:-7", "configuration checksum"),
                             ("CySpiReadWrite@1:11", "flash ID"), ("ldv_open@1:10", "LDV name"),
                             ("ldv_write@1:4", "Neuron answer")):
             with self.subTest(fault):

@@ -7,7 +7,7 @@ import shutil
 import subprocess
 import unittest
 
-from tool import END, MIB, ToolTest, image, noise, record
+from tool import END, MIB, Result, ToolTest, image, noise, record
 
 try:
     import intelhex
@@ -124,9 +124,22 @@ class Info(ToolTest):
         self.assertEqual((told["flash_maker"], told["flash_size"], told["scb0"]), ("Winbond", MIB, "spi"))
         self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", {"name": "configured", "raw": 4}))
         less = self.run_tool("--json", "info", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
-                                                    "fault=libusb_control_transfer@1+:-9"]).json
+                                                    "fault=libusb_control_transfer@2+:-9"]).json
         self.assertEqual(less["exit_status"], 0)
         self.assertEqual([less["result"][name] for name in ("neuron_id", "flash_size", "silicon_id")], [None] * 3)
+
+
+class BesideARun(ToolTest):
+    def test_looking_never_disturbs(self):
+        path = self.write("image.hex", image((0, noise(MIB // 16))))
+        with self.start_tool("program", path, sim=["pace=real", "size=256K"]) as process:
+            self.wait_for(process, "program:")
+            looks = 0
+            while process.poll() is None:
+                self.assertExit(self.run_tool("list"), 0)
+                looks += 1
+            self.assertExit(Result(process.returncode, "", process.stderr.read()), 0)
+        self.assertGreater(looks, 0)
 
 
 class ProgramSafely(ToolTest):
