@@ -11,6 +11,7 @@ constexpr std::string_view kNames[] = {
     "CyGetListofDevices",
     "CyGetDeviceInfo",
     "CyGetPortPath",
+    "CyGetKernelDriver",
     "CyOpen",
     "CyClose",
     "CySpiReadWrite",

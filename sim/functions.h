@@ -9,6 +9,7 @@ enum class Function : unsigned {
     CyGetListofDevices,
     CyGetDeviceInfo,
     CyGetPortPath,
+    CyGetKernelDriver,
     CyOpen,
     CyClose,
     CySpiReadWrite,

@@ -163,6 +163,17 @@ TAVO_SEAM CY_RETURN_STATUS CyGetPortPath(UINT8 deviceNumber, char* path, UINT32 
                     });
 }
 
+TAVO_SEAM CY_RETURN_STATUS CyGetKernelDriver(UINT8 deviceNumber, UINT8 interfaceNumber, char* name, UINT32 size) {
+    return onNumber(
+        Function::CyGetKernelDriver, deviceNumber, CY_ERROR_DEVICE_NOT_FOUND,
+        [&] { return text("driver %u.%u", deviceNumber, interfaceNumber); },
+        [&](Rig&, State&) -> int {
+            if (name == nullptr || size == 0) return CY_ERROR_INVALID_PARAMETER;
+            name[0] = '\0';  // no driver knows a simulated interface
+            return CY_SUCCESS;
+        });
+}
+
 TAVO_SEAM CY_RETURN_STATUS CyOpen(UINT8 deviceNumber, UINT8 interfaceNumber, CY_HANDLE* handle) {
     return onNumber(
         Function::CyOpen, deviceNumber, CY_ERROR_DEVICE_NOT_FOUND,

@@ -18,6 +18,7 @@
 
 #include "platform/cyusbserial.h"
 #include "platform/discovery.h"
+#include "platform/portPath.h"
 
 namespace {
 
@@ -42,7 +43,13 @@ std::string deviceText() {
         std::snprintf(digits, sizeof digits, "%02X", byte);
         text += digits;
     }
-    return text + "\n";
+    text += "\n\n";
+    for (const auto& [interface, driver] : {std::pair{"0", "cdc_acm"}, std::pair{"1", "usbfs"}}) {
+        text += std::string("P: /devices/usb1/1-4/1-4:1.") + interface +
+                "\nE: DEVTYPE=usb_interface\nE: SUBSYSTEM=usb\nL: driver=../../../../bus/usb/drivers/" + driver +
+                "\n\n";
+    }
+    return text;
 }
 
 enum class Fault { None, SilentIn, SilentOut, StallOut, Unplug, Unplugged };
@@ -303,6 +310,14 @@ TEST_F(EmulatedUsbTest, AStallTakesTheReadBackBeforeTheHaltIsCleared) {
     EXPECT_EQ(transfer(4, 10000), CY_ERROR_PIPE_HALTED);
     EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB", "clear halt"));
     EXPECT_EQ(transfer(4, 10000), CY_SUCCESS);
+}
+
+TEST_F(EmulatedUsbTest, TheKernelDriverOfAnInterfaceIsNamed) {
+    char name[16] = "?";
+    EXPECT_EQ(CyGetKernelDriver(0, 0, name, sizeof name), CY_SUCCESS);
+    EXPECT_STREQ(name, "cdc_acm");
+    EXPECT_EQ(CyGetKernelDriver(0, 1, name, sizeof name), CY_SUCCESS);
+    EXPECT_STREQ(name, "") << "a program's claim is no driver";
 }
 
 TEST_F(EmulatedUsbTest, AnUnpluggedDeviceIsGoneForEveryFunction) {

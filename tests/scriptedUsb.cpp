@@ -208,6 +208,9 @@ int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t ind
     if (string == "!") return LIBUSB_ERROR_PIPE;
     return std::snprintf(reinterpret_cast<char*>(data), static_cast<std::size_t>(length), "%s", string.c_str());
 }
+int libusb_kernel_driver_active(libusb_device_handle* handle, int number) {
+    return handle->device->boundDrivers.count(number) != 0 ? 1 : 0;
+}
 int libusb_set_auto_detach_kernel_driver(libusb_device_handle* handle, int enable) {
     handle->autoDetach = enable != 0;
     return LIBUSB_SUCCESS;

@@ -189,6 +189,22 @@ TEST_F(UsbTest, ADescriptionKeepsWhatIsKnownWithoutPermission) {
     EXPECT_EQ(CyGetDeviceInfo(2, &info), CY_ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(UsbTest, ABoundKernelDriverIsToldAndLeftAlone) {
+    bridge.busNumber = 250;  // the machine of the test has no such bus, so its own devices do not answer
+    bridge.boundDrivers = {0};
+    char name[8] = "as was";
+    EXPECT_EQ(CyGetKernelDriver(kBridge, 0, name, 7), CY_ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CyGetKernelDriver(3, 0, name, 8), CY_ERROR_INVALID_PARAMETER);
+    EXPECT_STREQ(name, "as was");
+    EXPECT_EQ(CyGetKernelDriver(kBridge, 0, name, 8), CY_SUCCESS);
+    EXPECT_STREQ(name, "unknown");
+    EXPECT_EQ(CyGetKernelDriver(kBridge, 1, name, 8), CY_SUCCESS);
+    EXPECT_STREQ(name, "");
+    EXPECT_THAT(bridge.boundDrivers, ElementsAre(0));
+    bridge.openResult = LIBUSB_ERROR_ACCESS;
+    EXPECT_EQ(CyGetKernelDriver(kBridge, 0, name, 8), CY_ERROR_ACCESS_DENIED);
+}
+
 TEST_F(UsbTest, OtherDevicesAreDescribedUnopened) {
     hub.openResult = LIBUSB_ERROR_IO;
     CY_DEVICE_INFO info{};

@@ -1,5 +1,6 @@
 #include "platform/portPath.h"
 #include "platform/usb/bus.h"
+#include "platform/usb/kernelDriverOf.h"
 #include "platform/usb/portPathOf.h"
 #include "tavo/export.h"
 
@@ -14,6 +15,12 @@ TAVO_API CY_RETURN_STATUS CyGetPortPath(UINT8 deviceNumber, char* path, UINT32 s
     if (path == nullptr) return CY_ERROR_INVALID_PARAMETER;
     const usb::BorrowedDevice device = usb::Bus::instance().device(deviceNumber);
     return device ? usb::portPathOf(device.get(), path, size) : CY_ERROR_INVALID_PARAMETER;
+}
+
+TAVO_API CY_RETURN_STATUS CyGetKernelDriver(UINT8 deviceNumber, UINT8 interfaceNumber, char* name, UINT32 size) {
+    if (name == nullptr) return CY_ERROR_INVALID_PARAMETER;
+    const usb::BorrowedDevice device = usb::Bus::instance().device(deviceNumber);
+    return device ? usb::kernelDriverOf(device.get(), interfaceNumber, name, size) : CY_ERROR_INVALID_PARAMETER;
 }
 
 }  // extern "C"
