@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -16,15 +17,22 @@ std::vector<DeviceId>& expectedIds() {
     return ids;
 }
 
+std::mutex& idsMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
 }  // namespace
 
 namespace platform {
 
 void allowDeviceId(std::uint16_t vendorId, std::uint16_t productId) {
+    const std::lock_guard lock(idsMutex());
     expectedIds().emplace_back(vendorId, productId);
 }
 
 bool isDeviceIdExpected(std::uint16_t vendorId, std::uint16_t productId) {
+    const std::lock_guard lock(idsMutex());
     return std::find(expectedIds().begin(), expectedIds().end(), DeviceId{vendorId, productId}) != expectedIds().end();
 }
 

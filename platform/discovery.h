@@ -28,7 +28,8 @@ struct AttachedDevice {
 /// has locked or claimed has its lockHolder and no Neuron ID; a locked one is left alone. One that this very
 /// process has locked is read as if it were not.
 /// Blocks for a few control transfers a device, at most 0.5 s for each one that another program has claimed,
-/// 2 s for each one that another discovery looks at. Device numbers in the records are good until the next call.
+/// 2 s for each one that another discovery looks at. Device numbers in the records are good as long as the
+/// device stays plugged in; with the vendor's bridge library, until the next call.
 /// @return CY_SUCCESS, or the status of the device list when USB itself cannot be used.
 TAVO_API CY_RETURN_STATUS discoverDevices(std::vector<AttachedDevice>& devices);
 

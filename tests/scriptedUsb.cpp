@@ -148,6 +148,9 @@ void libusb_unref_device(libusb_device* device) {
 uint8_t libusb_get_bus_number(libusb_device* device) {
     return device->busNumber;
 }
+uint8_t libusb_get_device_address(libusb_device* device) {
+    return device->address;
+}
 int libusb_get_port_numbers(libusb_device* device, uint8_t* ports, int length) {
     if (device->ports.size() > static_cast<std::size_t>(length)) return LIBUSB_ERROR_OVERFLOW;
     std::copy(device->ports.begin(), device->ports.end(), ports);

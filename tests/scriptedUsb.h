@@ -25,6 +25,7 @@ struct libusb_device {
     std::vector<InterfaceSpec> interfaces;
     std::vector<std::string> strings = {"Tavo", "LON Interface", "00001234"};  // "!": the device refuses it
     uint8_t busNumber = 1;
+    uint8_t address = 5;
     std::vector<uint8_t> ports = {4, 2};
     int openResult = LIBUSB_SUCCESS;
     std::set<int> boundDrivers;  // interfaces that a kernel driver holds

@@ -40,6 +40,7 @@ protected:
     UsbTest() {
         usb = ScriptedUsb{};
         bridge.interfaces = {serialBlock(0x02, 0x01, 0x82, 0x83), serialBlock(0x02, 0x04, 0x85, 0x86), kManufacturing};
+        hub.address = 1;
         hub.vendorId = 0x1D6B;
         hub.productId = 0x0002;
         hub.ports = {};
@@ -189,6 +190,26 @@ TEST_F(UsbTest, ADescriptionKeepsWhatIsKnownWithoutPermission) {
     EXPECT_EQ(CyGetDeviceInfo(2, &info), CY_ERROR_INVALID_PARAMETER);
 }
 
+TEST_F(UsbTest, ADeviceKeepsItsNumberWhileOthersComeAndGo) {
+    libusb_device other;
+    other.ports = {1};
+    other.address = 6;
+    const auto placeOf = [](UINT8 number) {
+        char path[16] = "none";
+        CyGetPortPath(number, path, sizeof path);
+        return std::string(path);
+    };
+    UINT8 count = 0;
+    usb.attached = {&other, &bridge, &hub};
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
+    EXPECT_EQ(count, 3);
+    EXPECT_THAT((std::vector{placeOf(0), placeOf(1), placeOf(2)}), ElementsAre("1-0", "1-4.2", "1-1"));
+    usb.attached = {&bridge};
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
+    EXPECT_EQ(count, 2);
+    EXPECT_THAT((std::vector{placeOf(0), placeOf(1), placeOf(2)}), ElementsAre("none", "1-4.2", "none"));
+}
+
 TEST_F(UsbTest, ABoundKernelDriverIsToldAndLeftAlone) {
     bridge.busNumber = 250;  // the machine of the test has no such bus, so its own devices do not answer
     bridge.boundDrivers = {0};
@@ -277,7 +298,9 @@ TEST_F(UsbDiscoveryTest, ListsAClosedDeviceBesideAnOpenOne) {
     const DeviceInfo& info = devices[1].info;
     EXPECT_EQ(devices[1].status, CY_SUCCESS);
     EXPECT_EQ(devices[1].lockHolder, 0);
-    EXPECT_EQ(info.configDeviceNumber, 2);
+    char path[32] = {};
+    EXPECT_EQ(CyGetPortPath(info.configDeviceNumber, path, sizeof path), CY_SUCCESS);
+    EXPECT_EQ(path, place);
     EXPECT_EQ(info.configInterfaceNumber, 2);
     EXPECT_STREQ(info.serialNumber.text, "00001234");
     EXPECT_TRUE(info.serialNumberValid && info.neuronIdValid);

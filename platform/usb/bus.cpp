@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "platform/usb/portPathOf.h"
+
 namespace usb {
 namespace {
 
@@ -26,6 +28,15 @@ CY_RETURN_STATUS openStatus(int result) {
         default:
             return CY_ERROR_DRIVER_OPEN_FAILED;
     }
+}
+
+/// Where a device is plugged in, the root hubs and what the kernel gives no port for told apart by address.
+std::string placeOf(libusb_device* device) {
+    char path[64] = {};
+    portPathOf(device, path, sizeof path);
+    UINT8 port = 0;
+    if (libusb_get_port_numbers(device, &port, 1) != 0) return path;  // an overflow is a port, too
+    return std::string(path) + "#" + std::to_string(libusb_get_device_address(device));
 }
 
 }  // namespace
@@ -108,13 +119,34 @@ CY_RETURN_STATUS Bus::refreshLocked() {
     const auto count = libusb_get_device_list(context_.get(), &list);
     if (count == LIBUSB_ERROR_NO_MEM) return CY_ERROR_ALLOCATION_FAILED;
     if (count < 0) return CY_ERROR_REQUEST_FAILED;
-    // The old list goes after the new one is there, so that a device in both keeps its identity.
-    std::vector<Device> devices(list, list + count);
+    std::vector<Device> attached(list, list + count);
     libusb_free_device_list(list, 0);  // the references are ours now
-    if (devices.size() > kMaxDevices) devices.resize(kMaxDevices);
-    devices_.swap(devices);
+    assignNumbers(std::move(attached));
     listed_ = true;
     return CY_SUCCESS;
+}
+
+void Bus::assignNumbers(std::vector<Device> attached) {
+    std::vector<Device> numbered(kMaxDevices);
+    const auto put = [&](Device& device, std::vector<std::string>::iterator place) {
+        if (place != places_.end()) numbered[static_cast<std::size_t>(place - places_.begin())] = std::move(device);
+    };
+    for (Device& device : attached) put(device, std::find(places_.begin(), places_.end(), placeOf(device.get())));
+    for (Device& device : attached) {
+        if (device) put(device, freePlace(placeOf(device.get()), numbered));
+    }
+    while (!numbered.empty() && !numbered.back()) numbered.pop_back();
+    // The old list goes after the new one is there, so that a device in both keeps its identity.
+    devices_.swap(numbered);
+}
+
+/// The end when all numbers are in use.
+std::vector<std::string>::iterator Bus::freePlace(const std::string& place, const std::vector<Device>& numbered) {
+    if (places_.size() < kMaxDevices) return places_.insert(places_.end(), place);
+    const auto number = std::find(numbered.begin(), numbered.end(), nullptr) - numbered.begin();
+    const auto free = places_.begin() + number;
+    if (free != places_.end()) *free = place;
+    return free;
 }
 
 CY_RETURN_STATUS Bus::refresh(UINT8& count) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <type_traits>
 #include <vector>
 
@@ -95,13 +96,18 @@ struct BorrowedDevice {
     explicit operator bool() const { return device != nullptr; }
 };
 
-/// libusb's view of the buses, made at the first use. Threads may work on different devices at once.
+/// libusb's view of the buses, made at the first use. Threads may work on different devices at once, also
+/// while another one takes a new list: a device keeps its number for as long as it stays plugged in, and a
+/// number that has become free goes to no other place while there are others.
+/// One lock guards all that is in here: list, handles, claims. It is held to open, claim and release, which
+/// the kernel does at once, and never for a transfer, a request or a wait; what a handle points to belongs to
+/// the thread that uses the handle.
 class Bus {
 public:
     static Bus& instance();
 
     /// Takes a new device list, through a new context when no handle is open. Devices that handles are
-    /// open on stay alive beside it.
+    /// open on stay alive beside it. The count includes numbers whose device is gone, but for the last ones.
     CY_RETURN_STATUS refresh(UINT8& count);
     /// The device behind a number, with a reference of its own; empty for a bad number.
     BorrowedDevice device(UINT8 number);
@@ -115,12 +121,15 @@ private:
     CY_RETURN_STATUS tryOpen(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& handle, bool& claimedElsewhere);
     CY_RETURN_STATUS makeContext();
     CY_RETURN_STATUS refreshLocked();
+    void assignNumbers(std::vector<Device> attached);
+    std::vector<std::string>::iterator freePlace(const std::string& place, const std::vector<Device>& numbered);
     libusb_device* find(UINT8 number);
     std::shared_ptr<Claim> sharedClaim(libusb_device* device, UINT8 interfaceNumber) const;
 
     std::mutex mutex_;
     std::shared_ptr<libusb_context> context_;  // first in, last out
-    std::vector<Device> devices_;
+    std::vector<std::string> places_;          // where the device of each number is plugged in, also when it is gone
+    std::vector<Device> devices_;              // by number; null: nothing is there now
     std::vector<std::unique_ptr<OpenInterface>> handles_;
     bool listed_ = false;
 };

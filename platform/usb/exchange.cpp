@@ -64,8 +64,9 @@ void Exchange::run() {
         stop();
     }
     finish();
-    while (!completed_) {
+    while (!isCompleted()) {
         timeval wait{60, 0};  // events end it sooner; libusb keeps the transfers' own timeouts
+        // The context stays while a handle is open, so no lock is needed to look at it.
         const int result = libusb_handle_events_timeout_completed(Bus::instance().context(), &wait, &completed_);
         // What is in flight must come back before its memory goes, so an error is no way out of here.
         if (result != LIBUSB_SUCCESS && result != LIBUSB_ERROR_INTERRUPTED) stop();
@@ -107,7 +108,11 @@ void Exchange::stop() {
 }
 
 void Exchange::finish() {
-    if (--pending_ == 0) completed_ = 1;
+    if (--pending_ == 0) std::atomic_ref<int>(completed_).store(1);
+}
+
+bool Exchange::isCompleted() {
+    return std::atomic_ref<int>(completed_).load() != 0;
 }
 
 }  // namespace usb

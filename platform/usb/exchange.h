@@ -63,13 +63,14 @@ private:
     bool wantsMore(const Side& side) const;
     void stop();
     void finish();
+    bool isCompleted();
 
     const Claim& claim_;
     const Deadline& deadline_;
     // Callbacks run one at a time, but perhaps on another thread that handles events of this context.
     std::atomic<bool> stopped_{false};
     std::atomic<int> pending_{0};
-    int completed_ = 0;  // libusb's flag: set inside a callback, looked at under its lock
+    int completed_ = 0;  // libusb's flag: an int for it, atomic for us, since another thread may run the callback
 };
 
 }  // namespace usb
