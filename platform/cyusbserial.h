@@ -101,6 +101,10 @@ CY_RETURN_STATUS CySetSpiConfig(CY_HANDLE handle, CY_SPI_CONFIG* config);
 CY_RETURN_STATUS CySpiReadWrite(CY_HANDLE handle, CY_DATA_BUFFER* readBuffer, CY_DATA_BUFFER* writeBuffer,
                                 UINT32 timeout);
 
+// A pin that the part does not have, or that its configuration block does not make a GPIO, is refused:
+// CY_ERROR_REQUEST_FAILED, from both. A device that is gone is CY_ERROR_DEVICE_NOT_FOUND. Ours reports a set that
+// got no answer as CY_ERROR_IO_TIMEOUT; a get that got none is CY_ERROR_REQUEST_FAILED as well, so only an answer
+// for another pin on the same handle tells a missing pin from a bridge that is silent.
 CY_RETURN_STATUS CyGetGpioValue(CY_HANDLE handle, UINT8 pin, UINT8* value);
 CY_RETURN_STATUS CySetGpioValue(CY_HANDLE handle, UINT8 pin, UINT8 value);
 

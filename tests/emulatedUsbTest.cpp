@@ -33,6 +33,9 @@ const Bytes kDescriptors = {18, 1, 0,    2, 0,  0,    0, 64,   0xB4, 0x04, 0x04,
                             7,  5, 0x01, 2, 64, 0,    0, 7,    5,    0x82, 2,    64,   0, 0, 7, 5, 0x83, 3,
                             64, 0, 10,   9, 4,  1,    0, 0,    0xFF, 5,    0,    0};  // manufacturing
 
+/// An SPI slave at 1 MHz; this emulation takes a reset for one of the setting, too.
+const Bytes kPowerUpSetting = {0x40, 0x42, 0x0F, 0, 8, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0};
+
 std::string deviceText() {
     std::string text =
         "P: /devices/usb1/1-4\nN: bus/usb/001/002\nE: DEVNAME=/dev/bus/usb/001/002\nE: DEVTYPE=usb_device\n"
@@ -52,7 +55,7 @@ std::string deviceText() {
     return text;
 }
 
-enum class Fault { None, SilentIn, SilentOut, StallOut, Unplug, Unplugged };
+enum class Fault { None, SilentIn, SilentOut, StallOut, ErrorOut, Unplug, Unplugged };
 
 /// Answers usbfs requests as a bridge does whose SPI side inverts every byte. Runs on umockdev's thread.
 class Bridge {
@@ -158,7 +161,12 @@ private:
         if (setup.bRequest == 0xCB) {
             fifo_.clear();
             fault_ = Fault::None;
+            setting_ = kPowerUpSetting;
         }
+        if (setup.bRequest == 0xC2) answer = setting_;
+        if (setup.bRequest == 0xC3)
+            setting_.assign(urb.buffer->data + sizeof setup, urb.buffer->data + sizeof setup + 16);
+        if ((setup.bRequestType & USB_DIR_IN) == 0) return urb.finish(0, setup.wLength);
         answer.resize(std::min<std::size_t>(answer.size(), setup.wLength));
         std::copy(answer.begin(), answer.end(), urb.buffer->data + sizeof setup);
         urb.finish(0, answer.size());
@@ -175,6 +183,7 @@ private:
     void takeOut(Urb& urb) {
         if (fault_ == Fault::SilentOut) return;
         if (fault_ == Fault::StallOut) return urb.finish(-EPIPE);
+        if (fault_ == Fault::ErrorOut) return urb.finish(-EPROTO);
         if (fault_ == Fault::Unplug) return unplug();
         const auto count = static_cast<std::size_t>(urb.urb->buffer_length);
         for (std::size_t i = 0; i < count; ++i) fifo_.push_back(static_cast<unsigned char>(~urb.buffer->data[i]));
@@ -225,6 +234,7 @@ private:
     std::list<Urb> urbs_;
     std::vector<std::string> journal_;
     Bytes fifo_;
+    Bytes setting_ = kPowerUpSetting;
     Fault fault_ = Fault::None;
     int busyPolls_ = 0;
     unsigned pieces_ = 0;
@@ -252,6 +262,8 @@ protected:
         EXPECT_EQ(count, 1);
         EXPECT_EQ(CyOpen(0, 0, &handle), CY_SUCCESS);
         EXPECT_THAT(bridge.takeJournal(), ElementsAre("claim"));
+        EXPECT_EQ(CySetSpiConfig(handle, &setting), CY_SUCCESS);
+        bridge.takeJournal();  // the first test of a process sees a reset, too
     }
     ~EmulatedUsbTest() override {
         EXPECT_EQ(bridge.pending(), 0U);
@@ -273,6 +285,7 @@ protected:
     Bridge& bridge = emulatedBridge();
     UINT8 count = 0;
     CY_HANDLE handle = nullptr;
+    CY_SPI_CONFIG setting{900000, 8, CY_SPI_MOTOROLA, true, true, true, false, false, false};
     Bytes sent;
     Bytes received;
 };
@@ -298,18 +311,28 @@ TEST_F(EmulatedUsbTest, FullDuplexBytesArriveInOrderHoweverTheyAreCut) {
 TEST_F(EmulatedUsbTest, AfterATimeoutTheTransfersAreBackAndTheNextOneWorks) {
     bridge.plan(Fault::SilentIn);
     EXPECT_EQ(transfer(4, 50), CY_ERROR_IO_TIMEOUT);
-    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB"));
+    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB", "C2", "C3"));
     bridge.plan(Fault::SilentOut);
     EXPECT_EQ(transfer(4, 50), CY_ERROR_IO_TIMEOUT);
-    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "discard", "CB"));
+    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "discard", "CB", "C2", "C3"));
     EXPECT_EQ(transfer(4, 0), CY_SUCCESS);
 }
 
 TEST_F(EmulatedUsbTest, AStallTakesTheReadBackBeforeTheHaltIsCleared) {
     bridge.plan(Fault::StallOut);
     EXPECT_EQ(transfer(4, 10000), CY_ERROR_PIPE_HALTED);
-    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB", "clear halt"));
+    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB", "clear halt", "C2", "C3"));
     EXPECT_EQ(transfer(4, 10000), CY_SUCCESS);
+}
+
+TEST_F(EmulatedUsbTest, ABusErrorLeavesTheInterfaceUsableAndItsSettingAsItWas) {
+    bridge.plan(Fault::ErrorOut);  // until the reset
+    EXPECT_EQ(transfer(4, 10000), CY_ERROR_REQUEST_FAILED);
+    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "discard", "CB", "C2", "C3"));
+    EXPECT_EQ(transfer(4, 10000), CY_SUCCESS);
+    CY_SPI_CONFIG now{};
+    EXPECT_EQ(CyGetSpiConfig(handle, &now), CY_SUCCESS);
+    EXPECT_TRUE(now.isMaster && now.frequency == 900000);
 }
 
 TEST_F(EmulatedUsbTest, TheKernelDriverOfAnInterfaceIsNamed) {

@@ -33,6 +33,9 @@ InterfaceSpec serialBlock(unsigned char subclass, uint8_t out, uint8_t in, uint8
 }
 
 const InterfaceSpec kManufacturing{0xFF, 0x05, {}};
+constexpr auto kReset = "40 CB 0000 0000 0";
+constexpr auto kResetOfBlock1 = "40 CB 8000 0000 0";
+
 const InterfaceSpec kKeyboard{0x03, 0x01, {endpoint(0x81, 3)}};
 
 class UsbTest : public testing::Test {
@@ -75,6 +78,8 @@ protected:
     }
 
     void expect(std::initializer_list<Step> steps) { usb.script.insert(usb.script.end(), steps); }
+    /// Comes before the first SPI request of a process to an interface. Each test plugs its device in anew.
+    void expectFirstReset(UINT8 interface = 0) { expect({control(interface == 0 ? kReset : kResetOfBlock1)}); }
     /// An interface that another program has claimed is tried again every 20 ms for half a second.
     void expectAllOfTheWait() { usb.script.insert(usb.script.end(), 25, sleepStep(20)); }
 
@@ -136,6 +141,8 @@ TEST_F(UsbTest, TheRecordBehindAHandleHasTheLibusbHandleWhereVendorRequestsLook)
     std::memcpy(&stored, static_cast<char*>(handle) + 31, sizeof stored);
     EXPECT_EQ(stored, *usb.open.begin());
     EXPECT_EQ(static_cast<unsigned char*>(handle)[3], 1);
+    expect({control(kResetOfBlock1)});
+    EXPECT_EQ(libusb_control_transfer(libusbHandleOf(handle), 0x40, 0xCB, 0x8000, 0, nullptr, 0, 5000), 0);
 }
 
 struct OpenCase {
@@ -418,6 +425,7 @@ TEST_F(UsbTest, WrongArgumentsSendNothing) {
 
 TEST_F(UsbTest, AnSpiConfigurationIsThe16ByteRecordOfItsBlock) {
     handle = open(1);
+    expectFirstReset(1);
     expect({control("C0 C2 8000 0000 16", {0xA0, 0xBB, 0x0D, 0, 8, 0, 0, 1, 0, 1, 1, 0, 0, 0, 0, 0})});
     CY_SPI_CONFIG config{};
     EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
@@ -480,12 +488,14 @@ struct ResultCase {
 class UsbRequestFailure : public UsbTest, public testing::WithParamInterface<ResultCase> {};
 TEST_P(UsbRequestFailure, HasItsStatus) {
     handle = open();
+    const std::string request = std::string(GetParam().setup).substr(3, 2);
+    if (request == "C2" || request == "CA") expectFirstReset();
     expect({controlFails(GetParam().setup, GetParam().result)});
+    if (request == "CA" && GetParam().result != LIBUSB_ERROR_NO_DEVICE) expect({control(kReset)});
     CY_SPI_CONFIG config{};
     UINT8 level = 0;
     UCHAR bytes[2] = {0xAB, 0xCD};
     CY_DATA_BUFFER buffer{bytes, 2, 9};  // 9: only a user-flash request writes it here
-    const std::string request = std::string(GetParam().setup).substr(3, 2);
     CY_RETURN_STATUS status = CY_SUCCESS;
     if (request == "C2") status = CyGetSpiConfig(handle, &config);
     if (request == "DA") status = CyGetGpioValue(handle, 8, &level);
@@ -508,6 +518,7 @@ INSTANTIATE_TEST_SUITE_P(
                     ResultCase{"PinGone", kSetPin, LIBUSB_ERROR_NO_DEVICE, CY_ERROR_DEVICE_NOT_FOUND},
                     ResultCase{"FlashTimeout", kFlash, LIBUSB_ERROR_TIMEOUT, CY_ERROR_IO_TIMEOUT},
                     ResultCase{"FlashTakesNothing", kFlash, 0, CY_ERROR_REQUEST_FAILED},
+                    ResultCase{"StartStalls", kStart, LIBUSB_ERROR_PIPE, CY_ERROR_REQUEST_FAILED},
                     ResultCase{"StartTimeout", kStart, LIBUSB_ERROR_TIMEOUT, CY_ERROR_REQUEST_FAILED},
                     ResultCase{"StartGone", kStart, LIBUSB_ERROR_NO_DEVICE, CY_ERROR_DEVICE_NOT_FOUND}),
     caseName<ResultCase>);
@@ -517,11 +528,11 @@ INSTANTIATE_TEST_SUITE_P(
 const Bytes kIdle = {0, 0, 0, 0};
 const Bytes kBusy = {0, 1, 0, 0};
 constexpr auto kStatus = "C0 CC 0000 0000 4";
-constexpr auto kReset = "40 CB 0000 0000 0";
 
 TEST_F(UsbTest, AWriteIsOverWhenTheBridgeIsIdle) {
     handle = open(1);
     usb.limit = 0;
+    expectFirstReset(1);
     expect({control("40 CA 8002 0001 0"), submit("04 1 | 06"), comesBackWritten("04", 1), sleepStep(),
             control("C0 CC 8000 0000 4", kBusy), sleepStep(), control("C0 CC 8000 0000 4", kIdle)});
     UCHAR command = 0x06;
@@ -532,6 +543,7 @@ TEST_F(UsbTest, AWriteIsOverWhenTheBridgeIsIdle) {
 
 TEST_F(UsbTest, AReadPutsPiecesTogetherAndAsksForNoStatus) {
     handle = open();
+    expectFirstReset();
     expect({control("40 CA 0001 0046 0"), submit("82 70"), comesBack("82", LIBUSB_TRANSFER_COMPLETED, {}),
             submit("82 70"), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(64, 0x11)), submit("82 6"),
             comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(6, 0x22))});
@@ -545,10 +557,16 @@ TEST_F(UsbTest, AReadPutsPiecesTogetherAndAsksForNoStatus) {
 
 class DuplexTest : public UsbTest {
 protected:
-    DuplexTest() { handle = open(); }
+    DuplexTest() {
+        handle = open();
+        expectFirstReset();
+    }
 
     /// 9F 00 00 00 out and four bytes in, both under way.
     void expectBothInFlight() { expect({control("40 CA 0003 0004 0"), submit("82 4"), submit("01 4 | 9F 00 00 00")}); }
+    void expectARead() {
+        expect({control("40 CA 0001 0004 0"), submit("82 4"), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4))});
+    }
     CY_RETURN_STATUS transfer(UINT32 timeout = 10000) { return CySpiReadWrite(handle, &read, &write, timeout); }
 
     UCHAR sent[4] = {0x9F, 0, 0, 0};
@@ -580,8 +598,10 @@ TEST_F(DuplexTest, ASecondCallMeanwhileIsRefused) {
 }
 
 TEST_F(DuplexTest, ABridgeThatStaysBusyIsResetAtTheEndOfTheTime) {
+    expectARead();  // after the first reset
+    EXPECT_EQ(CySpiReadWrite(handle, &read, nullptr, 10000), CY_SUCCESS);
     usb.limit = 2;
-    usb.busyForever = true;  // until the reset
+    usb.busyForever = true;  // until the next one
     expectBothInFlight();
     expect({comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), control(kReset)});
     EXPECT_EQ(transfer(2), CY_ERROR_IO_TIMEOUT);
@@ -597,6 +617,13 @@ TEST_F(DuplexTest, ATransferThatCannotBeSubmittedTakesTheOtherOneBack) {
     expect({control("40 CA 0003 0004 0"), submit("82 4"), submit("01 4 | 9F 00 00 00", LIBUSB_ERROR_NO_DEVICE),
             cancel("82"), comesBack("82", LIBUSB_TRANSFER_CANCELLED)});
     EXPECT_EQ(transfer(), CY_ERROR_DEVICE_NOT_FOUND);
+}
+
+TEST_F(DuplexTest, AnEventFailureWithOneDirectionCompleteIsAFailure) {
+    expectBothInFlight();
+    expect({comesBackWritten("01", 4), eventsFail(), cancel("82"), comesBack("82", LIBUSB_TRANSFER_CANCELLED),
+            control(kReset)});
+    EXPECT_EQ(transfer(), CY_ERROR_REQUEST_FAILED);
 }
 
 TEST_F(DuplexTest, AnErrorOfEventHandlingDoesNotLeaveTransfersBehind) {
@@ -617,7 +644,7 @@ TEST_P(UsbBulkFailure, RecoversAsItsRowSays) {
     usb.script.insert(usb.script.end(), GetParam().steps.begin(), GetParam().steps.end());
     EXPECT_EQ(transfer(), GetParam().status);
     // The interface is free again.
-    expect({control("40 CA 0001 0004 0"), submit("82 4"), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4))});
+    expectARead();
     EXPECT_EQ(CySpiReadWrite(handle, &read, nullptr, 10000), CY_SUCCESS);
 }
 
@@ -635,11 +662,12 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         BulkCase{"OutTimeout", outFails(LIBUSB_TRANSFER_TIMED_OUT, {control(kReset)}), CY_ERROR_IO_TIMEOUT},
         BulkCase{"OutStall", outFails(LIBUSB_TRANSFER_STALL, {control(kReset), clearHalt("01")}), CY_ERROR_PIPE_HALTED},
-        BulkCase{"OutOverflow", outFails(LIBUSB_TRANSFER_OVERFLOW, {}), CY_ERROR_BUFFER_OVERFLOW},
-        BulkCase{"OutError", outFails(LIBUSB_TRANSFER_ERROR, {}), CY_ERROR_REQUEST_FAILED},
+        BulkCase{"OutOverflow", outFails(LIBUSB_TRANSFER_OVERFLOW, {control(kReset)}), CY_ERROR_BUFFER_OVERFLOW},
+        BulkCase{"OutError", outFails(LIBUSB_TRANSFER_ERROR, {control(kReset)}), CY_ERROR_REQUEST_FAILED},
         BulkCase{"OutShort",
-                 {comesBackWritten("01", 3), cancel("82"), comesBack("82", LIBUSB_TRANSFER_CANCELLED)},
+                 {comesBackWritten("01", 3), cancel("82"), comesBack("82", LIBUSB_TRANSFER_CANCELLED), control(kReset)},
                  CY_ERROR_REQUEST_FAILED},
+        BulkCase{"InError", inFails(LIBUSB_TRANSFER_ERROR, {control(kReset)}), CY_ERROR_REQUEST_FAILED},
         BulkCase{"InTimeout", inFails(LIBUSB_TRANSFER_TIMED_OUT, {control(kReset)}), CY_ERROR_IO_TIMEOUT},
         BulkCase{"InOverflow", inFails(LIBUSB_TRANSFER_OVERFLOW, {control(kReset)}), CY_ERROR_BUFFER_OVERFLOW},
         BulkCase{"InStall", inFails(LIBUSB_TRANSFER_STALL, {control(kReset), clearHalt("82")}),
@@ -658,13 +686,78 @@ INSTANTIATE_TEST_SUITE_P(
         BulkCase{"UnpluggedLate", inFails(LIBUSB_TRANSFER_NO_DEVICE, {}), CY_ERROR_DEVICE_NOT_FOUND},
         BulkCase{"StatusShort",
                  {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
-                  control(kStatus, {0, 0, 0})},
+                  control(kStatus, {0, 0, 0}), control(kReset)},
                  CY_ERROR_REQUEST_FAILED},
         BulkCase{"StatusTimeout",
                  {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
-                  controlFails(kStatus, LIBUSB_ERROR_TIMEOUT)},
-                 CY_ERROR_REQUEST_FAILED}),
+                  controlFails(kStatus, LIBUSB_ERROR_TIMEOUT), control(kReset)},
+                 CY_ERROR_REQUEST_FAILED},
+        BulkCase{"StatusGone",
+                 {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
+                  controlFails(kStatus, LIBUSB_ERROR_NO_DEVICE)},
+                 CY_ERROR_DEVICE_NOT_FOUND}),
     caseName<BulkCase>);
+
+/// What a reset may do to the SPI setting: after a failed transfer it is as it was.
+class UsbSettingTest : public DuplexTest {
+protected:
+    UsbSettingTest() {
+        expect({control("40 C3 0000 0000 16 | " + hex(master.data(), master.size()))});
+        CY_SPI_CONFIG config{900000, 8, CY_SPI_MOTOROLA, true, true, true, false, false, false};
+        EXPECT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
+    }
+    void failWith(std::initializer_list<Step> housekeeping) {
+        expectBothInFlight();
+        expect({comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_ERROR)});
+        expect(housekeeping);
+        EXPECT_EQ(transfer(), CY_ERROR_REQUEST_FAILED);
+    }
+
+    const Bytes master = {0xA0, 0xBB, 0x0D, 0, 8, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 0};
+    const Bytes slave = {0x40, 0x42, 0x0F, 0, 8, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0};
+    const Step putBack = control("40 C3 0000 0000 16 | " + hex(master.data(), master.size()));
+};
+constexpr auto kReadSetting = "C0 C2 0000 0000 16";
+
+TEST_F(UsbSettingTest, IsPutBackWhenAResetChangedIt) {
+    failWith({control(kReset), control(kReadSetting, slave), putBack});
+    failWith({control(kReset), control(kReadSetting, master)});
+    CY_HANDLE again = open();  // another handle, and after it another claim, know what this process has set
+    EXPECT_EQ(CyClose(handle), CY_SUCCESS);
+    EXPECT_EQ(CyClose(again), CY_SUCCESS);
+    handle = open();
+    failWith({control(kReset), control(kReadSetting, slave), putBack});
+}
+
+TEST_F(UsbSettingTest, PuttingItBackNeverReplacesTheFailure) {
+    failWith({controlFails(kReset, LIBUSB_ERROR_TIMEOUT)});
+    failWith({control(kReset), controlFails(kReadSetting, LIBUSB_ERROR_PIPE)});
+    Step refused = putBack;
+    refused.result = LIBUSB_ERROR_PIPE;
+    failWith({control(kReset), control(kReadSetting, slave), refused});
+}
+
+TEST_F(UsbSettingTest, OneThatNobodyKnowsIsNotPutBack) {
+    Step refused = putBack;
+    refused.result = LIBUSB_ERROR_TIMEOUT;
+    expect({refused});
+    CY_SPI_CONFIG config{900000, 8, CY_SPI_MOTOROLA, true, true, true, false, false, false};
+    EXPECT_EQ(CySetSpiConfig(handle, &config), CY_ERROR_IO_TIMEOUT);
+    failWith({control(kReset)});
+    expect({control(kReadSetting, slave)});
+    EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
+    failWith({control(kReset), control(kReadSetting, slave)});
+}
+
+TEST_F(UsbSettingTest, ADevicePluggedInAnewIsResetAndUnknownAgain) {
+    EXPECT_EQ(CyClose(handle), CY_SUCCESS);
+    bridge.address = 9;
+    UINT8 count = 0;
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
+    handle = open();
+    expectFirstReset();
+    failWith({control(kReset)});
+}
 
 // In a process of its own, which has no context yet.
 TEST(UsbStartDeathTest, WithoutUsbTheListSaysSo) {

@@ -27,10 +27,6 @@ private:
     bool taken_;
 };
 
-void resetSpi(const Claim& claim) {
-    requestOut(claim, kSpiReset, claim.block(), 0, nullptr, 0);  // its result would hide the first failure
-}
-
 CY_RETURN_STATUS start(const Claim& claim, const Exchange& exchange) {
     UINT16 value = claim.block();
     if (exchange.in.isPresent()) value |= kRead;
@@ -40,47 +36,42 @@ CY_RETURN_STATUS start(const Claim& claim, const Exchange& exchange) {
     return result >= 0 ? CY_SUCCESS : failureWithoutTimeout(result);
 }
 
-struct Recovery {
+struct Failure {
     libusb_transfer_status event;
-    bool resets;  // an SPI reset ends the bridge's side of the transfer
-    bool clearsHalt;
-    CY_RETURN_STATUS status;
+    CY_RETURN_STATUS out;
+    CY_RETURN_STATUS in;
+};
+// As the bridge library reports them. Every other event is a failed request.
+constexpr Failure kFailures[] = {
+    {LIBUSB_TRANSFER_TIMED_OUT, CY_ERROR_IO_TIMEOUT, CY_ERROR_IO_TIMEOUT},
+    {LIBUSB_TRANSFER_STALL, CY_ERROR_PIPE_HALTED, CY_ERROR_REQUEST_FAILED},
+    {LIBUSB_TRANSFER_OVERFLOW, CY_ERROR_BUFFER_OVERFLOW, CY_ERROR_BUFFER_OVERFLOW},
+    {LIBUSB_TRANSFER_NO_DEVICE, CY_ERROR_DEVICE_NOT_FOUND, CY_ERROR_DEVICE_NOT_FOUND},
 };
 
-// The bridge library's ways out, but for the bulk-in endpoint's halt, which it leaves: only this request,
-// or unplugging, ends a halt (USB 2.0, 9.4.5), and until then each later transfer would fail.
-constexpr Recovery kOutRecoveries[] = {
-    {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
-    {LIBUSB_TRANSFER_STALL, true, true, CY_ERROR_PIPE_HALTED},
-    {LIBUSB_TRANSFER_OVERFLOW, false, false, CY_ERROR_BUFFER_OVERFLOW},
-    {LIBUSB_TRANSFER_NO_DEVICE, false, false, CY_ERROR_DEVICE_NOT_FOUND},
-    {LIBUSB_TRANSFER_ERROR, false, false, CY_ERROR_REQUEST_FAILED},
-};
-constexpr Recovery kInRecoveries[] = {
-    {LIBUSB_TRANSFER_TIMED_OUT, true, false, CY_ERROR_IO_TIMEOUT},
-    {LIBUSB_TRANSFER_STALL, true, true, CY_ERROR_REQUEST_FAILED},
-    {LIBUSB_TRANSFER_OVERFLOW, true, false, CY_ERROR_BUFFER_OVERFLOW},
-    {LIBUSB_TRANSFER_NO_DEVICE, false, false, CY_ERROR_DEVICE_NOT_FOUND},
-    {LIBUSB_TRANSFER_ERROR, true, false, CY_ERROR_REQUEST_FAILED},
-};
-
-template <std::size_t n>
-CY_RETURN_STATUS recover(const Claim& claim, const Side& side, const Recovery (&recoveries)[n]) {
-    for (const Recovery& recovery : recoveries) {
-        if (recovery.event != side.status) continue;
-        if (recovery.resets) resetSpi(claim);
-        if (recovery.clearsHalt) libusb_clear_halt(claim.usb(), side.transfer->endpoint);
-        return recovery.status;
+CY_RETURN_STATUS statusOf(const Side& side, CY_RETURN_STATUS Failure::*direction) {
+    for (const Failure& failure : kFailures) {
+        if (failure.event == side.status) return failure.*direction;
     }
     return CY_ERROR_REQUEST_FAILED;
 }
 
-CY_RETURN_STATUS outcome(const Claim& claim, const Exchange& exchange) {
-    if (exchange.out.hasFailed()) return recover(claim, exchange.out, kOutRecoveries);
-    if (exchange.in.hasFailed()) return recover(claim, exchange.in, kInRecoveries);
-    if (exchange.in.isComplete() && exchange.out.isComplete()) return CY_SUCCESS;
-    resetSpi(claim);  // stopped because events could not be handled
-    return CY_ERROR_REQUEST_FAILED;
+CY_RETURN_STATUS outcome(const Exchange& exchange) {
+    if (exchange.out.hasFailed()) return statusOf(exchange.out, &Failure::out);
+    if (exchange.in.hasFailed()) return statusOf(exchange.in, &Failure::in);
+    const bool complete = exchange.in.isComplete() && exchange.out.isComplete();
+    return complete ? CY_SUCCESS : CY_ERROR_REQUEST_FAILED;  // stopped because events could not be handled
+}
+
+/// Whatever failed, the bridge may still be in the middle of the transfer, and would then take the bytes of the
+/// next one for it, for this process and for later ones: a reset is sent after each failure, where the bridge
+/// library sends it after some. Only a clear halt, or unplugging, ends a halt (USB 2.0, 9.4.5).
+void giveUp(const Claim& claim, const Exchange& exchange) {
+    const bool answered = claim.spi().reset(claim);
+    for (const Side* side : {&exchange.out, &exchange.in}) {
+        if (side->status == LIBUSB_TRANSFER_STALL) libusb_clear_halt(claim.usb(), side->transfer->endpoint);
+    }
+    if (answered) claim.spi().restore(claim);
 }
 
 /// The bytes have left the host; the bridge still clocks them out.
@@ -92,7 +83,6 @@ CY_RETURN_STATUS waitUntilIdle(const Claim& claim, CY_DATA_BUFFER& write, const 
         if (result != static_cast<int>(sizeof status)) return failureWithoutTimeout(result);
         if ((status[0] | status[1] | status[2] | status[3]) == 0) return CY_SUCCESS;
         if (!deadline.hasPassed()) continue;
-        resetSpi(claim);
         write.length = 0;  // as the bridge library leaves it
         return CY_ERROR_IO_TIMEOUT;
     }
@@ -111,18 +101,26 @@ bool areLengthsUsable(const CY_DATA_BUFFER* read, const CY_DATA_BUFFER* write) {
     return !isPresent(read) || !isPresent(write) || read->length == write->length;
 }
 
-CY_RETURN_STATUS transfer(Claim& claim, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write, UINT32 timeout) {
-    const Turn turn(claim);
-    if (!turn.isTaken()) return CY_ERROR_REQUEST_FAILED;
-    const Deadline deadline(timeout);
-    Exchange exchange(claim, read, write, deadline);
-    if (!exchange.prepare()) return CY_ERROR_ALLOCATION_FAILED;
+CY_RETURN_STATUS carryOut(const Claim& claim, Exchange& exchange, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write,
+                          const Deadline& deadline) {
     if (const auto status = start(claim, exchange); status != CY_SUCCESS) return status;
     exchange.run();
     if (isPresent(read)) read->transferCount = exchange.in.moved;
     if (isPresent(write)) write->transferCount = exchange.out.moved;
-    if (const auto status = outcome(claim, exchange); status != CY_SUCCESS) return status;
+    if (const auto status = outcome(exchange); status != CY_SUCCESS) return status;
     return isPresent(write) ? waitUntilIdle(claim, *write, deadline) : CY_SUCCESS;
+}
+
+CY_RETURN_STATUS transfer(Claim& claim, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write, UINT32 timeout) {
+    const Turn turn(claim);
+    if (!turn.isTaken()) return CY_ERROR_REQUEST_FAILED;
+    claim.spi().begin(claim);
+    const Deadline deadline(timeout);
+    Exchange exchange(claim, read, write, deadline);
+    if (!exchange.prepare()) return CY_ERROR_ALLOCATION_FAILED;
+    const CY_RETURN_STATUS status = carryOut(claim, exchange, read, write, deadline);
+    if (status != CY_SUCCESS && status != CY_ERROR_DEVICE_NOT_FOUND) giveUp(claim, exchange);
+    return status;
 }
 
 }  // namespace

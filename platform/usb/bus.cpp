@@ -57,8 +57,9 @@ ConfigDescriptor activeConfig(libusb_device* device) {
     return ConfigDescriptor(config);
 }
 
-Claim::Claim(DeviceHandle usb, const libusb_interface_descriptor& interface)
+Claim::Claim(DeviceHandle usb, const libusb_interface_descriptor& interface, std::shared_ptr<SpiSide> spi)
     : usb_(std::move(usb)),
+      spi_(std::move(spi)),
       interfaceNumber_(interface.bInterfaceNumber),
       subclass_(interface.bInterfaceClass == CY_CLASS_VENDOR ? interface.bInterfaceSubClass : 0) {
     for (int i = 0; i < interface.bNumEndpoints; ++i) {
@@ -69,8 +70,8 @@ Claim::Claim(DeviceHandle usb, const libusb_interface_descriptor& interface)
     }
 }
 
-CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim,
-                             bool& claimedElsewhere) {
+CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<SpiSide> spi,
+                             std::shared_ptr<Claim>& claim, bool& claimedElsewhere) {
     libusb_device_handle* opened = nullptr;
     if (const auto status = openStatus(libusb_open(device, &opened)); status != CY_SUCCESS) return status;
     DeviceHandle usb(opened);
@@ -84,7 +85,7 @@ CY_RETURN_STATUS Claim::make(libusb_device* device, unsigned char interfaceNumbe
     claimedElsewhere = result == LIBUSB_ERROR_BUSY;
     if (result == LIBUSB_ERROR_NO_DEVICE) return CY_ERROR_DEVICE_NOT_FOUND;
     if (result != LIBUSB_SUCCESS) return CY_ERROR_DRIVER_OPEN_FAILED;
-    claim.reset(new Claim(std::move(usb), *interface));
+    claim.reset(new Claim(std::move(usb), *interface, std::move(spi)));
     return CY_SUCCESS;
 }
 
@@ -122,6 +123,7 @@ CY_RETURN_STATUS Bus::refreshLocked() {
     std::vector<Device> attached(list, list + count);
     libusb_free_device_list(list, 0);  // the references are ours now
     assignNumbers(std::move(attached));
+    forgetSpiSidesOfTheGone();
     listed_ = true;
     return CY_SUCCESS;
 }
@@ -147,6 +149,24 @@ std::vector<std::string>::iterator Bus::freePlace(const std::string& place, cons
     const auto free = places_.begin() + number;
     if (free != places_.end()) *free = place;
     return free;
+}
+
+void Bus::forgetSpiSidesOfTheGone() {
+    const auto isGone = [&](const auto& side) {
+        const auto [bus, address, interface] = side.first;
+        return std::none_of(devices_.begin(), devices_.end(), [bus = bus, address = address](const Device& device) {
+            return device && libusb_get_bus_number(device.get()) == bus &&
+                   libusb_get_device_address(device.get()) == address;
+        });
+    };
+    std::erase_if(spiSides_, isGone);
+}
+
+std::shared_ptr<SpiSide> Bus::spiSide(libusb_device* device, UINT8 interfaceNumber) {
+    const SpiSideKey key{libusb_get_bus_number(device), libusb_get_device_address(device), interfaceNumber};
+    std::shared_ptr<SpiSide>& side = spiSides_[key];
+    if (!side) side = std::make_shared<SpiSide>();
+    return side;
 }
 
 CY_RETURN_STATUS Bus::refresh(UINT8& count) {
@@ -190,7 +210,8 @@ CY_RETURN_STATUS Bus::tryOpen(UINT8 number, UINT8 interfaceNumber, CY_HANDLE& ha
     if (device == nullptr) return CY_ERROR_INVALID_PARAMETER;
     std::shared_ptr<Claim> claim = sharedClaim(device, interfaceNumber);
     if (!claim) {
-        const auto status = Claim::make(device, interfaceNumber, claim, claimedElsewhere);
+        const auto status =
+            Claim::make(device, interfaceNumber, spiSide(device, interfaceNumber), claim, claimedElsewhere);
         if (status != CY_SUCCESS) return status;
     }
     auto open = std::make_unique<OpenInterface>();

@@ -6,13 +6,16 @@
 
 #include <atomic>
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
 #include "platform/cyusbserial.h"
+#include "platform/usb/spiSide.h"
 
 namespace usb {
 
@@ -39,8 +42,8 @@ class Claim {
 public:
     /// Opens the device and claims the interface, in place of a kernel driver if one is bound to it.
     /// @param claimedElsewhere  set when another program has the interface.
-    static CY_RETURN_STATUS make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<Claim>& claim,
-                                 bool& claimedElsewhere);
+    static CY_RETURN_STATUS make(libusb_device* device, unsigned char interfaceNumber, std::shared_ptr<SpiSide> spi,
+                                 std::shared_ptr<Claim>& claim, bool& claimedElsewhere);
     ~Claim();  ///< Gives the interface back to the kernel driver and closes the device.
     Claim(const Claim&) = delete;
     Claim& operator=(const Claim&) = delete;
@@ -53,13 +56,15 @@ public:
     libusb_device_handle* usb() const { return usb_.get(); }
     unsigned char bulkOut() const { return bulkOut_; }
     unsigned char bulkIn() const { return bulkIn_; }
+    SpiSide& spi() const { return *spi_; }
 
     std::atomic_flag transferring = ATOMIC_FLAG_INIT;  ///< set while an SPI transfer runs
 
 private:
-    Claim(DeviceHandle usb, const libusb_interface_descriptor& interface);
+    Claim(DeviceHandle usb, const libusb_interface_descriptor& interface, std::shared_ptr<SpiSide> spi);
 
     DeviceHandle usb_;
+    std::shared_ptr<SpiSide> spi_;
     unsigned char interfaceNumber_;
     unsigned char subclass_;  // 0 outside the vendor class
     unsigned char bulkOut_ = 0;
@@ -123,6 +128,8 @@ private:
     CY_RETURN_STATUS refreshLocked();
     void assignNumbers(std::vector<Device> attached);
     std::vector<std::string>::iterator freePlace(const std::string& place, const std::vector<Device>& numbered);
+    void forgetSpiSidesOfTheGone();
+    std::shared_ptr<SpiSide> spiSide(libusb_device* device, UINT8 interfaceNumber);
     libusb_device* find(UINT8 number);
     std::shared_ptr<Claim> sharedClaim(libusb_device* device, UINT8 interfaceNumber) const;
 
@@ -130,6 +137,8 @@ private:
     std::shared_ptr<libusb_context> context_;  // first in, last out
     std::vector<std::string> places_;          // where the device of each number is plugged in, also when it is gone
     std::vector<Device> devices_;              // by number; null: nothing is there now
+    using SpiSideKey = std::tuple<UINT8, UINT8, UINT8>;  // bus, address, interface: anew after each plugging in
+    std::map<SpiSideKey, std::shared_ptr<SpiSide>> spiSides_;
     std::vector<std::unique_ptr<OpenInterface>> handles_;
     bool listed_ = false;
 };

@@ -1,5 +1,3 @@
-#include <array>
-
 #include "platform/usb/request.h"
 #include "tavo/export.h"
 
@@ -7,7 +5,8 @@ namespace {
 
 // The record of the requests C2 and C3, which the configuration block holds too. All other bytes
 // (transfer mode at 6, loopback at 13, two reserved at 14) are 0.
-constexpr int kRecordSize = 16;
+using usb::SpiRecord;
+constexpr int kRecordSize = std::tuple_size_v<SpiRecord>;
 enum Offset : std::size_t {
     kFrequency = 0,  // Hz, little-endian
     kDataWidth = 4,
@@ -19,15 +18,14 @@ enum Offset : std::size_t {
     kCpha = 11,
     kCpol = 12,
 };
-using Record = std::array<UCHAR, kRecordSize>;
 
 constexpr UINT32 kMinFrequency = 1000;
 constexpr UINT32 kMaxFrequency = 3000000;
 constexpr UCHAR kMinDataWidth = 4;
 constexpr UCHAR kMaxDataWidth = 16;
 
-Record encode(const CY_SPI_CONFIG& config) {
-    Record record{};
+SpiRecord encode(const CY_SPI_CONFIG& config) {
+    SpiRecord record{};
     for (std::size_t i = 0; i < 4; ++i) record[kFrequency + i] = static_cast<UCHAR>(config.frequency >> (8 * i));
     record[kDataWidth] = config.dataWidth;
     record[kProtocol] = static_cast<UCHAR>(config.protocol);
@@ -40,7 +38,7 @@ Record encode(const CY_SPI_CONFIG& config) {
     return record;
 }
 
-CY_SPI_CONFIG decode(const Record& record) {
+CY_SPI_CONFIG decode(const SpiRecord& record) {
     CY_SPI_CONFIG config{};
     for (std::size_t i = 0; i < 4; ++i) config.frequency |= static_cast<UINT32>(record[kFrequency + i]) << (8 * i);
     config.dataWidth = record[kDataWidth];
@@ -81,9 +79,11 @@ TAVO_API CY_RETURN_STATUS CyGetSpiConfig(CY_HANDLE handle, CY_SPI_CONFIG* config
     if (config == nullptr) return CY_ERROR_INVALID_PARAMETER;
     const usb::Claim& claim = usb::claimOf(handle);
     if (!claim.isSpi()) return CY_ERROR_REQUEST_FAILED;
-    Record record{};
+    claim.spi().begin(claim);
+    SpiRecord record{};
     const int result = usb::requestIn(claim, usb::kSpiGetConfig, claim.block(), 0, record.data(), kRecordSize);
     if (result != kRecordSize) return usb::failureOf(result);
+    claim.spi().remember(record);
     *config = decode(record);
     return CY_SUCCESS;
 }
@@ -94,9 +94,12 @@ TAVO_API CY_RETURN_STATUS CySetSpiConfig(CY_HANDLE handle, CY_SPI_CONFIG* config
     const usb::Claim& claim = usb::claimOf(handle);
     if (!claim.isSpi()) return CY_ERROR_REQUEST_FAILED;
     if (const CY_RETURN_STATUS status = check(*config); status != CY_SUCCESS) return status;
-    Record record = encode(*config);
+    claim.spi().begin(claim);
+    SpiRecord record = encode(*config);
     const int result = usb::requestOut(claim, usb::kSpiSetConfig, claim.block(), 0, record.data(), kRecordSize);
-    return result == kRecordSize ? CY_SUCCESS : usb::failureOf(result);
+    const bool taken = result == kRecordSize;
+    claim.spi().remember(taken ? std::optional(record) : std::nullopt);  // a failed one may have arrived
+    return taken ? CY_SUCCESS : usb::failureOf(result);
 }
 
 }  // extern "C"
