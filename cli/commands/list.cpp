@@ -15,6 +15,7 @@ std::string idsText(const tavo::DeviceDescription& device) {
 }
 
 std::string accessText(const tavo::DeviceDescription& device) {
+    if (device.holder) return *device.holder > 0 ? "busy (process " + std::to_string(*device.holder) + ")" : "busy";
     if (device.access == TAVO_SUCCESS) return "ok";
     if (device.access == TAVO_ACCESS_DENIED) return "denied";
     return tavoStatusString(device.access);

@@ -130,16 +130,18 @@ class Info(ToolTest):
 
 
 class BesideARun(ToolTest):
-    def test_looking_never_disturbs(self):
+    def test_looking_never_disturbs_and_names_the_run(self):
         path = self.write("image.hex", image((0, noise(MIB // 16))))
         with self.start_tool("program", path, sim=["pace=real", "size=256K"]) as process:
             self.wait_for(process, "program:")
             looks = 0
             while process.poll() is None:
-                self.assertExit(self.run_tool("list"), 0)
-                looks += 1
+                told = self.run_tool("--json", "list").json["result"]["devices"][0]["access"]
+                self.assertIn(told, (f"busy (process {process.pid})", "ok"))
+                looks += told != "ok"
             self.assertExit(Result(process.returncode, "", process.stderr.read()), 0)
         self.assertGreater(looks, 0)
+        self.assertEqual(self.run_tool("--json", "list").json["result"]["devices"][0]["access"], "ok")
 
 
 class ProgramSafely(ToolTest):
