@@ -271,7 +271,7 @@ TEST_F(Flash, AnInterfaceThatWasUnpluggedIsToldAsThat) {
             rig.failFrom("CySpiReadWrite", transfer, CY_ERROR_DEVICE_NOT_FOUND);
         };
         const auto run = [&] {
-            from == 3 ? (readFlash(device(), control()), 0) : (programFlash(device(), image, {}, control()), 0);
+            transfer == 3 ? (readFlash(device(), control()), 0) : (programFlash(device(), image, {}, control()), 0);
         };
         const tavo::Error error = failureOf(run);
         EXPECT_THAT(error.what(), HasSubstr("no longer attached"));
