@@ -3,6 +3,7 @@
 
 #include "cli/commands/commands.h"
 #include "cli/flashAccess.h"
+#include "cli/interruptedRun.h"
 #include "cli/neuronNames.h"
 #include "cli/session.h"
 #include "tavo/cyboot.h"
@@ -49,7 +50,7 @@ void addSiliconId(Session& session, Items& items) {
     });
     char text[16];
     std::snprintf(text, sizeof text, "0x%08X", id);
-    status == TAVO_SUCCESS ? items.add("silicon_id", "silicon ID", id, text)
+    status == TAVO_SUCCESS ? items.add("silicon_id", "silicon ID", text, text)
                            : items.absent("silicon_id", "silicon ID", tavoStatusString(status));
 }
 
@@ -93,6 +94,7 @@ void addFlash(Session& session, Items& items) {
 }
 
 void info(Session& session) {
+    tellInterrupted(session.report, session.deviceName(), tavo::interruptedRun(session.device().description()));
     Items items(session.report);
     addBridge(session, items);
     addSiliconId(session, items);

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "cli/commands/commands.h"
+#include "cli/interruptedRun.h"
 #include "cli/session.h"
 #include "tavo/service/device.h"
 
@@ -52,20 +53,33 @@ void printTable(Report& report, const std::vector<Row>& rows) {
     }
 }
 
+/// A run that is still going on is remembered too.
+std::optional<tavo::InterruptedRun> interrupted(const tavo::DeviceDescription& device) {
+    return device.holder ? std::nullopt : tavo::interruptedRun(device);
+}
+
+void warn(Report& report, const tavo::DeviceDescription& device) {
+    if (device.access == TAVO_ACCESS_DENIED) {
+        report.warning("no permission to open " + device.name(),
+                       tavo::statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint);
+    }
+    if (const auto run = interrupted(device)) {
+        report.warning(device.name() + ": " + interruptedText(*run), interruptedHint(*run));
+    }
+}
+
 void list(Session& session) {
     session.report.result["devices"] = Json::array();
     if (session.attached().empty()) throw tavo::noDevice(session.options.devices);
     std::vector<Row> rows{{"SERIAL", "PATH", "VID:PID", "NEURON", "ACCESS"}};
     for (const auto& device : session.attached()) {
         rows.push_back(row(device));
-        session.report.result["devices"].push_back(json(device));
+        Json entry = json(device);
+        entry["interrupted"] = interruptedJson(interrupted(device));
+        session.report.result["devices"].push_back(entry);
     }
     printTable(session.report, rows);
-    for (const auto& device : session.attached()) {
-        if (device.access != TAVO_ACCESS_DENIED) continue;
-        session.report.warning("no permission to open " + device.name(),
-                               tavo::statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint);
-    }
+    for (const auto& device : session.attached()) warn(session.report, device);
 }
 
 }  // namespace

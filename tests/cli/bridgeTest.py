@@ -130,17 +130,44 @@ class Help(BridgeTest):
             killed = self.interrupt_when(process, "program:", signal.SIGKILL)
         self.assertEqual(killed.code, -signal.SIGKILL)
         self.assertExit(self.run_tool("neuron-id", "store"), 12)
+        # Looked at, and left as it is, as often as one likes.
+        for _ in range(2):
+            checks = self.run_tool("--json", "doctor").json["result"]["checks"]
+            self.assertEqual([check["item"] for check in checks if check["ok"] is False][:2], ["SCB0", "reset line"])
         steps = self.result_of("recover")["steps"]
-        self.assertEqual([step["step"] for step in steps],
-                         ["SCB0 made SPI slave again", "service line released (pin 14 high)",
-                          "Neuron let out of reset (pin 8 high)"])
+        self.assertEqual([step["step"] for step in steps][:6],
+                         ["unfinished SPI transfer ended", "SCB0 made SPI slave again",
+                          "service line released (pin 14 high)", "Neuron let out of reset (pin 8 high)",
+                          "configuration mode left", "lines and SCB0 read back"])
+        self.assertTrue(steps[6]["step"].startswith("flash answers: "), steps)
         self.done("neuron-id", "store")
-        self.assertEqual(self.result_of("recover")["steps"][0]["step"], "SCB0 is SPI slave already")
+        self.assertEqual(self.result_of("recover")["steps"][1]["step"], "SCB0 is SPI slave already")
 
-    def test_recover_tries_every_step(self):
+    def test_recover_tries_every_step_and_tells_what_stays_held(self):
         result = self.run_tool("--json", "recover", sim=["fault=CySetGpioValue@1:6"])
         self.assertExit(result, 10)
-        self.assertEqual([step["ok"] for step in result.json["result"]["steps"]], [True, False, True])
+        self.assertEqual([step["ok"] for step in result.json["result"]["steps"]], [True, True, False] + [True] * 5)
+        held = self.run_tool("recover", sim=["fault=CySetGpioValue@4+:11"])  # the look at the flash takes the third
+        self.assertExit(held, 10)
+        self.assertErrorForm(held, "the Neuron is held in reset (pin 8 low)")
+        self.assertExit(self.run_tool("recover"), 0)
+
+    def test_an_interrupted_run_is_told_by_every_look(self):
+        self.run_tool("list")
+        self.write("board/interrupted.run", ["path=x", "serial=00001234", "started=2024-05-01T14:03:59+0200",
+                                             "image=/images/a.hex", "sha256=12ab", "backup=/images/b.hex"])
+        for command in ("list", "info", "recover"):
+            with self.subTest(command):
+                told = self.run_tool("--json", command).json
+                self.assertEqual(told["exit_status"], 0)
+                run = told["result"]["devices"][0] if command == "list" else told["result"]
+                self.assertEqual(run["interrupted"], {"image": "/images/a.hex", "sha256": "12ab",
+                                                      "backup": "/images/b.hex", "started": "2024-05-01T14:03:59+0200"})
+                self.assertIn("/images/b.hex", told["messages"][0]["hint"])
+        told = self.run_tool("doctor")
+        self.assertExit(told, 11)
+        self.assertIn("/images/a.hex (sha256 12ab) was being programmed", told.out)
+        self.assertErrorForm(told, "flash incomplete: part of the image is missing", "1 check failed")
 
     def test_doctor_names_what_fails(self):
         self.assertTrue(all(check["ok"] for check in self.result_of("doctor")["checks"]))
