@@ -249,7 +249,7 @@ protected:
 TEST_F(Doctor, AWellInterfaceIsWell) {
     EXPECT_THAT(examine(), ElementsAre("ok access: ", "ok kernel driver: none bound", "ok SCB0: SPI slave, 1000000 Hz",
                                        "ok reset line: high", "ok service line: high", "ok interrupted run: none",
-                                       "ok configuration checksum: right", "ok flash ID: ID EF 40 14",
+                                       "ok configuration checksum: right", "ok flash ID: Winbond, ID EF 40 14, 1 MiB",
                                        "ok LDV name: ", "ok Neuron answer: "));
     EXPECT_EQ(diagnosis.failed(), 0U);
     EXPECT_EQ(examine(false)[7], "- flash ID: the look would restart the Neuron");
@@ -335,7 +335,7 @@ TEST_F(Recover, LetsGoProvesItAndSaysSo) {
     EXPECT_THAT(run(), ElementsAre("ok unfinished SPI transfer ended", "ok SCB0 made SPI slave again",
                                    "ok service line released (pin 14 high)", "ok Neuron let out of reset (pin 8 high)",
                                    "ok configuration mode left", "ok lines and SCB0 read back",
-                                   "ok flash answers: ID EF 40 14", "ok the Neuron answers"));
+                                   "ok flash answers: Winbond, ID EF 40 14, 1 MiB", "ok the Neuron answers"));
     EXPECT_FALSE(error);
     EXPECT_FALSE(recovery.state.isSomethingHeld());
     EXPECT_EQ(run()[1], "ok SCB0 is SPI slave already");
@@ -402,15 +402,22 @@ TEST_F(Recover, ANeuronWithoutItsImageIsNoFailureOfThis) {
     EXPECT_EQ(recovery.state.flash, tavo::FlashState::Incomplete);
 }
 
-TEST_F(Recover, EndsSoonWhenCancelled) {
-    tavo::CancelToken token;
-    const tavo::RecoverOptions options{[&](const tavo::RecoverStep& step) {
-        if (step.text.rfind("flash answers", 0) == 0) token.cancel();
-    }};
-    const auto before = rig.now();
-    const tavo::Control control{{}, &token};
-    EXPECT_THROW(recover(device(), options, control), tavo::Error);
-    EXPECT_LT(rig.now() - before, 1000000U);
+TEST_F(Recover, EndsSoonWhenCancelledAsDoctorDoes) {
+    const auto stopAfter = [&](const std::string& text, const auto& work) {
+        tavo::CancelToken token;
+        const auto start = rig.now();
+        work(tavo::Control{{}, &token}, [&](const std::string& told) {
+            if (told.rfind(text, 0) == 0) token.cancel();
+        });
+        EXPECT_LT(rig.now() - start, 1000000U);
+    };
+    stopAfter("flash answers", [&](const tavo::Control& control, const auto& see) {
+        EXPECT_THROW(recover(device(), {[&](const tavo::RecoverStep& step) { see(step.text); }}, control), tavo::Error);
+    });
+    stopAfter("LDV name", [&](const tavo::Control& control, const auto& see) {
+        EXPECT_THROW(doctor(device(), {true, [&](const tavo::Check& check) { see(check.item); }}, control),
+                     tavo::Error);
+    });
 }
 
 }  // namespace

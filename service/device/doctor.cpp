@@ -6,8 +6,8 @@
 
 #include "bridge/configBlock.h"
 #include "platform/ldv.h"
-#include "service/device/flashId.h"
 #include "service/device/health.h"
+#include "service/flash/access.h"
 #include "service/neuron/lines.h"
 #include "tavo/LdvManager.h"
 #include "tavo/service/configuration.h"
@@ -164,7 +164,7 @@ Check flashId(Examination& exam) {
     if (!exam.options.restartNeuron) return skipped("the look would restart the Neuron");
     try {
         exam.neuronRestarted = true;
-        return ok("ID " + readFlashId(exam.op));
+        return ok(readFlashChip(exam.op).text());
     } catch (const Error& error) {
         return found(error);
     }

@@ -1,7 +1,5 @@
 #include "tavo/service/history.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +13,8 @@
 #include <iterator>
 #include <utility>
 #include <vector>
+
+#include "tavo/service/files.h"
 
 namespace tavo {
 namespace {
@@ -74,15 +74,9 @@ std::vector<fs::path> folders(const DeviceDescription& device) {
     return all;
 }
 
-std::string safe(std::string text) {
-    constexpr const char* kSafe = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
-    for (std::size_t at = 0; (at = text.find_first_not_of(kSafe, at)) != std::string::npos;) text[at] = '_';
-    return text;
-}
-
 std::string fileName(const DeviceDescription& device) {
     if (isSimulated(device)) return std::string("interrupted") + kEnding;
-    return "interrupted-" + safe(device.path) + "-" + safe(device.serial) + kEnding;
+    return "interrupted-" + safeName(device.path) + "-" + safeName(device.serial) + kEnding;
 }
 
 // A file name may hold a line feed.
@@ -157,41 +151,6 @@ std::vector<std::pair<fs::path, InterruptedRun>> recordsOf(const DeviceDescripti
     return found;
 }
 
-struct OpenFile {
-    int descriptor;
-    ~OpenFile() {
-        if (descriptor >= 0) close(descriptor);
-    }
-};
-
-bool writeAll(int file, const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t count = write(file, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) return false;
-        if (count > 0) done += static_cast<std::size_t>(count);
-    }
-    return true;
-}
-
-bool syncFolder(const fs::path& folder) {
-    const OpenFile opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    // Some file systems cannot sync a folder and say so: nothing more can be done there.
-    return opened.descriptor >= 0 && (fsync(opened.descriptor) == 0 || errno == EINVAL || errno == ENOTSUP);
-}
-
-void store(const fs::path& path, const std::string& text) {
-    std::string beside = path.string() + ".XXXXXX";
-    const OpenFile file{mkostemp(beside.data(), O_CLOEXEC)};
-    if (file.descriptor < 0) throw failure("make a file in " + path.parent_path().string(), errno);
-    const bool done = writeAll(file.descriptor, text) && fchmod(file.descriptor, 0644) == 0 &&
-                      fsync(file.descriptor) == 0 && std::rename(beside.c_str(), path.c_str()) == 0 &&
-                      syncFolder(path.parent_path());
-    const int error = errno;
-    if (done) return;
-    unlink(beside.c_str());
-    throw failure("write " + path.string(), error);
-}
-
 std::string now() {
     const std::time_t time = std::time(nullptr);
     std::tm local{};
@@ -230,7 +189,11 @@ void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
     record.run.image = absolute(run.image);
     record.run.backup = absolute(run.backup);
     if (run.started.empty()) record.run.started = now();
-    store(folder / fileName(device), textOf(record));
+    const std::string path = folder / fileName(device);
+    const std::string text = textOf(record);
+    NewFile file(path, true);
+    writeAll(file.descriptor(), text.data(), text.size(), path);
+    file.commit();
 }
 
 void forgetRun(const DeviceDescription& device) {
@@ -238,7 +201,6 @@ void forgetRun(const DeviceDescription& device) {
         std::error_code error;
         fs::remove(path, error);
         if (error) throw failure("remove " + path.string(), error.value());
-        static_cast<void>(syncFolder(path.parent_path()));  // at worst it is remembered once more
     }
 }
 

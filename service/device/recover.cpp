@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "common/neuronPins.h"
-#include "service/device/flashId.h"
 #include "service/device/health.h"
+#include "service/flash/access.h"
 #include "service/neuron/lines.h"
 #include "tavo/Configurator.h"
 #include "tavo/service/neuron.h"
@@ -67,7 +67,10 @@ public:
         if (!first_) first_ = error;
     }
     void throwFirst() const {
-        if (first_) op_.fail(*first_);
+        if (!first_) return;
+        Error error = *first_;
+        if (op_.state.isSomethingHeld()) error.hint = kStillHeld;  // another recover would not help
+        op_.fail(error);
     }
 
 private:
@@ -161,7 +164,7 @@ void readBack(Operation& op, Steps& steps) {
 void proveFlash(Operation& op, Steps& steps) {
     if (op.device.description().scb0 != Scb0Role::Spi) return steps.leftOut("flash ID", "SCB0 is no SPI block");
     try {
-        steps.done("flash answers: ID " + readFlashId(op));
+        steps.done("flash answers: " + readFlashChip(op).text());
     } catch (const Error& error) {
         if (error.problem == Problem::Interrupted) throw;
         steps.failed("flash ID", error);

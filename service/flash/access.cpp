@@ -54,7 +54,8 @@ Error andStillHeld(const Error& error, const Operation& op) {
               error.hint.empty() || error.hint == kRecover ? kRecover : std::string(kRecover) + "; then " + error.hint);
     now.status = error.status;
     now.details = error.details;
-    if (!interrupted) now.details.push_back(stillHeld(op).what());
+    const std::string held = stillHeld(op).what();
+    if (!interrupted && held != now.what()) now.details.push_back(held);
     return now;
 }
 

@@ -57,6 +57,9 @@ private:
     std::optional<CY_SPI_CONFIG> masterAsFound_;
 };
 
+/// Takes the flash for its ID alone. Throws Error.
+FlashChip readFlashChip(Operation& op);
+
 /// Takes the flash, runs work(driver, chip) and releases, whatever the result. A success is one only when
 /// everything was seen to be released.
 template <class Work>

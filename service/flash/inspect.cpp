@@ -2,9 +2,13 @@
 
 namespace tavo {
 
+FlashChip readFlashChip(Operation& op) {
+    return withFlash(op, kSettle, [](const FlashDriver&, const FlashChip& chip) { return chip; });
+}
+
 FlashChip inspectFlash(Device& device, const Control& control) {
     Operation op(device, control);
-    return withFlash(op, kSettle, [](const FlashDriver&, const FlashChip& chip) { return chip; });
+    return readFlashChip(op);
 }
 
 }  // namespace tavo

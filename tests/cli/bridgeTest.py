@@ -149,7 +149,8 @@ class Help(BridgeTest):
         self.assertEqual([step["ok"] for step in result.json["result"]["steps"]], [True, True, False] + [True] * 5)
         held = self.run_tool("recover", sim=["fault=CySetGpioValue@4+:11"])  # the look at the flash takes the third
         self.assertExit(held, 10)
-        self.assertErrorForm(held, "the Neuron is held in reset (pin 8 low)")
+        self.assertErrorForm(held, "flash contents unchanged; the Neuron is held in reset (pin 8 low)")
+        self.assertIn("unplug the interface", held.err)
         self.assertExit(self.run_tool("recover"), 0)
 
     def test_an_interrupted_run_is_told_by_every_look(self):

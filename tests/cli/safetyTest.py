@@ -122,11 +122,21 @@ class Info(ToolTest):
     def test_everything_is_told_and_nothing_needs_to_be_there(self):
         told = self.run_tool("--json", "info").json["result"]
         self.assertEqual((told["flash_maker"], told["flash_size"], told["scb0"]), ("Winbond", MIB, "spi"))
+        self.assertIn("silicon ID    " + told["silicon_id"], self.run_tool("info").out)
         self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", {"name": "configured", "raw": 4}))
         less = self.run_tool("--json", "info", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
                                                     "fault=libusb_control_transfer@2+:-9"]).json
         self.assertEqual(less["exit_status"], 0)
         self.assertEqual([less["result"][name] for name in ("neuron_id", "flash_size", "silicon_id")], [None] * 3)
+
+    def test_without_any_access_it_is_a_failure(self):
+        self.assertExit(self.run_tool("info", sim=["fault=CyOpen@2+:1"]), 5)  # the first one is the look for interfaces
+
+    def test_what_the_look_at_the_flash_leaves_held_is_told(self):
+        result = self.run_tool("info", sim=["fault=CySetGpioValue@2+:11"])
+        self.assertExit(result, 10)
+        self.assertIn("the Neuron is held in reset (pin 8 low)", result.err)
+        self.assertIn("tavo-util recover", result.err)
 
 
 class BesideARun(ToolTest):
