@@ -96,6 +96,8 @@ void FlashAccess::take(long settleMs) {
                        "SCB0 of " + op_.device.name() + " is an I2C block: the flash cannot be reached",
                        "make it an SPI block, then replug: tavo-util scb0 spi"));
     }
+    check(op_.device.description().access == TAVO_ACCESS_DENIED ? CY_ERROR_ACCESS_DENIED : CY_SUCCESS,
+          "open the flash");
     // What a cut-off run has left is no state that this one could call unchanged.
     const bool halfWritten = interruptedRun(op_.device.description()).has_value();
     op_.state.flash = halfWritten ? FlashState::Incomplete : FlashState::Unchanged;

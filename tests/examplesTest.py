@@ -1,0 +1,76 @@
+"""The host programs of examples/, run on simulated interfaces; and the README shows the very text of one."""
+
+import os
+import random
+import re
+import subprocess
+import tempfile
+import unittest
+
+OUT = os.environ["TAVO_OUT"]
+SOURCES = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+IMAGE = random.Random(1).randbytes(5000)
+
+
+class Examples(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="tavo-examples-")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+        with open(self.path("image.bin"), "wb") as file:
+            file.write(IMAGE)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def run_on(self, boards, program, *args):
+        command = [os.path.join(OUT, "tavo-sim"), *boards, "--", os.path.join(OUT, program), *args]
+        environment = {**os.environ, "TMPDIR": self.folder}
+        return subprocess.run(command, cwd=self.folder, env=environment, stdin=subprocess.DEVNULL, capture_output=True,
+                              text=True, timeout=120)
+
+    def flash(self, board):
+        with open(self.path(f"{board}/flash.bin"), "rb") as file:
+            return file.read()
+
+    def test_one_device_is_programmed_and_a_failure_is_told_with_what_next(self):
+        board = ["board,pace=fast,size=64K"]
+        done = self.run_on(board, "programSafely", "sim:board", "image.bin", "before.hex")
+        self.assertEqual((done.returncode, self.flash("board")[:5000]), (0, IMAGE), done.stderr)
+        self.assertIn("20 pages", done.stdout)
+        self.assertTrue(os.path.exists(self.path("before.hex")))
+
+        again = self.run_on(board, "programSafely", "sim:board", "image.bin", "before.hex")
+        self.assertEqual(again.returncode, 1)
+        self.assertRegex(again.stderr, "before.hex.*exists(.|\n)*what next:  choose another name")
+
+        broken = self.run_on([board[0] + ",lose-program=7,lose-program=8,lose-program=9"], "programSafely", "sim:board",
+                             "image.bin", "second.hex")
+        self.assertEqual(broken.returncode, 2, broken.stderr)
+        self.assertRegex(broken.stderr, "failed: .*\n(.*\n)*the device: flash incomplete.*\nwhat next:  \\S.*second.hex")
+
+    def test_eight_devices_and_what_fails_on_one_stays_with_it(self):
+        boards = [f"{name},pace=fast,size=64K,serial={name}" for name in "ABCDEFGH"]
+        boards[2] += ",fault=CySpiReadWrite@40+:11"
+        boards[4] += ",denied"
+        boards[6] += ",fault=CySetGpioValue@2+:11"  # its Neuron stays in reset
+        done = self.run_on(boards, "programAll", "image.bin")
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(re.findall("^([A-H]) at .*: programmed and verified$", done.stdout, re.M), list("ABDFH"))
+        for name in "ABDFH":
+            self.assertEqual(self.flash(name)[:5000], IMAGE, name)
+        told = done.stderr.splitlines()
+        self.assertEqual(len(told), 3, told)
+        self.assertRegex(told[0], "^C at .*flash incomplete")
+        self.assertRegex(told[1], "^the interface at .*/E: .*access denied.*device not touched")
+        self.assertRegex(told[2], "^G at .*pin 8.*recover")
+
+    def test_the_readme_shows_it(self):
+        with open(os.path.join(SOURCES, "examples/programSafely.cpp")) as file:
+            program = re.sub(r"\A(//.*\n)+", "", file.read())
+        with open(os.path.join(SOURCES, "README.md")) as file:
+            self.assertIn("```cpp\n" + program + "```", file.read(), "README.md shows another text than examples/")
+
+
+if __name__ == "__main__":
+    unittest.main()
