@@ -9,6 +9,13 @@
 #include "tavo/service/recover.h"
 #include "tests/serviceTest.h"
 
+/// In place of the simulated one, whose interfaces no kernel driver takes: the driver of interface 0.
+static const char* boundDriver = "";
+extern "C" CY_RETURN_STATUS CyGetKernelDriver(UINT8 /*deviceNumber*/, UINT8 interfaceNumber, char* name, UINT32 size) {
+    std::snprintf(name, size, "%s", interfaceNumber == 0 ? boundDriver : "");
+    return CY_SUCCESS;
+}
+
 using tavo::LineState;
 using tavo::Scb0State;
 using testing::ElementsAre;
@@ -297,6 +304,16 @@ TEST_F(Doctor, WhatAnEarlierFailureMakesMeaninglessIsSkipped) {
     EXPECT_EQ(diagnosis.failed(), 0U);
 }
 
+TEST_F(Doctor, AKernelDriverIsNamedAlsoWhereTheInterfaceOpens) {
+    boundDriver = "cdc_acm";
+    const auto rows = examine();
+    boundDriver = "";
+    EXPECT_EQ(rows[1],
+              "FAIL kernel driver: cdc_acm on interface 0 - it takes the interface from other programs: install "
+              "the udev rule (packaging/), replug");
+    EXPECT_EQ(diagnosis.failed(), 1U);
+}
+
 TEST_F(Doctor, AnInterruptedRunIsNamedWithItsFileAndBackup) {
     rememberRun(device().description(), {"/a.hex", "12ab", "/b.hex", "2024-05-01T14:03:59+0200"});
     EXPECT_EQ(examine()[5],
@@ -345,6 +362,15 @@ TEST_F(Recover, EndsATransferThatAKilledRunLeftUnfinished) {
     plug("unfinished");
     run();
     EXPECT_FALSE(error) << error->what();
+}
+
+TEST_F(Recover, LeavesAMasterThatNoFlashOperationMade) {
+    setMaster(500000);
+    EXPECT_EQ(run()[1], "ok SCB0 is SPI master at 500000 Hz, which no flash operation sets: left so");
+    const CyHandle scb0(0, 0);
+    CY_SPI_CONFIG config{};
+    ASSERT_EQ(CyGetSpiConfig(scb0.handle, &config), CY_SUCCESS);
+    EXPECT_TRUE(config.isMaster && config.frequency == 500000);
 }
 
 TEST_F(Recover, LeavesTheConfigurationModeWhicheverPairTheBridgeTakes) {

@@ -6,6 +6,7 @@
 
 #include "bridge/configBlock.h"
 #include "platform/ldv.h"
+#include "platform/portPath.h"
 #include "service/device/health.h"
 #include "service/flash/access.h"
 #include "service/neuron/lines.h"
@@ -63,14 +64,29 @@ Check access(Examination& exam) {
     return fail(tavoStatusString(status), statusError(status, Side::Bridge, "").hint);
 }
 
+/// "cdc_acm on interface 0"; empty when none is bound. One that would be detached by opening is found too.
+std::string boundDrivers(const DeviceInfo& info) {
+    std::string bound;
+    for (const unsigned char interface : {info.scb0InterfaceNumber, info.configInterfaceNumber}) {
+        char name[64] = {};
+        if (CyGetKernelDriver(info.scb0DeviceNumber, interface, name, sizeof name) != CY_SUCCESS) continue;
+        if (name[0] == '\0') continue;
+        bound += (bound.empty() ? "" : ", ") + std::string(name) + " on interface " + std::to_string(interface);
+    }
+    return bound;
+}
+
 Check kernelDriver(Examination& exam) {
     if (!exam.reachable) return skipped(kNoAccess);
     const DeviceInfo& info = exam.device.info();
+    const std::string bound = boundDrivers(info);  // before the interfaces are opened
     const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
     const CyHandle config(info.configDeviceNumber, info.configInterfaceNumber);
     const CY_RETURN_STATUS status = scb0.openStatus != CY_SUCCESS ? scb0.openStatus : config.openStatus;
     exam.reachable = status == CY_SUCCESS;
-    if (exam.reachable) return ok("none bound");
+    if (exam.reachable && bound.empty()) return ok("none bound");
+    if (!bound.empty())
+        return fail(bound, "it takes the interface from other programs: install the udev rule (packaging/), replug");
     if (!isStillAttached(exam.device.description().path)) {
         exam.denied = true;
         return fail("the interface is no longer attached", "plug it in again: tavo-util list");

@@ -2,7 +2,6 @@
 
 #include <libusb.h>
 
-#include <cstring>
 #include <utility>
 
 #include "common/neuronPins.h"
@@ -31,10 +30,8 @@ constexpr AccessPair kLeave[] = {{0x5C37, 0x8BD1}, {0xA6BC, 0xB9B0}};
 constexpr const char* kStillHeld = "unplug the interface and plug it in again";
 
 int request(const CyHandle& handle, unsigned char code, unsigned short value, unsigned short index) {
-    libusb_device_handle* device;  // not aligned inside the record
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
-    std::memcpy(&device, static_cast<const unsigned char*>(handle.handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
-    return libusb_control_transfer(device, kVendorOut, code, value, index, nullptr, 0, kRequestTimeoutMs);
+    return libusb_control_transfer(libusbHandleOf(handle.handle), kVendorOut, code, value, index, nullptr, 0,
+                                   kRequestTimeoutMs);
 }
 
 TAVO_STATUS statusOf(int result) {
