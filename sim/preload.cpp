@@ -29,10 +29,9 @@ fs::path findLibrary() {
                              "\nbuild or install the simulated interface with this program");
 }
 
-void prepend(const char* variable, const std::string& value, const char* separator) {
+std::pair<std::string, std::string> inFront(const char* variable, const std::string& value) {
     const char* before = std::getenv(variable);
-    const std::string whole = before != nullptr && *before != '\0' ? value + separator + before : value;
-    ::setenv(variable, whole.c_str(), 1);
+    return {variable, before != nullptr && *before != '\0' ? value + ":" + before : value};
 }
 
 std::string joined(const std::vector<std::string>& descriptions) {
@@ -69,20 +68,24 @@ void preparePreload(const std::string& description) {
     preparePreload(std::vector<std::string>{description});
 }
 
-void preparePreload(const std::vector<std::string>& descriptions) {
-    const std::string lines = joined(descriptions);
+Environment preloadEnvironment(const std::vector<std::string>& descriptions) {
+    Environment environment{{"TAVO_SIM", joined(descriptions)}};
     const std::string library = findLibrary().string();
     if (library.find_first_of(" :") != std::string::npos) {
         throw std::runtime_error(library +
                                  " cannot be preloaded: the dynamic linker splits such a list at blanks and "
                                  "colons; move it to a folder without them");
     }
-    ::setenv("TAVO_SIM", lines.c_str(), 1);
-    if (!isPreloaded()) prepend("LD_PRELOAD", library, ":");
+    if (!isPreloaded()) environment.push_back(inFront("LD_PRELOAD", library));
 #ifdef __SANITIZE_ADDRESS__
     // The sanitizer wants to be the first library; the preloaded one brings it along all the same.
-    prepend("ASAN_OPTIONS", "verify_asan_link_order=0", ":");
+    environment.push_back(inFront("ASAN_OPTIONS", "verify_asan_link_order=0"));
 #endif
+    return environment;
+}
+
+void preparePreload(const std::vector<std::string>& descriptions) {
+    for (const auto& [name, value] : preloadEnvironment(descriptions)) ::setenv(name.c_str(), value.c_str(), 1);
 }
 
 bool isPreloaded() {

@@ -3,16 +3,21 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace sim {
 
-/// Puts libtavo-sim.so in front of LD_PRELOAD and the descriptions ("DIR,size=4M") into TAVO_SIM, their
-/// folders made absolute, for programs that this process executes from now on: these see one attached interface
-/// for each, device numbers in that order. The library is looked for beside the running program and in the
-/// library folder next to that one's.
+/// Names and values of environment variables.
+using Environment = std::vector<std::pair<std::string, std::string>>;
+
+/// libtavo-sim.so in front of LD_PRELOAD and the descriptions ("DIR,size=4M") in TAVO_SIM, their folders made
+/// absolute: a program started with these sees one attached interface for each, device numbers in that order.
+/// The library is looked for beside the running program and in the library folder next to that one's.
 /// Throws std::invalid_argument for a description that parseOptions refuses and for a folder named twice,
 /// std::runtime_error, with what to do, when the library is not found or cannot be preloaded.
+Environment preloadEnvironment(const std::vector<std::string>& descriptions);
+/// Sets them in this process, for programs that it executes from now on.
 void preparePreload(const std::vector<std::string>& descriptions);
 void preparePreload(const std::string& description);
 

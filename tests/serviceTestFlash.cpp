@@ -266,7 +266,8 @@ TEST_F(Flash, AnInterfaceThatWasUnpluggedIsToldAsThat) {
         const unsigned transfer = from;
         observe = [&, transfer](const tavo::Event& event) {
             if (event.kind != tavo::Event::Kind::PhaseBegins) return;
-            for (const char* function : {"CyOpen", "CySetGpioValue", "CyGetGpioValue", "CyGetDeviceInfo"})
+            for (const char* function :
+                 {"CyOpen", "CySetGpioValue", "CyGetGpioValue", "CyGetDeviceInfo", "CyGetPortPath"})
                 rig.failFrom(function, 1, CY_ERROR_DEVICE_NOT_FOUND);
             rig.failFrom("CySpiReadWrite", transfer, CY_ERROR_DEVICE_NOT_FOUND);
         };

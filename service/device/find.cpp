@@ -1,10 +1,14 @@
 // What is attached, and which of it is meant.
 #include <algorithm>
 #include <chrono>
+#include <stdexcept>
 #include <thread>
 
+#include "platform/cyusbserial.h"
 #include "platform/deviceIds.h"
 #include "platform/discovery.h"
+#include "platform/portPath.h"
+#include "sim/preload.h"
 #include "tavo/service/device.h"
 #include "tavo/service/text.h"
 
@@ -25,6 +29,15 @@ constexpr Prefix kPrefixes[] = {{"serial:", DeviceSpec::Kind::Serial},
 
 constexpr const char* kTrySimulated =
     "is it plugged in? Without hardware try the simulated interface: tavo-util -d sim:demo list";
+
+/// Of the simulated interface that a description names; empty for one that is none.
+std::string portPathOf(const std::string& description) {
+    try {
+        return sim::portPathOf(description);
+    } catch (const std::invalid_argument&) {
+        return "";
+    }
+}
 
 DeviceDescription describe(const platform::AttachedDevice& found) {
     DeviceDescription device;
@@ -130,7 +143,7 @@ bool DeviceSpec::matches(const DeviceDescription& device) const {
         case Kind::NeuronId:
             return device.neuronId == text;
         case Kind::Simulated:
-            return true;  // this process sees no other device
+            return device.path == portPathOf(text);
     }
     return false;
 }
@@ -173,9 +186,13 @@ DeviceDescription chooseDevice(const std::vector<std::string>& specs, std::optio
 }
 
 bool isStillAttached(const std::string& path) {
-    std::vector<platform::AttachedDevice> found;
-    if (platform::discoverDevices(found) != CY_SUCCESS) return true;  // nothing is known
-    return std::any_of(found.begin(), found.end(), [&](const auto& device) { return path == device.info.portPath; });
+    UINT8 count = 0;
+    if (path.empty() || CyGetListofDevices(&count) != CY_SUCCESS) return true;  // nothing is known
+    for (UINT8 number = 0; number < count; ++number) {
+        char found[sizeof DeviceInfo::portPath] = "";
+        if (CyGetPortPath(number, found, sizeof found) == CY_SUCCESS && path == found) return true;
+    }
+    return false;
 }
 
 void allowUsbId(std::uint16_t vendorId, std::uint16_t productId) {

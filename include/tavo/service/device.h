@@ -60,7 +60,7 @@ TAVO_API DeviceDescription chooseDevice(const std::vector<std::string>& specs,
                                         std::optional<unsigned> waitSeconds = std::nullopt,
                                         const Control& control = {});
 
-/// False when nothing is plugged in at that port any more.
+/// False when nothing is plugged in at that port any more. Opens nothing: disturbs no run beside it.
 TAVO_API bool isStillAttached(const std::string& path);
 
 /// Accepts one more pair of USB IDs for the rest of the process.
