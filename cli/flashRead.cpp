@@ -43,12 +43,13 @@ void requireWhole(const HexFile& dump, const FlashChip& chip, const std::string&
 
 Image dumpChip(Session& session, const FlashChip& chip, const char* phase, const Descriptor& file,
                const std::string& path, const std::string& name) {
-    chunksRead = 0;
-    shown = &session.progress;
     session.progress.begin(phase, "",
                            {chip.size, [&](int) { return std::min<std::uint64_t>(chunksRead * kChunk, chip.size); }});
-    const TAVO_STATUS status =
-        session.tryCall("read the flash", [&] { return readSpiFlash(session.info(), path.c_str(), onDumpProgress); });
+    const TAVO_STATUS status = session.tryCall("read the flash", [&] {
+        chunksRead = 0;
+        shown = &session.progress;
+        return readSpiFlash(session.info(), path.c_str(), onDumpProgress);
+    });
     if (status != TAVO_SUCCESS) {
         throwIfDiskIsFull(file, name);
         throw libraryFailure(status, Side::Bridge, "read the flash of " + session.deviceName());

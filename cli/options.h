@@ -20,8 +20,6 @@ struct GlobalOptions {
     bool dryRun = false;
     std::optional<unsigned> waitSeconds;
     std::vector<std::string> usbIds;
-    std::string childSpec;  ///< set by a parent process: the one of several devices that is ours
-    bool asChild = false;   ///< the parent reads our JSON and events
 };
 
 }  // namespace cli

@@ -43,14 +43,15 @@ Progress::~Progress() {
     display_.remove(*this);
 }
 
-void Progress::setDevice(const std::string& name) {
+void Progress::setDevice(const std::string& name, const std::string& spec) {
     const std::lock_guard lock(display_.mutex_);
     device_ = name;
+    spec_ = spec;
     ended_ = "waits";
 }
 
 void Progress::event(Json fields) const {
-    if (!device_.empty()) fields["device"] = device_;
+    if (!device_.empty()) fields["device"] = spec_;
     Display::event(fields);
 }
 

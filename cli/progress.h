@@ -26,8 +26,8 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Where several devices are worked on: put in front of each row, and into each event.
-    void setDevice(const std::string& name);
+    /// Where several devices are worked on: the name stands before each row, the spec in each event.
+    void setDevice(const std::string& name, const std::string& spec);
     /// Adds what tells the devices apart, and shows it as an event of --progress json.
     void event(Json fields) const;
 
@@ -58,6 +58,7 @@ private:
     Display& display_;
     Log& log_;
     std::string device_;
+    std::string spec_;
 
     std::string phase_;
     std::string usual_;

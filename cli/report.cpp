@@ -26,8 +26,8 @@ void Report::configure(bool json, bool quiet) {
 
 void Report::line(const std::string& text) {
     log_.write(Detail::FileOnly, "result: " + text);
-    if (keepLines_) lines_.push_back(text);
-    if (json_) return;
+    if (isKept_) lines_.push_back(text);
+    if (isKept_ || json_) return;
     console().clearLive();
     std::cout << printable(text) << std::endl;
 }
@@ -40,18 +40,42 @@ void Report::note(const std::string& text) {
     if (!quiet_) line(text);
 }
 
-void Report::tell(const char* severity, const std::string& text, const std::string& hint) {
-    messages_.push_back({{"severity", severity}, {"text", text}, {"hint", hint.empty() ? Json(nullptr) : Json(hint)}});
+void Report::tellKept(const std::string& name) const {
+    for (const auto& line : lines_) {
+        if (!json_) std::cout << printable(name + ": " + line) << std::endl;
+    }
+    if (display().emitsEvents()) return;  // told when they came
+    for (const auto& message : messages_) print(message, name + ": ");
 }
 
 void Report::warning(const std::string& text, const std::string& hint) {
-    tell("warning", text, hint);
+    tell({false, text, hint});
+}
+
+void Report::tell(Message message) {
+    const std::string& text = message.text;
+    const std::string kind = message.isError ? "error" : "warning";
+    log_.write(Detail::FileOnly, kind + ": " + text + message.code +
+                                     (message.isError ? "; state: " + knownState() : "") + "; hint: " + message.hint);
+    for (const auto& line : message.lines) log_.write(Detail::FileOnly, kind + ":     " + line);
     if (display().emitsEvents()) {
-        progress_.event({{"event", "warning"}, {"text", text}, {"hint", hint}});
-        return;
+        Json event{{"event", kind}, {"text", text + message.code}};
+        if (message.isError) event["state"] = knownState();
+        event["hint"] = message.hint;
+        progress_.event(std::move(event));
+    } else if (!isKept_) {
+        print(message, "");
     }
-    console().line(Style::Warning, "warning:", text);
-    if (!hint.empty()) console().line("  hint:  " + hint);
+    messages_.push_back(std::move(message));
+}
+
+/// An error in its three lines, a warning in one or two.
+void Report::print(const Message& message, const std::string& name) const {
+    const std::string text = name + message.text + message.code;
+    message.isError ? console().line(Style::Error, "error:", text) : console().line(Style::Warning, "warning:", text);
+    for (const auto& line : message.lines) console().line("    " + line);
+    if (message.isError) console().line("  state: " + knownState());
+    if (!message.hint.empty()) console().line("  hint:  " + message.hint);
 }
 
 std::string Report::knownState() const {
@@ -60,16 +84,13 @@ std::string Report::knownState() const {
 
 void Report::fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
                   const std::vector<std::string>& lines) {
-    std::string coded = text;
-    if (status) {
-        coded +=
-            std::string(" [") + statusName(*status) + " " + std::to_string(static_cast<std::uint32_t>(*status)) + "]";
-    }
     status_ = status;
-    std::string whole = text;
-    for (const auto& line : lines) whole += "\n    " + line;
-    tell("error", whole, hint);
-    print(coded, hint, lines);
+    Message message{true, text, hint, lines};
+    if (status) {
+        const auto number = static_cast<std::uint32_t>(*status);
+        message.code = std::string(" [") + statusName(*status) + " " + std::to_string(number) + "]";
+    }
+    tell(std::move(message));
 }
 
 void Report::failure(const Failure& failure) {
@@ -91,6 +112,18 @@ void Report::interrupted() {
     fail("interrupted; everything is released", hint, {}, {});
 }
 
+Json Report::messagesJson() const {
+    Json messages = Json::array();
+    for (const auto& message : messages_) {
+        std::string text = message.text;
+        for (const auto& line : message.lines) text += "\n    " + line;
+        messages.push_back({{"severity", message.isError ? "error" : "warning"},
+                            {"text", text},
+                            {"hint", message.hint.empty() ? Json(nullptr) : Json(message.hint)}});
+    }
+    return messages;
+}
+
 Json Report::object(Exit exit) const {
     Json whole = {{"json_format_version", {1, 0}},
                   {"command", command},
@@ -99,40 +132,19 @@ Json Report::object(Exit exit) const {
                   {"flash_state", tavo::flashStateName(state.flash)},
                   {"state", knownState()},
                   {"result", result},
-                  {"messages", messages_},
+                  {"messages", messagesJson()},
                   {"exit_status", static_cast<int>(exit)}};
     if (command.empty()) whole["command"] = nullptr;
-    if (keepLines_) {
-        whole["lines"] = lines_;
-        whole["state_text"] = knownState();
-    }
     return whole;
 }
 
 int Report::finish(Exit exit) {
     if (json_) std::cout << object(exit).dump() << std::endl;
     if (!std::cout && exit == Exit::Done) {
-        print("cannot write to standard output", "is the disk full or the pipe closed?", {});
+        print({true, "cannot write to standard output", "is the disk full or the pipe closed?"}, "");
         return static_cast<int>(Exit::FileSystem);
     }
     return static_cast<int>(exit);
-}
-
-void Report::print(const std::string& text, const std::string& hint, const std::vector<std::string>& lines) {
-    log_.write(Detail::FileOnly, "error: " + text + "; state: " + knownState() + "; hint: " + hint);
-    for (const auto& line : lines) log_.write(Detail::FileOnly, "error:     " + line);
-    if (display().emitsEvents()) {
-        return progress_.event({{"event", "error"}, {"text", text}, {"state", knownState()}, {"hint", hint}});
-    }
-    printError(text, knownState(), hint, lines);
-}
-
-void printError(const std::string& text, const std::string& state, const std::string& hint,
-                const std::vector<std::string>& lines) {
-    console().line(Style::Error, "error:", text);
-    for (const auto& line : lines) console().line("    " + line);
-    if (!state.empty()) console().line("  state: " + state);
-    if (!hint.empty()) console().line("  hint:  " + hint);
 }
 
 }  // namespace cli

@@ -10,11 +10,6 @@
 
 namespace cli {
 
-/// The three-line error form on standard error.
-/// @param lines  more about text, one below the other
-void printError(const std::string& text, const std::string& state, const std::string& hint,
-                const std::vector<std::string>& lines = {});
-
 class Log;
 class Progress;
 
@@ -48,24 +43,35 @@ public:
     int finish(Exit exit);
     /// The object that finish prints.
     Json object(Exit exit) const;
-    /// The lines of a child process travel inside its object.
-    void keepLines() { keepLines_ = true; }
+    /// One of several devices: everything is kept until tellKept, so that their lines do not mix.
+    void keep() { isKept_ = true; }
+    /// Prints it, each line with the name in front.
+    void tellKept(const std::string& name) const;
 
 private:
+    struct Message {
+        bool isError = false;
+        std::string text;
+        std::string hint;
+        std::vector<std::string> lines = {};  ///< more about text, one below the other
+        std::string code = {};                ///< " [TAVO_TIMEOUT 16]"
+    };
+
     std::string knownState() const;
     void fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
               const std::vector<std::string>& lines);
-    void print(const std::string& text, const std::string& hint, const std::vector<std::string>& lines);
-    void tell(const char* severity, const std::string& text, const std::string& hint);
+    void print(const Message& message, const std::string& name) const;
+    void tell(Message message);
+    Json messagesJson() const;
 
     Log& log_;
     Progress& progress_;
     bool json_ = false;
     bool quiet_ = false;
-    bool keepLines_ = false;
+    bool isKept_ = false;
     std::vector<std::string> lines_;
     std::optional<TAVO_STATUS> status_ = TAVO_SUCCESS;
-    Json messages_ = Json::array();
+    std::vector<Message> messages_;
 };
 
 using tavo::countText;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <iostream>
+#include <mutex>
 
 #include "cli/capture.h"
 
@@ -27,14 +28,23 @@ std::string readAnswer() {
 
 Session::Session(const GlobalOptions& globalOptions, const Command& chosenCommand)
     : options(globalOptions), command(chosenCommand) {
-    report.configure(options.json || options.asChild, options.quiet);
+    report.configure(options.json, options.quiet);
     report.command = command.name;
-    if (options.asChild) report.keepLines();
     log.setVerbosity(options.verbosity);
-    if (options.verbosity >= static_cast<int>(Detail::Transfer) || !options.logFile.empty()) {
-        trace_.emplace([this](const std::string& transfer) { log.write(Detail::Transfer, transfer); });
-    }
     control_ = {[this](const tavo::Event& event) { take(event); }, &interruptToken()};
+}
+
+void Session::setName(const std::string& name, const std::string& spec) {
+    isOneOfSeveral_ = true;
+    log.setDevice(name);
+    progress.setDevice(name, spec);
+    report.keep();
+}
+
+std::unique_ptr<tavo::TransferTrace> Session::trace() {
+    if (options.verbosity < static_cast<int>(Detail::Transfer) && options.logFile.empty()) return nullptr;
+    return std::make_unique<tavo::TransferTrace>(
+        [this](const std::string& transfer) { log.write(Detail::Transfer, transfer); });
 }
 
 void Session::take(const tavo::Event& event) {
@@ -76,6 +86,8 @@ void Session::chooseDevice() {
 }
 
 TAVO_STATUS Session::tryCall(const std::string& doing, const std::function<TAVO_STATUS()>& operation) {
+    static std::mutex capturing;  // standard output and std::cerr are one for all devices
+    const std::lock_guard lock(capturing);
     throwIfInterrupted();
     log.write(Detail::Step, "call: " + doing);
     if (report.state.flash == FlashState::Untouched) report.state.flash = FlashState::Unchanged;
@@ -97,9 +109,9 @@ void Session::call(Side side, const std::string& doing, const std::function<TAVO
 }
 
 void Session::confirm(const std::string& question) {
-    // A parent process has asked the question of the table, and no other.
-    if (options.yes || (options.asChild && command.asks != nullptr)) return;
-    if (isatty(STDIN_FILENO) != 1) {
+    // The question of the table has been asked for all of them, and no other.
+    if (options.yes || (isOneOfSeveral_ && command.asks != nullptr)) return;
+    if (isOneOfSeveral_ || isatty(STDIN_FILENO) != 1) {
         throw Failure{Exit::NeedsConfirmation, "needs confirmation: " + question, "repeat the command with -y", {}};
     }
     console().line("tavo-util: " + question + " [y/N]");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -35,6 +36,7 @@ public:
     Report report{log, progress};
     Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
+    bool hasDevice() const { return device_.has_value(); }
     /// The chosen device, locked until the command ends (Needs::Device).
     tavo::Device& device() { return *device_; }
     const tavo::Device& device() const { return *device_; }
@@ -44,6 +46,13 @@ public:
     std::string deviceName() const { return device_->name(); }
     /// The devices that the options leave (Needs::List).
     const std::vector<tavo::DeviceDescription>& attached() const { return attached_; }
+
+    /// One of several devices: the name stands before what is said of it, events have the spec. What it has to
+    /// say is kept, and a question that nobody can answer ends it.
+    void setName(const std::string& name, const std::string& spec);
+
+    /// Tells each transfer of this thread to the log, as long as it lives; null when nobody wants to know.
+    std::unique_ptr<tavo::TransferTrace> trace();
 
     /// For every operation of the service layer: shows what it tells, and stops it on Ctrl-C.
     const tavo::Control& control() const { return control_; }
@@ -67,7 +76,7 @@ private:
     void chooseDevice();
     void take(const tavo::Event& event);
 
-    std::optional<tavo::TransferTrace> trace_;
+    bool isOneOfSeveral_ = false;
     tavo::Control control_;
     std::optional<tavo::Device> device_;
     std::vector<tavo::DeviceDescription> attached_;

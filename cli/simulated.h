@@ -1,13 +1,14 @@
-// -d sim:DIR: this program runs itself again with the simulated interface in place of the hardware.
+// -d sim:DIR: this program runs itself again with simulated interfaces in place of the hardware.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace cli {
 
-/// Does not return when the simulated interface has to be preloaded first: the program starts again.
-/// Returns at once when it runs on it already. Throws Failure when it cannot be found.
-/// @param description  the text after "sim:"
-void startOnSimulatedInterface(const std::string& description, char** argv);
+/// Does not return when the simulated interfaces have to be loaded first: the program starts again.
+/// Returns at once when it runs on them already, or none is asked for. Throws Failure or tavo::Error.
+/// @param specs  what -d says
+void startOnSimulatedInterfaces(const std::vector<std::string>& specs, char** argv);
 
 }  // namespace cli

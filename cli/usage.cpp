@@ -179,8 +179,6 @@ void addDeviceOptions(CLI::App& app, GlobalOptions& options) {
     app.add_option("--usb-id", options.usbIds, "accept interfaces with other USB IDs")
         ->option_text("VVVV:PPPP")
         ->allow_extra_args(false);
-    // Given by a parent process of ours only, see several.cpp.
-    app.add_option("--as-child", options.childSpec)->group("");
 }
 
 void addOutputOptions(CLI::App& app, GlobalOptions& options) {
@@ -408,14 +406,6 @@ void takeEnvironment(GlobalOptions& options) {
     if (options.devices.empty() && !options.all && device != nullptr && *device != '\0') options.devices = {device};
 }
 
-/// A parent process has chosen the device and asked what there is to ask.
-void takeParent(GlobalOptions& options) {
-    if (options.childSpec.empty()) return;
-    options.asChild = true;
-    options.all = false;
-    options.devices = {options.childSpec};
-}
-
 /// What stands for an option's value in help; empty for a flag.
 std::string valueName(const CLI::Option& option) {
     if (option.get_type_size() == 0) return "";
@@ -476,8 +466,8 @@ std::vector<CommandWords> commandWords() {
 }
 
 Invocation readCommandLine(int argc, char** argv) {
-    // Lives as long as the process: the commands' functions refer to their arguments in it.
-    static CommandLine line;
+    // The commands' functions keep their arguments themselves.
+    CommandLine line;
     Invocation& invocation = line.invocation;
     try {
         line.app.parse(argc, argv);
@@ -490,7 +480,6 @@ Invocation readCommandLine(int argc, char** argv) {
         return invocation;
     }
     takeEnvironment(invocation.options);
-    takeParent(invocation.options);
     for (const auto& entry : line.entries) {
         if (!entry.app->parsed()) continue;
         invocation.command = entry.command;

@@ -94,12 +94,12 @@ void onProgramProgress(char percent) {
 
 void programImage(Session& session, const HexFile& file, const PrivateFile& copy, const FlashChip& chip) {
     Report& report = session.report;
-    pendingMeasure = {file.image.byteCount(),
-                      [&](int percent) { return file.bytesAtPercent[static_cast<std::size_t>(percent)]; }};
-    shown = &session.progress;
     session.progress.begin("erase", usualEraseTime(chip.size));
     session.progress.setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
     const auto status = session.tryCall("program the flash", [&] {
+        shown = &session.progress;
+        pendingMeasure = {file.image.byteCount(),
+                          [&](int percent) { return file.bytesAtPercent[static_cast<std::size_t>(percent)]; }};
         report.state.flash = FlashState::Uncertain;
         try {
             return programSpiFlash(session.info(), copy.path().c_str(), onProgramProgress);

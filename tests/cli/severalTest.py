@@ -1,5 +1,6 @@
 """Several devices side by side, and the completion scripts."""
 
+import json
 import os
 import shutil
 import signal
@@ -44,9 +45,34 @@ class SeveralDevices(ToolTest):
         for name in ("flash-00001234.hex", "flash-00005678.hex", "log-00001234", "log-00005678"):
             self.assertTrue(os.path.exists(self.path(name)), name)
 
-    def test_a_question_that_only_a_child_would_ask_is_no_yes(self):
+    def test_a_question_that_one_of_them_would_ask_is_no_yes(self):
         result = self.both("config", "set-serial", "00007777")
         self.assertExit(result, 13)
+
+    def test_one_that_is_unplugged_does_not_end_the_other(self):
+        devices = ["-d", f"sim:{self.path('one')},size=64K,pace=fast", "-d", f"sim:{self.path('two')},size=256K,serial=2"]
+        process = subprocess.Popen([TOOL, *devices, "dump", self.path("flash-{serial}.hex"), "--json"], text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=self.environment(), cwd=self.folder)
+        with process:
+            self.wait_for(process, "/256 KiB")
+            subprocess.run([os.path.join(os.path.dirname(TOOL), "tavo-sim"), "--unplug", self.path("two")], check=True)
+            out, err = process.communicate(timeout=60)
+        one, two = json.loads(out)["devices"]
+        self.assertEqual(one["exit_status"], 0, err)
+        self.assertNotEqual(two["exit_status"], 0)
+        self.assertIn("no longer attached", two["messages"][-1]["text"])
+        self.assertIn("plug it in again", two["messages"][-1]["hint"])
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith("flash-")], ["flash-00001234.hex"])
+
+    def test_simulated_and_real_ones_do_not_mix(self):
+        self.assertExit(self.run_tool(*self.device(), "-d", "usb:1-1", "info", device=False), 2)
+
+    def test_events_tell_the_devices_apart(self):
+        result = self.both("-y", "erase", "--progress", "json")
+        told = [json.loads(line) for line in result.err.splitlines()]
+        for name in ("one", "two"):
+            mine = [event["event"] for event in told if event["device"] == f"sim:{self.path(name)},pace=fast"]
+            self.assertEqual(mine, ["phase", "phase-end"])
 
     def test_they_are_asked_for_together_and_named_once(self):
         self.assertExit(self.both("erase"), 13)

@@ -1,0 +1,116 @@
+#include "cli/run.h"
+
+#include <exception>
+
+#include "tavo/service/files.h"
+
+namespace cli {
+namespace {
+
+constexpr const char* kMark = "{serial}";
+
+void openLog(Session& session) {
+    const std::string& file = session.options.logFile;
+    if (!file.empty() && !hasSerialMark(file)) session.log.open(file);
+}
+
+void replaceSerial(Session& session, const Invocation& invocation) {
+    if (!needsDevice(session.command.needs)) return;
+    const std::string& serial = session.device().description().serial;
+    for (std::string* text : invocation.texts) *text = withSerial(*text, serial);
+    const std::string& logFile = session.options.logFile;
+    if (hasSerialMark(logFile)) session.log.open(withSerial(logFile, serial));
+}
+
+Exit internal(Session& session, const std::string& what) {
+    session.report.failure({Exit::Internal, "internal error: " + what, "please report this", {}});
+    return Exit::Internal;
+}
+
+/// A device that was unplugged fails in many ways; what people need to know is that it is gone.
+bool isGone(const Session& session, const std::optional<TAVO_STATUS>& status, const std::string& text) {
+    if (!status || !session.hasDevice() || text.find("no longer attached") != std::string::npos) return false;
+    return !tavo::isStillAttached(session.device().description().path);
+}
+
+constexpr const char* kGone = ": the interface is no longer attached";
+
+const char* nextOfGone(const tavo::DeviceState& state) {
+    return state.isFlashLost() ? "plug it in again, then program the image before it is used"
+                               : "plug it in again and repeat the command";
+}
+
+tavo::Error withDeparture(const Session& session, const tavo::Error& error) {
+    if (!isGone(session, error.status, error.what())) return error;
+    tavo::Error told(error.problem, error.what() + std::string(kGone), nextOfGone(error.state));
+    told.status = error.status;
+    told.state = error.state;
+    told.details = error.details;
+    return told;
+}
+
+Failure withDeparture(const Session& session, Failure failure) {
+    if (!isGone(session, failure.status, failure.text)) return failure;
+    failure.text += kGone;
+    failure.hint = nextOfGone(session.report.state);
+    return failure;
+}
+
+Exit caught(Session& session, const std::function<Exit()>& work) {
+    try {
+        return work();
+    } catch (const tavo::Error& error) {
+        session.progress.abandon();
+        session.report.failure(withDeparture(session, error));
+        return exitOf(error);
+    } catch (const Failure& failure) {
+        session.progress.abandon();
+        session.report.failure(withDeparture(session, failure));
+        return failure.exit;
+    } catch (const Interrupted&) {
+        session.progress.abandon();
+        session.report.interrupted();
+        return Exit::Interrupted;
+    } catch (const std::exception& error) {
+        session.progress.abandon();
+        return internal(session, error.what());
+    } catch (...) {
+        session.progress.abandon();
+        return internal(session, "unknown exception");
+    }
+}
+
+}  // namespace
+
+Exit guarded(Session& session, const std::function<Exit()>& work) {
+    const Exit exit = caught(session, work);
+    if (const std::string fault = session.log.fault(); !fault.empty()) {
+        session.report.warning(fault, "free some space, or choose another file for --log");
+    }
+    return exit;
+}
+
+Exit runCommand(Session& session, const Invocation& invocation) {
+    const auto trace = session.trace();
+    openLog(session);
+    session.prepare();
+    replaceSerial(session, invocation);
+    invocation.run(session);
+    session.progress.end();
+    return session.exit;
+}
+
+bool hasSerialMark(const std::string& text) {
+    return text.find(kMark) != std::string::npos;
+}
+
+std::string withSerial(std::string text, const std::string& serial) {
+    const std::string mark = kMark;
+    const std::string name = tavo::safeName(serial);
+    for (auto at = text.find(mark); at != std::string::npos; at = text.find(mark, at + name.size())) {
+        text.replace(at, mark.size(), name);
+    }
+    return text;
+}
+
+}  // namespace cli
