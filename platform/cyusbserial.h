@@ -83,7 +83,8 @@ inline libusb_device_handle* libusbHandleOf(CY_HANDLE handle) {
 
 extern "C" {
 
-// Counts all USB devices; a device number is an index into that list, good until the next call.
+// Counts all USB devices; a device number is an index into that list, good until the next call. Ours keeps the
+// number of a device that stays plugged in, and counts the places of those that have gone.
 CY_RETURN_STATUS CyGetListofDevices(UINT8* numDevices);
 // CY_ERROR_ACCESS_DENIED without permission, CY_ERROR_INVALID_PARAMETER for a bad number,
 // CY_ERROR_DEVICE_INFO_FETCH_FAILED otherwise.

@@ -1,6 +1,7 @@
 #include "sim/bus.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -27,7 +28,7 @@ Rig& Bus::rig(unsigned index) {
 
 std::vector<Rig*> Bus::rigs() {
     first();
-    const std::lock_guard lock(mutex_);
+    const std::shared_lock lock(mutex_);
     std::vector<Rig*> all;
     for (const auto& each : rigs_) all.push_back(each.get());
     return all;
@@ -52,38 +53,57 @@ void Bus::readEnvironment() {
     }
 }
 
+Bus::Owners& Bus::ownersNear(const void* handle) {
+    constexpr std::uint64_t kGoldenRatio = 0x9E37'79B9'7F4A'7C15;  // spreads neighbours
+    return owners_[reinterpret_cast<std::uintptr_t>(handle) * kGoldenRatio >> 58];
+}
+
 Rig& Bus::ownerOf(const void* handle) {
-    Rig& otherwise = first();
-    const std::lock_guard lock(mutex_);
-    const auto found = owners_.find(handle);
-    return found == owners_.end() ? otherwise : *found->second;
+    Owners& owners = ownersNear(handle);
+    const std::lock_guard lock(owners.mutex);
+    const auto found = owners.byHandle.find(handle);
+    return found == owners.byHandle.end() ? first() : *found->second;
 }
 
 void Bus::add(const void* handle, Rig& owner) {
-    const std::lock_guard lock(mutex_);
-    owners_[handle] = &owner;
+    Owners& owners = ownersNear(handle);
+    const std::lock_guard lock(owners.mutex);
+    owners.byHandle[handle] = &owner;
 }
 
 void Bus::remove(const void* handle) {
-    const std::lock_guard lock(mutex_);
-    owners_.erase(handle);
+    Owners& owners = ownersNear(handle);
+    const std::lock_guard lock(owners.mutex);
+    owners.byHandle.erase(handle);
 }
 
 UINT8 Bus::renumber() {
     std::vector<Rig*> attached = rigs();
     std::erase_if(attached, [](Rig* each) { return !Seam::isAttached(*each); });
     const std::lock_guard lock(mutex_);
-    numbers_ = std::move(attached);
-    return static_cast<UINT8>(numbers_->size());
+    if (!numbers_) numbers_.emplace();
+    for (Number& each : *numbers_) each.isListed = false;
+    std::size_t count = 0;
+    for (Rig* rig : attached) {
+        auto own =
+            std::find_if(numbers_->begin(), numbers_->end(), [&](const Number& each) { return each.rig == rig; });
+        if (own == numbers_->end()) own = numbers_->insert(own, {rig});
+        own->isListed = true;
+        count = std::max<std::size_t>(count, own - numbers_->begin() + 1);
+    }
+    return static_cast<UINT8>(count);
 }
 
-Bus::Numbered Bus::numbered(UINT8 number) {
-    for (Rig& otherwise = first();; renumber()) {  // a host program may know the number from elsewhere
-        const std::lock_guard lock(mutex_);
-        if (!numbers_) continue;
-        const bool isListed = number < numbers_->size();
-        return {isListed ? *(*numbers_)[number] : otherwise, isListed};
+Bus::Number Bus::numbered(UINT8 number) {
+    std::shared_lock lock(mutex_);
+    while (!numbers_) {  // a host program may know the number from elsewhere
+        lock.unlock();
+        renumber();
+        lock.lock();
     }
+    if (number < numbers_->size()) return (*numbers_)[number];
+    lock.unlock();
+    return {&first()};
 }
 
 void Bus::forgetNumbers() {

@@ -2,11 +2,13 @@
 // under a lock of its own, so threads on different ones do not wait for each other.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <vector>
 
 #include "platform/cyusbserial.h"
@@ -34,14 +36,15 @@ public:
     void add(const void* handle, Rig& owner);
     void remove(const void* handle);
 
-    /// The interface behind a device number: an index into the list made last, good until the next one.
-    struct Numbered {
-        Rig& rig;
-        bool isListed;
+    /// The interface behind a device number. It keeps its number for good, as in the USB layer: a list made in one
+    /// thread must not move a number that another one is about to open.
+    struct Number {
+        Rig* rig;
+        bool isListed = false;  ///< attached when the list was made last
     };
-    Numbered numbered(UINT8 number);
-    /// Makes the list anew.
-    /// @return the number of interfaces in it
+    Number numbered(UINT8 number);
+    /// Gives numbers to those that have appeared.
+    /// @return one more than the highest number of an interface that is attached
     UINT8 renumber();
     void forgetNumbers();
 
@@ -50,10 +53,18 @@ private:
 
     std::once_flag environmentRead_;
     std::atomic<bool> isSetByTest_ = false;
-    std::mutex mutex_;  // of what follows; never held while an interface works
+    // Many small tables, and shared locks: threads on different interfaces neither wait for each other here, nor are
+    // they put in an order by it that would hide their races from a race detector.
+    struct Owners {
+        std::mutex mutex;
+        std::map<const void*, Rig*> byHandle;
+    };
+    Owners& ownersNear(const void* handle);
+    std::array<Owners, 64> owners_;
+
+    std::shared_mutex mutex_;  // of what follows; never held while an interface works
     std::vector<std::unique_ptr<Rig>> rigs_;
-    std::map<const void*, Rig*> owners_;
-    std::optional<std::vector<Rig*>> numbers_;
+    std::optional<std::vector<Number>> numbers_;  // of those that were ever attached
 };
 
 }  // namespace sim

@@ -50,11 +50,11 @@ CY_RETURN_STATUS onHandle(Function function, CY_HANDLE handle, Text line, Body b
 template <class Text, class Body>
 CY_RETURN_STATUS onNumber(Function function, UINT8 number, CY_RETURN_STATUS ifGone, Text line, Body body) {
     Bus::instance().setUpFromEnvironment();
-    const Bus::Numbered numbered = Bus::instance().numbered(number);
-    return static_cast<CY_RETURN_STATUS>(Seam::call(numbered.rig, function, line, [&](State& state) -> int {
+    const Bus::Number numbered = Bus::instance().numbered(number);
+    return static_cast<CY_RETURN_STATUS>(Seam::call(*numbered.rig, function, line, [&](State& state) -> int {
         if (!numbered.isListed) return CY_ERROR_INVALID_PARAMETER;
         if (!state.isAttached()) return ifGone;
-        return body(numbered.rig, state);
+        return body(*numbered.rig, state);
     }));
 }
 

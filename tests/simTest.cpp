@@ -715,10 +715,14 @@ TEST_F(SimBusTest, AnUnpluggedBoardAnswersAsAMissingDeviceAndComesBackAnew) {
     EXPECT_EQ(ldv_read(channel, message, sizeof message), LDV_DEVICE_ERR);
     EXPECT_EQ(ldv_write(channel, message, 1), LDV_DEVICE_ERR);
     CY_HANDLE late = nullptr;
-    EXPECT_EQ(CyOpen(0, 0, &late), CY_ERROR_DEVICE_NOT_FOUND) << "its number of the last list";
+    EXPECT_EQ(CyOpen(0, 0, &late), CY_ERROR_DEVICE_NOT_FOUND) << "its number";
     EXPECT_EQ(portPath(0), "");
-    EXPECT_EQ(listed(), 1u);
-    EXPECT_EQ(serialNumber(0), "00005678");
+    EXPECT_EQ(listed(), 2u) << "the other one keeps its number";
+    EXPECT_EQ(serialNumber(0), "");
+    EXPECT_EQ(serialNumber(1), "00005678");
+    other.unplug();
+    EXPECT_EQ(listed(), 0u);
+    other.plug();
 
     rig.plug();
     EXPECT_THAT(answers(), testing::Each(CY_ERROR_DEVICE_NOT_FOUND)) << "the handle is the old device's";
