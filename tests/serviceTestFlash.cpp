@@ -258,26 +258,31 @@ TEST_F(Flash, AFailureTellsWhatIsStillHeldToo) {
 }
 
 TEST_F(Flash, AnInterfaceThatWasUnpluggedIsToldAsThat) {
-    device();
-    for (const auto& [from, flash] : {std::pair(3U, "flash contents unchanged"),
-                                      std::pair(20U, "flash incomplete: part of the image is missing")}) {
+    struct Case {
+        unsigned transfer;
+        std::function<void()> run;
+        const char* flash;
+    };
+    const Case cases[] = {
+        {3, [this] { readFlash(device(), control()); }, "flash contents unchanged"},
+        {20, [this] { programFlash(device(), image, {}, control()); },
+         "flash incomplete: part of the image is missing"},
+    };
+    for (const Case& each : cases) {
         fresh();
         device();
-        const unsigned transfer = from;
-        observe = [&, transfer](const tavo::Event& event) {
+        observe = [&](const tavo::Event& event) {
             if (event.kind != tavo::Event::Kind::PhaseBegins) return;
             for (const char* function :
                  {"CyOpen", "CySetGpioValue", "CyGetGpioValue", "CyGetDeviceInfo", "CyGetPortPath"})
                 rig.failFrom(function, 1, CY_ERROR_DEVICE_NOT_FOUND);
-            rig.failFrom("CySpiReadWrite", transfer, CY_ERROR_DEVICE_NOT_FOUND);
+            rig.failFrom("CySpiReadWrite", each.transfer, CY_ERROR_DEVICE_NOT_FOUND);
         };
-        const auto run = [&] {
-            transfer == 3 ? (readFlash(device(), control()), 0) : (programFlash(device(), image, {}, control()), 0);
-        };
-        const tavo::Error error = failureOf(run);
+        const tavo::Error error = failureOf(each.run);
+        EXPECT_EQ(error.problem, Problem::NoDevice);
         EXPECT_THAT(error.what(), HasSubstr("no longer attached"));
         EXPECT_THAT(error.hint, HasSubstr("plug it in again, then "));
-        EXPECT_EQ(error.state.text(), flash);  // without power nothing is held
+        EXPECT_EQ(error.state.text(), each.flash);  // without power nothing is held
         observe = nullptr;
     }
     fresh();
@@ -332,12 +337,7 @@ TEST_F(Flash, TheStepThatFailedIsNamed) {
 
 // ---- what is remembered
 
-TEST_F(Flash, ARunIsRememberedFromBeforeTheEraseToItsSuccess) {
-    observe = [this](const tavo::Event& event) {
-        if (event.phase == tavo::Phase::Erase) {
-            EXPECT_TRUE(remembered());
-        }
-    };
+TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
     tavo::ProgramOptions how;
     how.backup = folder + "/before.hex";
     how.imageName = folder + "/new.hex";
@@ -378,6 +378,9 @@ TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
     fresh();
     eraseFlash(device());
     EXPECT_FALSE(remembered());
+    rig.fail("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);  // so does program, before its erase
+    EXPECT_EQ(failureOfProgram().state.flash, FlashState::Uncertain);
+    EXPECT_TRUE(remembered());
 }
 
 TEST_F(Flash, AHostThatCannotRememberIsToldAndMayProgram) {
@@ -398,6 +401,9 @@ TEST_F(Flash, PagesThatNeededAnotherAttemptAreTold) {
     EXPECT_TRUE(holds(image));
     EXPECT_THAT(result.retries, ElementsAre(0x100u, 0x200u));
     EXPECT_THAT(warnings, ElementsAre("2 pages needed more than one attempt: 0x000100, 0x000200"));
+    rig.fail("CySpiReadWrite", 12, CY_ERROR_PIPE_HALTED);  // the first Page Program, after ID, erase and Write Enable
+    EXPECT_THAT(programFlash(device(), image).retries, ElementsAre(0x20u));
+    EXPECT_TRUE(holds(image));
     for (const unsigned lost : {1, 2, 3}) rig.loseProgram(lost);
     const tavo::Error error = failureOfProgram();
     EXPECT_THAT(error.what(), HasSubstr("3 attempts failed at 0x000020: it does not hold what was written"));
@@ -450,7 +456,13 @@ TEST_F(Flash, ACancellationEndsAtTheNextPageOrChunk) {
     EXPECT_TRUE(remembered());
 
     token.reset();
-    cancelIn(tavo::Phase::Erase, tavo::Event::Kind::StopNote);  // cannot be stopped: told as erased, at its end
+    eraseFlash(device());
+    cancelIn(tavo::Phase::Erase, tavo::Event::Kind::StopNote);  // just before it: nothing was changed
+    EXPECT_EQ(failureOfProgram().state.flash, FlashState::Unchanged);
+    EXPECT_FALSE(remembered());
+
+    token.reset();
+    cancelIn(tavo::Phase::Erase, tavo::Event::Kind::Step);  // cannot be stopped: told as erased, at its end
     EXPECT_EQ(failureOfProgram().state.flash, FlashState::Erased);
 
     token.reset();
@@ -476,8 +488,8 @@ TEST_F(Flash, AFlashThatReadsFFForEverIsAFailureAndCanBeCancelled) {
             rig.keepJournal = false;
             token.reset();
             observe = [&](const tavo::Event& event) {
-                const bool works = event.kind == tavo::Event::Kind::StopNote || event.phase == tavo::Phase::Program;
-                if (cancelled && works) token.cancel();
+                const bool erases = event.kind == tavo::Event::Kind::Step && event.phase == tavo::Phase::Erase;
+                if (cancelled && (erases || event.phase == tavo::Phase::Program)) token.cancel();
             };
             if (cancelled && answered == 20) {  // in the middle of a page
                 observe = [&](const tavo::Event& event) {

@@ -1,6 +1,6 @@
 #include "cli/commands/commands.h"
-#include "cli/flashRead.h"
 #include "cli/session.h"
+#include "tavo/service/flash.h"
 
 namespace cli {
 namespace {
@@ -8,19 +8,15 @@ namespace {
 void blankCheck(Session& session) {
     Report& report = session.report;
     if (session.options.dryRun) return report.note("would read the flash of " + session.deviceName());
-    const FlashChip chip = inspectFlash(session);
-    requireAddressable(chip);
-    const Image image = readChip(session, chip);
-    const Comparison comparison = compare(Image(), image, chip.size, true);
-    report.result["blank"] = comparison.equal();
+    const auto check = tavo::blankCheckFlash(session.device(), session.control());
+    session.report.state = check.state;
+    report.result["blank"] = check.blank;
     report.result["first"] = nullptr;
-    report.result["pages"] = comparison.pages;
-    if (comparison.equal()) return report.note("blank: " + sizeText(chip.size) + " of FF");
+    report.result["pages"] = check.pages;
+    if (check.blank) return report.note("blank: " + sizeText(check.chip.size) + " of FF");
     session.exit = Exit::Differs;
-    const Difference& first = comparison.differences.front();
-    report.result["first"] = first.range.first;
-    report.line("not blank: first at " + hexAddress(first.range.first) + " (" + countText(comparison.pages, "page") +
-                ")");
+    report.result["first"] = *check.first;
+    report.line("not blank: first at " + hexAddress(*check.first) + " (" + countText(check.pages, "page") + ")");
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
+#include <unistd.h>
+
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/flashRead.h"
 #include "cli/session.h"
+#include "tavo/service/files.h"
+#include "tavo/service/flash.h"
 
 namespace cli {
 namespace {
@@ -14,27 +17,38 @@ struct Options {
 
 void dump(Session& session, const Options& options) {
     Report& report = session.report;
+    const bool toOutput = options.file == "-";
+    if (toOutput && report.isJson()) {
+        throw tavo::Error(tavo::Problem::BadArgument, "the image and the JSON object cannot share standard output",
+                          "name a file, or leave --json out");
+    }
+    tavo::WriteOptions how;
+    how.format = tavo::dumpFormat(options.file);
     if (session.options.dryRun) {
         report.note("would read the whole flash of " + session.deviceName() + " into " + options.file);
         return;
     }
-    NewFile out(options.file, options.force);
-    const FlashChip chip = inspectFlash(session);
-    requireAddressable(chip);
-    const Image image = dumpChip(session, chip, "dump", out.descriptor(), out.temporaryPath(), options.file);
-    out.commit();
-    const std::string sha256 = sha256Of(image, chip.size);
+    std::unique_ptr<tavo::NewFile> out;
+    if (!toOutput) out = std::make_unique<tavo::NewFile>(options.file, options.force);
+    const auto read = tavo::readFlash(session.device(), session.control());
+    session.report.state = read.state;
+    tavo::writeImage(read.contents, toOutput ? STDOUT_FILENO : out->descriptor(), options.file, how);
+    if (toOutput) return;
+    out->commit();
+    const std::string sha256 = read.contents.identity();
     report.result["file"] = options.file;
-    report.result["bytes"] = chip.size;
+    report.result["bytes"] = read.chip.size;
     report.result["sha256"] = sha256;
-    report.note(sizeText(chip.size) + " in " + options.file + ", sha256 " + sha256);
+    report.note(sizeText(read.chip.size) + " in " + options.file + ", sha256 " + sha256);
 }
 
 }  // namespace
 
 Run declareDump(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    arguments.required("FILE", options->file, "the Intel HEX file to write; {serial} stands for the serial number");
+    arguments.required("FILE", options->file,
+                       "the file to write: Intel HEX, .srec S-record, .bin raw binary, - standard output; {serial} "
+                       "stands for the serial number");
     arguments.isOutput(options->file);
     arguments.flag("-f,--force", options->force, "replace FILE if it exists");
     return [options](Session& session) { dump(session, *options); };

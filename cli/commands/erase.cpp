@@ -1,7 +1,6 @@
 #include "cli/commands/commands.h"
-#include "cli/flashAccess.h"
 #include "cli/session.h"
-#include "tavo/flash.h"
+#include "tavo/service/flash.h"
 
 namespace cli {
 namespace {
@@ -13,25 +12,10 @@ void erase(Session& session) {
         report.note("would erase the whole flash of " + session.deviceName() + "; nothing was done");
         return;
     }
-    const FlashChip chip = inspectFlash(session);
-    const Stopwatch watch;
-    session.progress.begin("erase", usualEraseTime(chip.size));
-    session.progress.setStopNote("Ctrl-C noted: a chip erase cannot be stopped, waiting for its end");
-    const TAVO_STATUS status = session.tryCall("erase the flash", [&] {
-        report.state.flash = FlashState::Uncertain;
-        return eraseSpiFlash(session.info());
-    });
-    if (status != TAVO_SUCCESS) {
-        Failure failure = libraryFailure(status, Side::Bridge, "erase the flash of " + session.deviceName());
-        failure.exit = Exit::FailedFlashLost;
-        failure.hint = "repeat the erase, or program an image; replug the interface if that fails too";
-        throw failure;
-    }
-    report.state.flash = FlashState::Erased;
-    session.progress.end();
-    throwIfInterrupted();
-    report.result["seconds"] = watch.seconds();
-    report.note("erased " + sizeText(chip.size) + " in " + secondsText(watch.seconds()));
+    const auto done = tavo::eraseFlash(session.device(), session.control());
+    session.report.state = done.state;
+    report.result["seconds"] = done.seconds;
+    report.note("erased " + sizeText(done.chip.size) + " in " + secondsText(done.seconds));
 }
 
 }  // namespace

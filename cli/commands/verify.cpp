@@ -1,9 +1,10 @@
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/flashRead.h"
 #include "cli/session.h"
+#include "tavo/service/flash.h"
 
 namespace cli {
 namespace {
@@ -15,7 +16,7 @@ struct Options {
     bool restBlank = false;
 };
 
-Json json(const Difference& difference) {
+Json json(const tavo::Difference& difference) {
     return {{"first", difference.range.first},
             {"last", difference.range.last},
             {"bytes", difference.bytes},
@@ -23,7 +24,7 @@ Json json(const Difference& difference) {
             {"flash", difference.found}};
 }
 
-std::string text(const Difference& difference) {
+std::string text(const tavo::Difference& difference) {
     char bytes[48];
     if (difference.wanted)
         std::snprintf(bytes, sizeof bytes, "file %02X, flash %02X", *difference.wanted, difference.found);
@@ -32,11 +33,11 @@ std::string text(const Difference& difference) {
     return hexAddress(difference.range.first) + ": " + bytes;
 }
 
-std::string extent(const Difference& difference) {
+std::string extent(const tavo::Difference& difference) {
     return " (" + countText(difference.bytes, "byte") + " up to " + hexAddress(difference.range.last) + ")";
 }
 
-void tell(Session& session, const Comparison& comparison) {
+void tell(Session& session, const tavo::Comparison& comparison) {
     Report& report = session.report;
     report.result["equal"] = comparison.equal();
     report.result["pages_different"] = comparison.pages;
@@ -56,16 +57,16 @@ void tell(Session& session, const Comparison& comparison) {
 
 void verify(Session& session, const Options& options) {
     session.progress.begin("check");
-    const PrivateFile copy;
-    const HexFile file = readHexFile(options.file, {}, &copy);
-    if (!file.isGood()) throw refusal(options.file, file);
-    session.progress.end(countText(file.touchedPages(), "page"));
+    tavo::ReadOptions reading;
+    reading.strict = true;
+    const tavo::ImageFile file = tavo::checkImage(options.file, reading);
+    if (!file.isGood()) throw tavo::refusal(options.file, file);
+    session.progress.end(countText(file.image.touchedPages(), "page"));
     if (session.options.dryRun) return session.report.note("would read the flash and compare");
-    const FlashChip chip = inspectFlash(session);
-    requireAddressable(chip);
-    requireFits(options.file, file, copy, chip);
-    const Image image = readChip(session, chip);
-    tell(session, compare(file.image, image, chip.size, options.restBlank));
+    const tavo::VerifyOptions how{options.restBlank, &file, options.file};
+    const auto done = tavo::verifyFlash(session.device(), file.image, how, session.control());
+    session.report.state = done.state;
+    tell(session, done.comparison);
 }
 
 }  // namespace

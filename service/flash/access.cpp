@@ -60,7 +60,7 @@ Error andStillHeld(const Error& error, const Operation& op) {
 }
 
 Error andGone(const Error& error, const DeviceState& state) {
-    Error now(error.problem, std::string(error.what()) + ": the interface is no longer attached",
+    Error now(Problem::NoDevice, std::string(error.what()) + ": the interface is no longer attached",
               "plug it in again, then " + (state.isFlashLost() ? error.hint : "repeat the command"));
     now.status = error.status;
     now.details = error.details;
@@ -161,9 +161,9 @@ void FlashAccess::requireReleased() {
     if (op_.state.isSomethingHeld() || isUnknown(op_.state)) op_.fail(stillHeld(op_));
 }
 
-void FlashAccess::fail(Error error) {
+void FlashAccess::fail(const Error& error) {
     release();
-    if (!touched_) op_.fail(std::move(error));
+    if (!touched_) op_.fail(error);
     if (isGone(error, op_)) {
         // Without power nothing is held; it starts afresh when it is plugged in.
         op_.state.resetLine = op_.state.serviceLine = LineState::NotLooked;
@@ -171,7 +171,7 @@ void FlashAccess::fail(Error error) {
         op_.fail(andGone(error, op_.state));
     }
     if (op_.state.isSomethingHeld()) op_.fail(andStillHeld(error, op_));
-    op_.fail(std::move(error));
+    op_.fail(error);
 }
 
 void waitForBoot(Operation& op) {

@@ -36,7 +36,7 @@ public:
     /// After release: throws Error when something is still held, or cannot be seen to be released.
     void requireReleased();
     /// Ends the operation with that failure, after the release, told as things are now.
-    [[noreturn]] void fail(Error error);
+    [[noreturn]] void fail(const Error& error);
 
 private:
     void lookAtScb0();
@@ -75,6 +75,9 @@ auto withFlash(Operation& op, long settleMs, Work work) {
         access.fail(error);
     }
 }
+
+/// Unprotects and erases the whole chip. Raises the state before.
+TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& chip);
 
 /// The Neuron starts with what is in the flash now: the time that the library gives it.
 void waitForBoot(Operation& op);

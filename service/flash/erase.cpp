@@ -6,17 +6,15 @@
 namespace tavo {
 namespace {
 
-void erase(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
-    op.throwIfCancelled();
-    rememberChange(op, {}, {}, {});
+void eraseByWish(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
     op.begin(Phase::Erase, usualEraseTime(chip.size));
     op.stopNote(kEraseStopNote);
-    op.step("call: erase the flash");
-    op.state.flash = FlashState::Uncertain;
-    CY_RETURN_STATUS status = driver.unprotect();
-    if (status == CY_SUCCESS) status = driver.eraseChip(chip.size);
-    if (status != CY_SUCCESS) {
-        Error error = statusError(cypressToTavo(status), Side::Bridge, "erase the flash of " + op.device.name());
+    const TAVO_STATUS status = op.tryCall("erase the flash", [&] {
+        rememberChange(op, {}, {}, {});
+        return eraseAll(op, driver, chip);
+    });
+    if (status != TAVO_SUCCESS) {
+        Error error = statusError(status, Side::Bridge, "erase the flash of " + op.device.name());
         error.hint = "repeat the erase, or program an image; replug the interface if that fails too";
         op.fail(error);
     }
@@ -27,11 +25,17 @@ void erase(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
 
 }  // namespace
 
+TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
+    op.state.flash = FlashState::Uncertain;
+    if (const auto status = driver.unprotect(); status != CY_SUCCESS) return cypressToTavo(status);
+    return cypressToTavo(driver.eraseChip(chip.size));
+}
+
 EraseResult eraseFlash(Device& device, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettleBeforeErase, [&](const FlashDriver& driver, const FlashChip& chip) {
         const auto start = std::chrono::steady_clock::now();
-        erase(op, driver, chip);
+        eraseByWish(op, driver, chip);
         op.throwIfCancelled();
         return EraseResult{chip, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), {}};
     });

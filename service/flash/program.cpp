@@ -36,7 +36,6 @@ public:
         requireFits(op_, image_, chip, options_.imageName, options_.file);
         if (!lookBefore(driver)) return result_;
         op_.throwIfCancelled();
-        rememberChange(op_, options_.imageName, image_.identity(), result_.backup);
         try {
             erase(driver);
             writePages(driver);
@@ -105,12 +104,12 @@ void Programming::keep(const Image& contents) {
 void Programming::erase(const FlashDriver& driver) {
     op_.begin(Phase::Erase, usualEraseTime(result_.chip.size));
     op_.stopNote(kEraseStopNote);
-    op_.step("call: program the flash");
-    op_.state.flash = FlashState::Uncertain;
-    CY_RETURN_STATUS status = driver.unprotect();
-    if (status == CY_SUCCESS) status = driver.eraseChip(result_.chip.size);
-    if (status != CY_SUCCESS) {
-        op_.fail(statusError(cypressToTavo(status), Side::Bridge, "erase the flash of " + op_.device.name()));
+    const TAVO_STATUS status = op_.tryCall("program the flash", [&] {
+        rememberChange(op_, options_.imageName, image_.identity(), result_.backup);
+        return eraseAll(op_, driver, result_.chip);
+    });
+    if (status != TAVO_SUCCESS) {
+        op_.fail(statusError(status, Side::Bridge, "erase the flash of " + op_.device.name()));
     }
     op_.state.flash = FlashState::Erased;
     op_.end();

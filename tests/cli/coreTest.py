@@ -344,9 +344,10 @@ class Output(ToolTest):
         shares = [event["percent"] for event in events if event["event"] == "progress"]
         self.assertEqual(shares, sorted(shares))
         self.assertEqual(shares[-1], 100)
-        self.assertEqual([e["phase"] for e in events if e["event"] == "phase"], ["check", "erase", "program", "verify"])
+        self.assertEqual([e["phase"] for e in events if e["event"] == "phase"],
+                         ["check", "erase", "program", "verify", "boot"])
 
-    def test_the_log_holds_the_steps_and_what_the_library_said(self):
+    def test_the_log_holds_the_steps_and_their_results(self):
         self.run_tool("--log", "run.log", "-q", "erase", "-y")
         text = self.read("run.log").decode()
         self.assertIn("call: erase the flash", text)

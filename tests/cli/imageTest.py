@@ -6,6 +6,7 @@ import random
 import resource
 import shutil
 import signal
+import time
 import unittest
 
 from tool import END, MIB, ToolTest, image, noise, record
@@ -259,16 +260,41 @@ class Program(ToolTest):
                 self.assertEqual((told["exit_status"], told["flash_state"]), (code, state))
                 self.assertTrue(told["messages"][0]["hint"])
 
-    def test_one_lost_program_is_made_good_by_the_next_attempt(self):
-        self.assertExit(self.run_tool("program", self.write("image.hex", GOOD), sim=["lose-program=2"]), 0)
+    def test_one_lost_program_is_made_good_by_the_next_attempt_and_told(self):
+        result = self.run_tool("program", self.write("image.hex", GOOD), "--json", sim=["lose-program=2"])
+        self.assertExit(result, 0)
         self.assertEqual(self.flash()[:600], noise(600))
+        self.assertEqual(result.json["result"]["retries"], [256])
+        self.assertIn("1 page needed more than one attempt: 0x000100", result.err)
 
-    def test_a_full_temporary_folder_leaves_the_device_alone(self):
+    def test_a_dead_flash_is_neither_waited_for_nor_in_the_way_of_ctrl_c(self):
+        path = self.write("image.hex", GOOD)
+        for answers, code, text in ((0, 10, "no flash answers"), (15, 11, "the flash stays busy: a page program")):
+            result = self.run_tool("program", path, sim=[f"dead-flash={answers}"])
+            self.assertExit(result, code)
+            self.assertIn(text, result.err)
+        for number in (signal.SIGINT, signal.SIGTERM):
+            with self.start_tool("-v", "program", path, sim=["dead-flash=4"]) as process:
+                self.wait_for(process, "call: program the flash")
+                start = time.monotonic()
+                result = self.interrupt_when(process, "", number)
+            self.assertExit(result, 130)
+            self.assertLess(time.monotonic() - start, 2)
+            self.assertErrorForm(result, "the flash may be partly erased; treat it as incomplete")
+
+    def test_scb0_as_i2c_is_told_with_its_remedy(self):
+        self.assertExit(self.run_tool("-y", "scb0", "i2c"), 0)
+        result = self.run_tool("program", self.write("image.hex", GOOD))
+        self.assertExit(result, 10)
+        self.assertErrorForm(result, "device not touched", "I2C")
+        self.assertIn("tavo-util scb0 spi", result.err)
+
+    def test_a_full_temporary_folder_plays_no_part(self):
         path = self.write("image.hex", image((0, noise(200000))))
         self.run_tool("list")
         result = self.run_tool("program", path, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536)))
-        self.assertExit(result, 8)
-        self.assertErrorForm(result, "device not touched", "cannot write the private copy")
+        self.assertExit(result, 0)
+        self.assertEqual(self.flash()[:200000], noise(200000))
 
     def test_an_absent_chip_is_found_before_the_erase(self):
         result = self.run_tool("program", self.write("image.hex", GOOD), sim=["jedec=40"])
@@ -293,6 +319,42 @@ class Program(ToolTest):
             result = self.interrupt_when(process, "call: program the flash")
             self.assertExit(result, 130)
             self.assertIn("a chip erase cannot be stopped", result.err)
+
+
+class LetGo(ToolTest):
+    """Success is only told of an interface that was seen to be let go."""
+
+    def test_a_reset_line_or_an_scb0_that_stays_held_is_a_failure_that_names_recover(self):
+        path = self.write("image.hex", GOOD)
+        for args, lost in ((["program", path], 0), (["verify", path], 0), (["dump", "-f", self.path("d.hex")], 0),
+                           (["erase", "-y"], 1)):
+            for fault, held in (("CySetGpioValue@2+:11", "the Neuron is held in reset (pin 8 low)"),
+                                ("CySetSpiConfig@2+:11", "SCB0 is still SPI master beside the Neuron")):
+                with self.subTest(args[0], fault=fault):
+                    result = self.run_tool("--json", *args, sim=["fault=" + fault])
+                    self.assertExit(result, 10 + lost)
+                    self.assertIn(held, result.json["state"])
+                    self.assertIn("tavo-util recover", result.json["messages"][-1]["hint"])
+                    self.assertExit(self.run_tool("recover"), 0)
+                once = self.run_tool("--json", *args, sim=["fault=" + fault.replace("+", "")])
+                self.assertEqual((once.code in (0, 9), once.json["messages"]), (True, []))
+
+    def test_what_a_killed_run_left_is_remembered_and_put_right_by_the_next(self):
+        path, backup = self.write("image.hex", image((0, noise(MIB // 4)))), self.path("before.hex")
+        with self.start_tool("program", path, "--backup", backup, sim=["pace=real", "size=256K"]) as process:
+            self.wait_for(process, "program: 10 %")
+            process.kill()
+            process.communicate()
+        told = self.run_tool("--json", "verify", path).json
+        self.assertEqual((told["exit_status"], told["flash_state"]), (9, "incomplete"))
+        with self.start_tool("program", path, "--backup", self.path("half.hex"), sim=["pace=real"]) as process:
+            result = self.interrupt_when(process, "program: 10 %")
+        self.assertExit(result, 130)
+        self.assertIn("what was in the flash before is in " + self.path("half.hex"), result.err)
+        self.assertIn("what was there before is in " + backup, result.err)
+        self.assertEqual(self.run_tool("--json", "program", path).json["flash_state"], "programmed")
+        told = self.run_tool("--json", "verify", path).json
+        self.assertEqual((told["exit_status"], told["flash_state"]), (0, "unchanged"))
 
 
 class Erase(ToolTest):

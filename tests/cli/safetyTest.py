@@ -29,10 +29,20 @@ class Dump(ToolTest):
                 if intelhex:
                     self.assertEqual(intelhex.IntelHex(self.path("dump.hex")).tobinstr(), chip)
 
-    def test_what_the_library_prints_stays_out_of_the_output(self):
-        result = self.run_tool("dump", self.path("dump.hex"), "--log", self.path("log"))
-        self.assertNotIn("FlashSize", result.out + result.err)
-        self.assertIn(b"library: FlashSize: 1048576 Bytes", self.read("log"))
+    def test_the_name_tells_the_format_and_a_dash_is_standard_output(self):
+        self.fill_flash(noise(3000))
+        for name, start in (("d.hex", b":20000000"), ("d", b":"), ("d.srec", b"S"), ("d.bin", noise(3000))):
+            with self.subTest(name):
+                result = self.run_tool("dump", self.path(name))
+                self.assertExit(result, 0)
+                self.assertEqual(len(result.out.splitlines()), 1)
+                self.assertTrue(self.read(name).startswith(start))
+        self.assertEqual(self.read("d.bin"), self.flash())
+        self.assertEqual(self.run_tool("dump", "-").out.encode(), self.read("d.hex"))
+        for args in (["dump", self.path("d.elf")], ["dump", self.path("d.hex.gz")], ["dump", "-", "--json"],
+                     ["program", "--backup", self.path("b.elf"), self.path("d.hex")]):
+            self.assertExit(self.run_tool(*args), 2)
+        self.assertEqual(self.whats_there(), ["d", "d.bin", "d.hex", "d.srec"])
 
     def test_an_existing_file_or_folder_is_left_alone(self):
         self.write("there.hex", ["mine"])
@@ -63,7 +73,7 @@ class Dump(ToolTest):
         self.assertIn("File too large", full.err)
         broken = self.run_tool("dump", self.path("dump.hex"), sim=["fault=CySpiReadWrite@900:12"])
         self.assertExit(broken, 10)
-        self.assertErrorForm(broken, "flash contents unchanged", "TAVO_REQUEST_FAILED 13")
+        self.assertErrorForm(broken, "flash contents unchanged", "TAVO_PIPE_HALTED 19")
         self.assertEqual(self.whats_there(), [])
 
     def test_ctrl_c_leaves_no_file_and_the_device_free(self):
@@ -182,6 +192,16 @@ class ProgramSafely(ToolTest):
         self.assertEqual(first["result"]["pages_written"], 3)
         again = self.run_tool("--json", "program", "--if-different", self.image, "--backup", self.path("b.hex")).json
         self.assertEqual((again["result"]["up_to_date"], again["flash_state"]), (True, "unchanged"))
+        self.assertFalse(os.path.exists(self.path("b.hex")))
+        self.assertEqual(self.run_tool("program", "--if-different", self.image).out,
+                         "already up to date: nothing erased, nothing written\n")
+
+    def test_a_dry_run_fails_as_the_real_run_would_and_names_every_step(self):
+        self.write("there.hex", ["mine"])
+        result = self.run_tool("-n", "program", self.image, "--backup", self.path("there.hex"))
+        self.assertExit(result, 8)
+        told = self.run_tool("-n", "--json", "program", self.image, "--backup", self.path("b.hex"), "--if-different").json
+        self.assertEqual(told["result"]["planned"], ["compare", "backup", "erase", "program", "verify"])
         self.assertFalse(os.path.exists(self.path("b.hex")))
 
     def test_program_dump_program_is_a_fixed_point(self):
