@@ -1,14 +1,15 @@
-// A picture of an image in its chip.
+// A chip as a picture of letters.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "cli/image.h"
+#include "tavo/service/image.h"
 
 namespace cli {
 
-/// @param flashSize  bytes; 0: the smallest power of two that holds the image
-std::vector<std::string> drawMap(const Image& image, std::uint32_t flashSize);
+/// A line of explanation, then the grid row by row, each with its address.
+/// @param legend  what the letters mean
+std::vector<std::string> drawMap(const tavo::ImageMap& map, const std::string& legend);
 
 }  // namespace cli

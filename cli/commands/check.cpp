@@ -2,9 +2,9 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/hexImage.h"
 #include "cli/imageMap.h"
 #include "cli/session.h"
+#include "tavo/service/imageFile.h"
 
 namespace cli {
 namespace {
@@ -15,52 +15,56 @@ struct Options {
     bool map = false;
 };
 
-void fillResult(Json& result, const HexFile& file) {
-    result["pages"] = file.touchedPages();
+constexpr const char* kLegend = "# data  + partly  f all FF  . no data (stays erased)";
+
+void fillResult(Json& result, const tavo::ImageFile& file) {
+    result["pages"] = file.image.touchedPages();
     result["blank_pages"] = file.image.blankPages();
     result["bytes"] = file.image.byteCount();
     result["ranges"] = Json::array();
     for (const auto& range : file.image.ranges()) {
         result["ranges"].push_back({{"first", range.first}, {"last", range.last}});
     }
-    result["eof"] = file.endOfFile;
+    result["eof"] = file.endOfFileRecord;
     result["sha256"] = file.sha256.empty() ? Json(nullptr) : Json(file.sha256);
     result["error_count"] = file.faultCount;
     result["errors"] = Json::array();
     for (const auto& fault : file.faults) {
-        result["errors"].push_back({{"line", fault.line == 0 ? Json(nullptr) : Json(fault.line)},
-                                    {"text", fault.text},
-                                    {"hint", fault.remedy}});
+        result["errors"].push_back(
+            {{"line", fault.line == 0 ? Json(nullptr) : Json(fault.line)}, {"text", fault.text}, {"hint", fault.hint}});
     }
 }
 
-void listFaults(Report& report, const HexFile& file) {
-    for (const auto& fault : file.faults) report.line(faultText(fault) + " - " + fault.remedy);
+void listFaults(Report& report, const tavo::ImageFile& file) {
+    for (const auto& fault : file.faults) report.line(tavo::faultText(fault) + " - " + fault.hint);
     if (file.faultCount > file.faults.size()) {
-        report.line("and " + countText(file.faultCount - file.faults.size(), "more fault"));
+        report.line("and " + tavo::countText(file.faultCount - file.faults.size(), "more fault"));
     }
 }
 
-std::string summary(const HexFile& file) {
+std::string summary(const tavo::ImageFile& file) {
     const auto ranges = file.image.ranges();
-    return "OK: " + countText(file.touchedPages(), "page") + ", " + hexAddress(ranges.front().first) + "-" +
-           hexAddress(ranges.back().last) + ", " + countText(ranges.size() - 1, "gap") +
+    return "OK: " + tavo::countText(file.image.touchedPages(), "page") + ", " + tavo::hexAddress(ranges.front().first) +
+           "-" + tavo::hexAddress(ranges.back().last) + ", " + tavo::countText(ranges.size() - 1, "gap") +
            ", end of file record present, sha256 " + file.sha256;
 }
 
 void check(Session& session, const Options& options) {
-    const HexLimits limits{std::min(options.flashSize.value_or(kAddressable), kAddressable)};
-    const HexFile file = readHexFile(options.file, limits, nullptr);
+    tavo::ReadOptions reading;
+    reading.strict = true;
+    reading.chipSize = std::min<std::uint32_t>(options.flashSize.value_or(tavo::kAddressable), tavo::kAddressable);
+    const tavo::ImageFile file = tavo::checkImage(options.file, reading);
     fillResult(session.report.result, file);
     if (!file.isGood()) {
         listFaults(session.report, file);
-        Failure failure = refusal(options.file, file);
-        failure.text = options.file + " refused: " + countText(file.faultCount, "fault");
-        throw failure;
+        throw tavo::Error(tavo::Problem::FileRefused,
+                          options.file + " refused: " + tavo::countText(file.faultCount, "fault"),
+                          file.faults.front().hint);
     }
     session.report.note(summary(file));
     if (!options.map) return;
-    for (const auto& line : drawMap(file.image, options.flashSize.value_or(0))) session.report.line(line);
+    const tavo::ImageMap map = tavo::mapImage(file.image, options.flashSize.value_or(0));
+    for (const auto& line : drawMap(map, kLegend)) session.report.line(line);
 }
 
 }  // namespace

@@ -187,17 +187,21 @@ void HexReader::place(std::uint64_t line, const HexRecord& record) {
     }
     if (!addressesKnown_) return;
     if (inSegment_) return placeInSegment(line, record);
-    if (rewrite_ && record.offset() + record.length() > kBlock) collector_.change(Change::Divided);
     collector_.place(line, std::uint64_t{base_} + record.offset(), record.data(), record.length());
 }
 
-/// Offsets wrap at 64 KiB inside a segment: the bytes behind the wrap lie at the segment's start.
+/// Offsets wrap at 64 KiB inside a segment: the bytes behind the wrap lie at the segment's start. Without
+/// segments a record that crosses a multiple of 64 KiB has to become two.
 void HexReader::placeInSegment(std::uint64_t line, const HexRecord& record) {
     const std::size_t beforeWrap = std::min<std::size_t>(record.length(), kBlock - record.offset());
     const std::uint64_t first = std::uint64_t{base_} + record.offset();
-    if (beforeWrap < record.length() || (rewrite_ && first / kBlock != (first + beforeWrap - 1) / kBlock))
-        collector_.change(Change::Divided);
-    collector_.place(line, first, record.data(), beforeWrap);
+    const std::size_t beforeBlock = std::min<std::size_t>(beforeWrap, kBlock - first % kBlock);
+    const bool isDivided = beforeWrap < record.length() || (rewrite_ && beforeBlock < beforeWrap);
+    if (isDivided) collector_.change(Change::Divided);
+    collector_.place(line, first, record.data(), beforeBlock);
+    if (beforeBlock < beforeWrap) {
+        collector_.place(line, first + beforeBlock, record.data() + beforeBlock, beforeWrap - beforeBlock);
+    }
     if (beforeWrap == record.length()) return;
     collector_.place(line, base_, record.data() + beforeWrap, record.length() - beforeWrap);
 }

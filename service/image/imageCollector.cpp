@@ -18,7 +18,7 @@ constexpr const char* kChangeTexts[] = {
     "lower-case digits made upper case",
     "segment address records (02) turned into linear ones (04)",
     "start address records left out: the flash holds none",
-    "data records divided where they wrap inside their segment or cross 64 KiB",
+    "data records divided where they wrap inside their segment or cross 64 KiB in it",
     "address records without effect left out",
     "data records without data left out",
 };

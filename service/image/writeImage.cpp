@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "service/image/sha256.h"
@@ -173,6 +174,16 @@ std::vector<ImagePiece> piecesOf(const Image& image) {
     return pieces;
 }
 
+constexpr std::size_t kLongestRecord = 255;
+
+/// The image's own bytes where they lie side by side in memory, and that is within 64 KiB; else a copy.
+const std::uint8_t* bytesOf(const Image& image, std::uint32_t at, std::uint32_t count,
+                            std::array<std::uint8_t, kLongestRecord>& gathered) {
+    if (at % kBlock + count <= kBlock) return image.page(at / kPageSize) + at % kPageSize;
+    for (std::uint32_t i = 0; i < count; ++i) gathered[i] = image.at(at + i).value_or(0xFF);
+    return gathered.data();
+}
+
 template <class Writer>
 void writeRecords(const Image& image, Output& output, const WriteOptions& options) {
     const bool kept = !options.pieces.empty();
@@ -180,8 +191,10 @@ void writeRecords(const Image& image, Output& output, const WriteOptions& option
     Writer writer(output, image);
     for (const auto& piece : kept ? options.pieces : piecesOf(image)) {
         for (std::uint32_t at = piece.address, left = piece.size; left > 0;) {
-            const std::uint32_t count = std::min({left, most, kBlock - at % kBlock});
-            writer.record(at, image.page(at / kPageSize) + at % kPageSize, count);
+            const std::uint32_t inBlock = kBlock - at % kBlock;
+            const std::uint32_t count = std::min({left, most, kept ? left : inBlock});
+            std::array<std::uint8_t, kLongestRecord> gathered;
+            writer.record(at, bytesOf(image, at, count, gathered), count);
             at += count;
             left -= count;
         }

@@ -112,7 +112,8 @@ struct WrittenImage {
     std::string sha256;       ///< of the file
 };
 
-/// Writes the image: records never cross a multiple of 64 KiB; a raw binary has FF in the gaps.
+/// Writes the image: records never cross a multiple of 64 KiB, but for pieces that do; a raw binary has FF in
+/// the gaps.
 /// @param name  what messages call the file
 /// Throws Error: FileSystem; BadArgument for a format that cannot be written, or data below address.
 TAVO_API WrittenImage writeImage(const Image& image, int descriptor, const std::string& name,
