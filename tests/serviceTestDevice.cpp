@@ -419,6 +419,9 @@ TEST_F(Recover, ANeuronWithoutItsImageIsNoFailureOfThis) {
     EXPECT_FALSE(error);
     rig.clearFaults();
     rig.failFrom("ldv_read", 1, LDV_NO_MSG_AVAIL);
+    EXPECT_EQ(run().back(), "- the Neuron answers: it does not, as the flash is blank");
+    EXPECT_FALSE(error);
+    rig.board().flash.cells[0] = 0x00;
     EXPECT_EQ(run().back().substr(0, 25), "FAIL the Neuron answers: ");
     ASSERT_TRUE(error);
     EXPECT_EQ(error->problem, tavo::Problem::NoAnswer);

@@ -2,6 +2,8 @@
 
 #include <libusb.h>
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 #include "common/neuronPins.h"
@@ -158,17 +160,39 @@ void readBack(Operation& op, Steps& steps) {
                        op.state.isSomethingHeld() ? "something is still held" : "they cannot be read", kStillHeld));
 }
 
-void proveFlash(Operation& op, Steps& steps) {
-    if (op.device.description().scb0 != Scb0Role::Spi) return steps.leftOut("flash ID", "SCB0 is no SPI block");
+/// What the flash shows of itself: that it answers, and whether a Neuron can start from it.
+struct FlashLook {
+    FlashChip chip;
+    bool startsBlank = false;
+};
+
+FlashLook lookAtFlash(Operation& op) {
+    return withFlash(op, kSettle, [](const FlashDriver& driver, const FlashChip& chip) {
+        std::array<std::uint8_t, kReadChunk> start{};
+        const bool read = driver.read(0, start.data(), kReadChunk) == CY_SUCCESS;
+        return FlashLook{chip, read && std::all_of(start.begin(), start.end(), [](auto byte) { return byte == 0xFF; })};
+    });
+}
+
+/// @return true when its start is blank: a Neuron does not come up from it
+bool proveFlash(Operation& op, Steps& steps) {
+    if (op.device.description().scb0 != Scb0Role::Spi) {
+        steps.leftOut("flash ID", "SCB0 is no SPI block");
+        return false;
+    }
     try {
-        steps.done("flash answers: " + readFlashChip(op).text());
+        const FlashLook look = lookAtFlash(op);
+        steps.done("flash answers: " + look.chip.text());
+        return look.startsBlank;
     } catch (const Error& error) {
         if (error.problem == Problem::Interrupted) throw;
         steps.failed("flash ID", error);
+        return false;
     }
 }
 
-void proveNeuron(Operation& op, const Control& control, Steps& steps, bool lacksImage) {
+/// whyNoImage: null when the flash may hold one.
+void proveNeuron(Operation& op, const Control& control, Steps& steps, const char* whyNoImage) {
     op.sleep(kBootMs);
     const std::string text = "the Neuron answers";
     try {
@@ -177,8 +201,8 @@ void proveNeuron(Operation& op, const Control& control, Steps& steps, bool lacks
     } catch (const Error& error) {
         if (error.problem == Problem::Interrupted) throw;
         // Neither is for this command to put right.
-        if (lacksImage) return steps.leftOut(text, "it does not, as the flash lacks its image");
         if (error.status == TAVO_DEVICE_OPEN_FAILED) return steps.leftOut(text, "there is no LDV channel to ask it");
+        if (whyNoImage != nullptr) return steps.leftOut(text, whyNoImage);
         Error silent = error;
         silent.hint = "is there an image in the flash? tavo-util blank-check; else tavo-util doctor";
         steps.failed(text, silent);
@@ -202,8 +226,11 @@ Recovery recover(Device& device, const RecoverOptions& options, const Control& c
     releaseLines(op, steps);
     steps.take("configuration mode left", [&](std::string&) { return leaveConfigurationMode(info); });
     readBack(op, steps);
-    proveFlash(op, steps);
-    proveNeuron(op, control, steps, recovery.interrupted.has_value());
+    const bool startsBlank = proveFlash(op, steps);
+    const char* whyNoImage = recovery.interrupted ? "it does not, as the flash lacks its image"
+                             : startsBlank        ? "it does not, as the flash is blank"
+                                                  : nullptr;
+    proveNeuron(op, control, steps, whyNoImage);
     recovery.state = op.state;
     steps.throwFirst();
     return recovery;
