@@ -67,6 +67,7 @@ private:
         std::snprintf(name, sizeof name, "%02X", setup.bRequest);
         note(name);
         Bytes answer;
+        if (setup.bRequest == 0xCA) reads_ = (setup.wValue & 1) != 0;
         if (setup.bRequest == 0xCC) answer = {busyPolls_-- > 0, 0, 0, 0};
         if (setup.bRequest == 0xBD) answer = {'C', 'Y', 'U', 'S'};
         if (setup.bRequest == 0xE1) answer = {5, 1, 2, 3, 4, 5};
@@ -86,7 +87,7 @@ private:
         if (fault_ == Fault::ErrorOut) return urb.finish(-EPROTO);
         if (fault_ == Fault::Unplug) return unplug();
         const std::size_t count = urb.length();
-        for (std::size_t i = 0; i < count; ++i) fifo_.push_back(static_cast<unsigned char>(~urb.bytes()[i]));
+        for (std::size_t i = 0; reads_ && i < count; ++i) fifo_.push_back(static_cast<unsigned char>(~urb.bytes()[i]));
         busyPolls_ = 2;
         urb.finish(0, count);
     }
@@ -114,6 +115,7 @@ private:
     Bytes fifo_;
     Bytes setting_ = kPowerUpSetting;
     Fault fault_ = Fault::None;
+    bool reads_ = false;
     int busyPolls_ = 0;
     unsigned pieces_ = 0;
 };
@@ -173,8 +175,15 @@ TEST_F(EmulatedUsbTest, FullDuplexBytesArriveInOrderHoweverTheyAreCut) {
         EXPECT_EQ(transfer(size, 10000), CY_SUCCESS) << size;
         for (unsigned char& byte : sent) byte = static_cast<unsigned char>(~byte);
         EXPECT_TRUE(received == sent) << size;
-        EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "CC", "CC", "CC"));
+        EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA"));
     }
+}
+
+TEST_F(EmulatedUsbTest, AWriteEndsWhenTheBridgeIsIdle) {
+    Bytes page(260, 0x5A);
+    CY_DATA_BUFFER write{page.data(), 260, 0};
+    EXPECT_EQ(CySpiReadWrite(handle, nullptr, &write, 10000), CY_SUCCESS);
+    EXPECT_THAT(bridge.takeJournal(), ElementsAre("CA", "CC", "CC", "CC"));
 }
 
 TEST_F(EmulatedUsbTest, AfterATimeoutTheTransfersAreBackAndTheNextOneWorks) {

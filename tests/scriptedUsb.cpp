@@ -109,6 +109,7 @@ Step eventsFail() {
 }
 
 void Poco::ThreadImpl::sleepImpl(long milliseconds) {
+    usb.longestSleep = std::max(usb.longestSleep, milliseconds);
     if (usb.busyForever) return;
     const Step step = usb.next("sleep " + std::to_string(milliseconds));
     if (step.meanwhile) step.meanwhile();

@@ -75,6 +75,7 @@ struct ScriptedUsb {
     int contextsOpen = 0;
     bool allocationsFail = false;
     bool busyForever = false;  // the bridge never reports an idle SPI block
+    long longestSleep = 0;     // ms
     unsigned limit = 10000;    // longest timeout of a bulk transfer; 0: there must be none
 
     /// Takes the next line of the transcript if it is this call; otherwise fails the test with both.

@@ -541,6 +541,91 @@ TEST_F(UsbTest, AWriteIsOverWhenTheBridgeIsIdle) {
     EXPECT_EQ(write.transferCount, 1U);
 }
 
+/// Writes of an interface whose clock was set to 900 kHz.
+class UsbWriteTest : public UsbTest {
+protected:
+    UsbWriteTest() {
+        handle = open();
+        expectFirstReset();
+        setClock(900000, "A0 BB 0D 00");
+    }
+    void setClock(UINT32 frequency, const std::string& bytes) {
+        expect({control("40 C3 0000 0000 16 | " + bytes + " 08 00 00 01 01 01 00 00 00 00 00 00")});
+        CY_SPI_CONFIG config{frequency, 8, CY_SPI_MOTOROLA, true, true, true, false, false, false};
+        EXPECT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
+    }
+    void expectSent(std::size_t length) {
+        char start[32];
+        std::snprintf(start, sizeof start, "40 CA 0002 %04zX 0", length);
+        expect({control(start),
+                submit("01 " + std::to_string(length) + " | " + hex(Bytes(length, 0x5A).data(), length)),
+                comesBackWritten("01", static_cast<int>(length))});
+    }
+    CY_RETURN_STATUS write(std::size_t length, UINT32 timeout = 10000) {
+        data.assign(length, 0x5A);
+        record = {data.data(), static_cast<UINT32>(length), 0};
+        return CySpiReadWrite(handle, nullptr, &record, timeout);
+    }
+
+    Bytes data;
+    CY_DATA_BUFFER record{};
+};
+
+TEST_F(UsbWriteTest, IsAskedAboutAtOnceWhenItsBytesTakeLessThanAFrame) {
+    for (const std::size_t length : {1U, 112U}) {
+        expectSent(length);
+        expect({control(kStatus, kBusy), sleepStep(), control(kStatus, kIdle)});
+        EXPECT_EQ(write(length), CY_SUCCESS);
+    }
+}
+
+TEST_F(UsbWriteTest, IsAskedAboutAfterWhatItsBytesTakeAtTheClockSetLast) {
+    const auto takes = [&](std::size_t length, long milliseconds) {
+        expectSent(length);
+        expect({sleepStep(milliseconds), control(kStatus, kIdle)});
+        EXPECT_EQ(write(length), CY_SUCCESS) << length;
+    };
+    takes(113, 1);
+    takes(260, 2);
+    takes(2000, 2);  // all but the last 256 were shifted while the bridge took the others
+    setClock(1000, "E8 03 00 00");
+    takes(2, 16);
+}
+
+TEST_F(UsbWriteTest, IsNotWaitedForBeyondTheTimeOfTheCall) {
+    setClock(1000, "E8 03 00 00");
+    usb.limit = 5;
+    usb.busyForever = true;
+    expectSent(260);
+    expect({control(kReset), control("C0 C2 0000 0000 16", Bytes{0xE8, 3, 0, 0, 8, 0, 0, 1, 1, 1, 0, 0, 0, 0, 0, 0})});
+    EXPECT_EQ(write(260, 5), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(record.length, 0U);
+    EXPECT_LE(usb.longestSleep, 5);
+}
+
+struct StatusCase {
+    const char* name;
+    Step answer;
+    CY_RETURN_STATUS status;
+};
+class UsbStatusFailure : public UsbTest, public testing::WithParamInterface<StatusCase> {};
+TEST_P(UsbStatusFailure, EndsTheWrite) {
+    handle = open();
+    expectFirstReset();
+    expect(
+        {control("40 CA 0002 0001 0"), submit("01 1 | 06"), comesBackWritten("01", 1), sleepStep(), GetParam().answer});
+    if (GetParam().status != CY_ERROR_DEVICE_NOT_FOUND) expect({control(kReset)});
+    UCHAR command = 0x06;
+    CY_DATA_BUFFER write{&command, 1, 0};
+    EXPECT_EQ(CySpiReadWrite(handle, nullptr, &write, 10000), GetParam().status);
+}
+INSTANTIATE_TEST_SUITE_P(
+    , UsbStatusFailure,
+    testing::Values(StatusCase{"Short", control(kStatus, {0, 0, 0}), CY_ERROR_REQUEST_FAILED},
+                    StatusCase{"Timeout", controlFails(kStatus, LIBUSB_ERROR_TIMEOUT), CY_ERROR_REQUEST_FAILED},
+                    StatusCase{"Gone", controlFails(kStatus, LIBUSB_ERROR_NO_DEVICE), CY_ERROR_DEVICE_NOT_FOUND}),
+    caseName<StatusCase>);
+
 TEST_F(UsbTest, AReadPutsPiecesTogetherAndAsksForNoStatus) {
     handle = open();
     expectFirstReset();
@@ -575,10 +660,10 @@ protected:
     CY_DATA_BUFFER write{sent, 4, 0};
 };
 
-TEST_F(DuplexTest, BothDirectionsAreInFlightAtOnce) {
+TEST_F(DuplexTest, BothDirectionsAreInFlightAtOnceAndTheLastByteInIsTheEnd) {
     expectBothInFlight();
     expect({comesBack("82", LIBUSB_TRANSFER_COMPLETED, {0xFF}), submit("82 3"), comesBackWritten("01", 4),
-            comesBack("82", LIBUSB_TRANSFER_COMPLETED, {0xEF, 0x40, 0x14}), sleepStep(), control(kStatus, kIdle)});
+            comesBack("82", LIBUSB_TRANSFER_COMPLETED, {0xEF, 0x40, 0x14})});
     EXPECT_EQ(transfer(), CY_SUCCESS);
     EXPECT_EQ(hex(received, 4), "FF EF 40 14");
 }
@@ -592,20 +677,9 @@ TEST_F(DuplexTest, ASecondCallMeanwhileIsRefused) {
         CY_DATA_BUFFER one{&byte, 1, 0};
         EXPECT_EQ(CySpiReadWrite(other, nullptr, &one, 10000), CY_ERROR_REQUEST_FAILED);
     };
-    expect({first, comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(), control(kStatus, kIdle)});
+    expect({first, comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4))});
     EXPECT_EQ(transfer(), CY_SUCCESS);
     EXPECT_EQ(CyClose(other), CY_SUCCESS);
-}
-
-TEST_F(DuplexTest, ABridgeThatStaysBusyIsResetAtTheEndOfTheTime) {
-    expectARead();  // after the first reset
-    EXPECT_EQ(CySpiReadWrite(handle, &read, nullptr, 10000), CY_SUCCESS);
-    usb.limit = 2;
-    usb.busyForever = true;  // until the next one
-    expectBothInFlight();
-    expect({comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), control(kReset)});
-    EXPECT_EQ(transfer(2), CY_ERROR_IO_TIMEOUT);
-    EXPECT_EQ(write.length, 0U);
 }
 
 TEST_F(DuplexTest, WithoutMemoryNothingIsStarted) {
@@ -683,19 +757,7 @@ INSTANTIATE_TEST_SUITE_P(
         BulkCase{"Unplugged",
                  {comesBack("82", LIBUSB_TRANSFER_NO_DEVICE), cancel("01"), comesBack("01", LIBUSB_TRANSFER_NO_DEVICE)},
                  CY_ERROR_DEVICE_NOT_FOUND},
-        BulkCase{"UnpluggedLate", inFails(LIBUSB_TRANSFER_NO_DEVICE, {}), CY_ERROR_DEVICE_NOT_FOUND},
-        BulkCase{"StatusShort",
-                 {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
-                  control(kStatus, {0, 0, 0}), control(kReset)},
-                 CY_ERROR_REQUEST_FAILED},
-        BulkCase{"StatusTimeout",
-                 {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
-                  controlFails(kStatus, LIBUSB_ERROR_TIMEOUT), control(kReset)},
-                 CY_ERROR_REQUEST_FAILED},
-        BulkCase{"StatusGone",
-                 {comesBackWritten("01", 4), comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(4)), sleepStep(),
-                  controlFails(kStatus, LIBUSB_ERROR_NO_DEVICE)},
-                 CY_ERROR_DEVICE_NOT_FOUND}),
+        BulkCase{"UnpluggedLate", inFails(LIBUSB_TRANSFER_NO_DEVICE, {}), CY_ERROR_DEVICE_NOT_FOUND}),
     caseName<BulkCase>);
 
 /// What a reset may do to the SPI setting: after a failed transfer it is as it was.

@@ -1,5 +1,7 @@
 #include <Poco/Thread.h>
 
+#include <algorithm>
+
 #include "platform/usb/exchange.h"
 #include "platform/usb/request.h"
 #include "tavo/export.h"
@@ -10,6 +12,7 @@ namespace {
 constexpr UINT16 kRead = 1;  // bits of the start request's wValue
 constexpr UINT16 kWrite = 2;
 constexpr long kStatusInterval = 1;  // ms
+constexpr UINT32 kBuffered = 256;    // bytes that the bridge may hold when the last ones have left the host
 
 /// A second transfer on the interface would mix its bytes with the first one's.
 class Turn {
@@ -74,10 +77,20 @@ void giveUp(const Claim& claim, const Exchange& exchange) {
     if (answered) claim.spi().restore(claim);
 }
 
+/// How long the bridge shifts on after a write: whole milliseconds, since the request that follows takes up to one
+/// itself. A clock that this process has neither read nor set is not guessed.
+long shiftTime(const Claim& claim, UINT32 length, const Deadline& deadline) {
+    const UINT32 frequency = claim.spi().frequency();
+    if (frequency == 0) return kStatusInterval;
+    const long time = static_cast<long>(std::min(length, kBuffered)) * 8 * 1000 / static_cast<long>(frequency);
+    const long left = deadline.remaining();
+    return left == 0 ? time : std::min(time, left);
+}
+
 /// The bytes have left the host; the bridge still clocks them out.
 CY_RETURN_STATUS waitUntilIdle(const Claim& claim, CY_DATA_BUFFER& write, const Deadline& deadline) {
-    for (;;) {
-        Poco::Thread::sleep(kStatusInterval);
+    for (long wait = shiftTime(claim, write.length, deadline);; wait = kStatusInterval) {
+        if (wait > 0) Poco::Thread::sleep(wait);
         UCHAR status[4] = {};
         const int result = requestIn(claim, kSpiStatus, claim.block(), 0, status, sizeof status);
         if (result != static_cast<int>(sizeof status)) return failureWithoutTimeout(result);
@@ -108,7 +121,8 @@ CY_RETURN_STATUS carryOut(const Claim& claim, Exchange& exchange, CY_DATA_BUFFER
     if (isPresent(read)) read->transferCount = exchange.in.moved;
     if (isPresent(write)) write->transferCount = exchange.out.moved;
     if (const auto status = outcome(exchange); status != CY_SUCCESS) return status;
-    return isPresent(write) ? waitUntilIdle(claim, *write, deadline) : CY_SUCCESS;
+    // The last byte came in as the last one went out: when all have come, there is nothing left to wait for.
+    return isPresent(read) ? CY_SUCCESS : waitUntilIdle(claim, *write, deadline);
 }
 
 CY_RETURN_STATUS transfer(Claim& claim, CY_DATA_BUFFER* read, CY_DATA_BUFFER* write, UINT32 timeout) {

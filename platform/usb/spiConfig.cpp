@@ -40,7 +40,7 @@ SpiRecord encode(const CY_SPI_CONFIG& config) {
 
 CY_SPI_CONFIG decode(const SpiRecord& record) {
     CY_SPI_CONFIG config{};
-    for (std::size_t i = 0; i < 4; ++i) config.frequency |= static_cast<UINT32>(record[kFrequency + i]) << (8 * i);
+    config.frequency = usb::frequencyOf(record);
     config.dataWidth = record[kDataWidth];
     config.protocol = static_cast<CY_SPI_PROTOCOL>(record[kProtocol]);
     config.isMsbFirst = record[kMsbFirst] != 0;
@@ -71,6 +71,12 @@ CY_RETURN_STATUS check(const CY_SPI_CONFIG& config) {
 }
 
 }  // namespace
+
+UINT32 usb::frequencyOf(const SpiRecord& record) {
+    UINT32 frequency = 0;
+    for (std::size_t i = 0; i < 4; ++i) frequency |= static_cast<UINT32>(record[kFrequency + i]) << (8 * i);
+    return frequency;
+}
 
 extern "C" {
 

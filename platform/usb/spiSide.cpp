@@ -29,4 +29,9 @@ void SpiSide::remember(const std::optional<SpiRecord>& setting) {
     setting_ = setting;
 }
 
+UINT32 SpiSide::frequency() {
+    const std::lock_guard lock(mutex_);
+    return setting_ ? frequencyOf(*setting_) : 0;
+}
+
 }  // namespace usb

@@ -13,6 +13,7 @@ class Claim;
 
 /// The record of the requests C2 and C3 (spiConfig.cpp has its fields).
 using SpiRecord = std::array<UCHAR, 16>;
+UINT32 frequencyOf(const SpiRecord& record);  ///< Hz
 
 /// One per process and interface of a device; later claims of the interface get the same one. Its lock is
 /// held for its own few requests, never for a transfer. What its requests answer is nobody's result: the
@@ -32,6 +33,8 @@ public:
 
     /// The chip has this setting, or (nothing) a setting that nobody knows.
     void remember(const std::optional<SpiRecord>& setting);
+    /// The clock of that setting in Hz, 0 when it is not known.
+    UINT32 frequency();
 
 private:
     std::mutex mutex_;
