@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <iterator>
 
@@ -35,6 +36,7 @@ constexpr unsigned kFewestPolls = 50;  // before a wait is too long, however lat
 
 constexpr double kLongestPageProgram = 0.005;
 constexpr double kLongestStatusWrite = 0.015;
+constexpr double kLongestSilence = 1;
 constexpr std::uint32_t kLargestChip = kAddressable;
 
 using Clock = std::chrono::steady_clock;
@@ -46,14 +48,20 @@ void putHeader(std::uint8_t* buffer, std::uint8_t command, std::uint32_t address
     buffer[3] = static_cast<std::uint8_t>(address);
 }
 
-Error staysBusy(const BusyWait& wait, std::uint8_t status) {
-    const std::string read = status == kFloating ? "; its status reads FF, as of no chip at all" : "";
-    Error error(Problem::DeviceFailed,
-                std::string("the flash stays busy: ") + wait.what + " takes at most " + secondsText(wait.longest) +
-                    ", and was waited for ten times as long" + read,
-                "replug the interface and repeat the command; a flash that stays busy again is dead or badly wired");
+Error staysBusy(const std::string& how) {
+    Error error(Problem::DeviceFailed, "the flash " + how,
+                "replug the interface and repeat the command; a flash that fails so again is dead or badly wired");
     error.status = TAVO_TIMEOUT;
     return error;
+}
+
+std::string longestText(double seconds) {
+    return seconds < 1 ? std::to_string(std::lround(seconds * 1000)) + " ms" : secondsText(seconds);
+}
+
+Error waitedTooLong(const BusyWait& wait) {
+    return staysBusy(std::string("stays busy: ") + wait.what + " takes at most " + longestText(wait.longest) +
+                     ", and was waited for ten times as long");
 }
 
 /// How long a wait has lasted. Each poll takes a millisecond at least, also where no clock runs.
@@ -61,7 +69,12 @@ class Patience {
 public:
     explicit Patience(double longest) : longest_(longest) {}
 
-    void countPoll() { ++polls_; }
+    void countPoll(std::uint8_t status) {
+        ++polls_;
+        // A chip drives its status also while it is busy.
+        if (status != kFloating) silentSince_ = seconds();
+    }
+    bool isSilent() const { return polls_ >= kFewestPolls && seconds() - silentSince_ >= kLongestSilence; }
     bool isLate() const { return seconds() >= longest_; }
     bool isOver() const { return polls_ >= kFewestPolls && seconds() >= kPatience * longest_; }
 
@@ -73,6 +86,7 @@ private:
 
     double longest_;
     unsigned polls_ = 0;
+    double silentSince_ = 0;
     Clock::time_point start_ = Clock::now();
 };
 
@@ -104,10 +118,11 @@ CY_RETURN_STATUS FlashDriver::readSize(FlashChip& chip) const {
 }
 
 CY_RETURN_STATUS FlashDriver::waitUntilIdle(const BusyWait& wait, std::uint8_t& status) const {
-    for (Patience patience(wait.longest);; patience.countPoll()) {
+    for (Patience patience(wait.longest);; patience.countPoll(status)) {
         if (const auto result = readStatus(status); result != CY_SUCCESS) return result;
         if ((status & kBusy) == 0) return CY_SUCCESS;
-        if (patience.isOver()) op_.fail(staysBusy(wait, status));
+        if (patience.isSilent()) op_.fail(staysBusy("no longer answers: its status has read FF for a second"));
+        if (patience.isOver()) op_.fail(waitedTooLong(wait));
         if (mayStop(wait, patience, status)) op_.throwIfCancelled();
         Poco::Thread::sleep(kPollIntervalMs);
     }
