@@ -26,7 +26,7 @@ enum class Change : std::uint8_t {
 
 /// What to do about a fault; the same words in all formats.
 namespace hint {
-inline constexpr const char* kConvert = "tavo-util convert IN OUT.hex, or leave --strict out";
+inline constexpr const char* kConvert = "tavo-util convert IN OUT.hex";
 inline constexpr const char* kMakeAgain = "the file is damaged: make or copy it again";
 inline constexpr const char* kWrongFile = "name the Intel HEX file that the firmware's build made";
 }  // namespace hint
