@@ -177,7 +177,7 @@ struct FrameBridge::Shifter {
     void moved(std::size_t& direction, std::size_t count, std::uint64_t time) {
         const bool stood = !canShift();
         direction += count;
-        if (stood) nextAt = std::max(nextAt, time);
+        if (stood && canShift()) nextAt = std::max(nextAt, time);
     }
 };
 
