@@ -8,9 +8,10 @@
 //     words makes a group: "domain read") and the file to CMakeLists.txt.
 //
 // When it runs, the device is chosen and locked (Needs::Device), --json, progress, log and signals
-// are set up and `row.asks` has been confirmed. It uses the Session: session.call(...) for each
-// library call, session.report for what it has to say, and throws Failure to end with an exit code.
-// It never prints, exits or looks at how the device was chosen.
+// are set up and `row.asks` has been confirmed. It hands session.device() and session.control() to an
+// operation of the service layer, whose tavo::Error ends it with the right exit code, and tells the result
+// through session.report. It never prints, exits or looks at how the device was chosen, and includes
+// nothing below tavo/service/.
 #pragma once
 
 #include <functional>

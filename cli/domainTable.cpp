@@ -1,16 +1,13 @@
 #include "cli/domainTable.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "cli/files.h"
 #include "cli/neuronNames.h"
+#include "tavo/service/files.h"
 
 namespace cli {
 namespace {
@@ -37,8 +34,8 @@ bool isInUse(const LonAddress& entry) {
     return (entry.domainIdLength & kNotInUse) == 0;
 }
 
-Failure refused(const std::string& what, const std::string& hint) {
-    return {Exit::FileRefused, what, hint, {}};
+tavo::Error refused(const std::string& what, const std::string& hint) {
+    return {tavo::Problem::FileRefused, what, hint};
 }
 
 /// One entry of the file; every complaint names it.
@@ -128,19 +125,10 @@ DomainEntry entryOf(const FileJson& json, unsigned index) {
 }
 
 std::string content(const std::string& path) {
-    const Descriptor file = openForReading(path);
-    const std::uint64_t size = sizeOf(file);
-    if (size > kMostBytes) throw refused(path + " is too long for a domain table", EntryReader::kSeeRead);
-    std::string text(size, '\0');
-    std::size_t filled = 0;
-    while (filled < size) {
-        const ssize_t count = read(file.get(), text.data() + filled, size - filled);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw fileFailure("read " + path, errno);
-        if (count == 0) break;
-        filled += static_cast<std::size_t>(count);
-    }
-    text.resize(filled);
+    const tavo::Descriptor file = tavo::openForReading(path);
+    std::string text(kMostBytes + 1, '\0');
+    text.resize(tavo::readSome(file.get(), text.data(), text.size(), path));
+    if (text.size() > kMostBytes) throw refused(path + " is too long for a domain table", EntryReader::kSeeRead);
     return text;
 }
 

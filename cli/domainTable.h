@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "cli/report.h"
-#include "tavo/LonAddress.h"
+#include "tavo/service/neuron.h"
 
 namespace cli {
 
@@ -23,7 +23,7 @@ struct DomainEntry {
 
 /// Reads what `domain read` gives with --json, or its "domains", or one of those.
 /// @param only  takes one entry: the file's for that index, or its single one
-/// Throws Failure (exit 7 or 8), naming the entry and the range.
+/// Throws tavo::Error (FileRefused or FileSystem), naming the entry and the range.
 std::vector<DomainEntry> readDomainFile(const std::string& path, std::optional<int> only);
 
 }  // namespace cli

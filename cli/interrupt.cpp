@@ -36,8 +36,4 @@ bool isInterruptNoted() {
     return token.isCancelled();
 }
 
-void throwIfInterrupted() {
-    if (isInterruptNoted()) throw Interrupted{};
-}
-
 }  // namespace cli

@@ -19,11 +19,4 @@ Exit exitOf(const tavo::Error& error) {
     return kExits[static_cast<std::size_t>(error.problem)];
 }
 
-Failure libraryFailure(TAVO_STATUS status, Side side, const std::string& doing) {
-    tavo::Error error = tavo::statusError(status, side, doing);
-    // What this status says of the flash is all that these callers know.
-    if (status == TAVO_FLASH_PROGRAMMING_FAILED && side == Side::Bridge) error.state.flash = FlashState::Uncertain;
-    return {exitOf(error), error.what(), error.hint, status};
-}
-
 }  // namespace cli

@@ -63,19 +63,19 @@ double Progress::elapsed() const {
     return std::chrono::duration<double>(Clock::now() - start_).count();
 }
 
-void Progress::begin(const std::string& phase, const std::string& usual, Measure measure) {
+void Progress::begin(const std::string& phase, const std::string& usual, std::uint64_t totalBytes, double seconds) {
     end();
     const std::lock_guard lock(display_.mutex_);
     phase_ = phase;
     usual_ = usual;
     stopNote_.clear();
-    measure_ = std::move(measure);
+    total_ = totalBytes;
+    seconds_ = seconds;
     done_ = 0;
     percent_ = toldPercent_ = 0;
     start_ = Clock::now();
     log_.write(Detail::Step, "phase: " + phase + (usual.empty() ? "" : " (" + usual + ")"));
-    if (display_.emitsEvents())
-        event({{"event", "phase"}, {"phase", phase}, {"usual", usual}, {"bytes", measure_.total}});
+    if (display_.emitsEvents()) event({{"event", "phase"}, {"phase", phase}, {"usual", usual}, {"bytes", total_}});
     if (display_.mode() == Display::Mode::Plain) line(phase + ": begins" + (usual.empty() ? "" : ", " + usual));
     const std::string why = display_.startTicker();
     if (!why.empty()) log_.write(Detail::Step, "no thread for the progress row: " + why);
@@ -94,26 +94,14 @@ void Progress::tellStopNote() {
     line(device_.empty() ? "tavo-util: " + stopNote_ : stopNote_);
 }
 
-void Progress::share(int percent) {
-    const std::lock_guard lock(display_.mutex_);
-    show(percent, measure_.doneAt(std::clamp(percent, 0, 100)));
-}
-
 void Progress::advance(std::uint64_t doneBytes) {
     const std::lock_guard lock(display_.mutex_);
-    if (measure_.total > 0) show(static_cast<int>(doneBytes * 100 / measure_.total), doneBytes);
-}
-
-void Progress::show(int percent, std::uint64_t doneBytes) {
-    percent_ = std::clamp(percent, percent_, 100);
-    done_ = std::max(done_, doneBytes);
+    if (total_ == 0) return;
+    done_ = std::clamp(doneBytes, done_, total_);
+    percent_ = static_cast<int>(done_ * 100 / total_);
     if (display_.emitsEvents() && percent_ != toldPercent_) {
         toldPercent_ = percent_;
-        event({{"event", "progress"},
-               {"phase", phase_},
-               {"percent", percent_},
-               {"bytes", done_},
-               {"total", measure_.total}});
+        event({{"event", "progress"}, {"phase", phase_}, {"percent", percent_}, {"bytes", done_}, {"total", total_}});
     }
     if (display_.mode() == Display::Mode::Plain && percent_ / kPlainStep != toldPercent_ / kPlainStep) {
         toldPercent_ = percent_;
@@ -125,12 +113,12 @@ std::string Progress::figures() const {
     const double seconds = elapsed();
     char text[128];
     const auto kibibytes = [](std::uint64_t bytes) { return static_cast<unsigned long long>((bytes + 1023) / 1024); };
-    const int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", kibibytes(done_), kibibytes(measure_.total));
+    const int length = std::snprintf(text, sizeof text, "%llu/%llu KiB", kibibytes(done_), kibibytes(total_));
     std::string all(text, static_cast<std::size_t>(length));
     if (seconds < kRateAfter || done_ == 0) return all;
     const double rate = static_cast<double>(done_) / seconds;
     std::snprintf(text, sizeof text, "  %.0f KiB/s  ETA %.0f s", rate / 1024,
-                  static_cast<double>(measure_.total - std::min(done_, measure_.total)) / rate);
+                  static_cast<double>(total_ - std::min(done_, total_)) / rate);
     return all + text;
 }
 
@@ -140,9 +128,8 @@ std::string Progress::row() const {
 }
 
 std::string Progress::phaseRow() const {
-    if (measure_.seconds > 0)
-        return padded(phase_) + " " + secondsText(std::max(measure_.seconds - elapsed(), 0.0)) + " left";
-    if (measure_.total == 0) {
+    if (seconds_ > 0) return padded(phase_) + " " + secondsText(std::max(seconds_ - elapsed(), 0.0)) + " left";
+    if (total_ == 0) {
         std::string text = padded(phase_) + " " + secondsText(elapsed());
         return usual_.empty() ? text : text + "  (" + usual_ + ")";
     }

@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "cli/display.h"
@@ -11,13 +10,6 @@
 namespace cli {
 
 class Log;
-
-/// What a phase counts. Shares come from what the operation reports; nothing is estimated.
-struct Measure {
-    std::uint64_t total = 0;                                ///< bytes; 0: the phase has no measure
-    std::function<std::uint64_t(int percent)> doneAt = {};  ///< bytes done when only a share is reported
-    double seconds = 0;                                     ///< a wait of that length: counted down
-};
 
 class Progress {
 public:
@@ -31,9 +23,12 @@ public:
     /// Adds what tells the devices apart, and shows it as an event of --progress json.
     void event(Json fields) const;
 
-    /// Ends the phase before, if any, and begins one. usual: how long it takes, for phases without measure.
-    void begin(const std::string& phase, const std::string& usual = "", Measure measure = {});
-    void share(int percent);
+    /// Ends the phase before, if any, and begins one.
+    /// @param usual       how long it takes, for phases without measure
+    /// @param totalBytes  0: the phase has no measure
+    /// @param seconds     of a wait of known length, which is counted down
+    void begin(const std::string& phase, const std::string& usual = "", std::uint64_t totalBytes = 0,
+               double seconds = 0);
     void advance(std::uint64_t doneBytes);
     /// Ends the phase; remark is shown with it.
     void end(const std::string& remark = "");
@@ -53,7 +48,6 @@ private:
     std::string phaseRow() const;
     std::string figures() const;
     double elapsed() const;
-    void show(int percent, std::uint64_t doneBytes);
 
     Display& display_;
     Log& log_;
@@ -65,8 +59,9 @@ private:
     std::string ended_;  ///< the last phase and how it ended, for the row of one of several devices
     std::string stopNote_;
     bool stopNoteTold_ = false;
-    Measure measure_;
+    std::uint64_t total_ = 0;  ///< bytes
     std::uint64_t done_ = 0;
+    double seconds_ = 0;
     int percent_ = 0;
     int toldPercent_ = 0;
     Clock::time_point start_;

@@ -13,7 +13,7 @@ namespace {
 Json statusJson(const std::optional<TAVO_STATUS>& status) {
     if (!status) return nullptr;
     return {{"code", static_cast<std::uint32_t>(*status)},
-            {"name", statusName(*status)},
+            {"name", tavo::statusName(*status)},
             {"text", tavoStatusString(*status)}};
 }
 
@@ -88,28 +88,21 @@ void Report::fail(const std::string& text, const std::string& hint, const std::o
     Message message{true, text, hint, lines};
     if (status) {
         const auto number = static_cast<std::uint32_t>(*status);
-        message.code = std::string(" [") + statusName(*status) + " " + std::to_string(number) + "]";
+        message.code = std::string(" [") + tavo::statusName(*status) + " " + std::to_string(number) + "]";
     }
     tell(std::move(message));
 }
 
 void Report::failure(const Failure& failure) {
-    fail(failure.text, failure.hint, failure.status, failure.lines);
+    fail(failure.text, failure.hint, {}, failure.lines);
 }
 
 void Report::failure(const tavo::Error& error) {
     // An operation after the one that worked on the flash knows nothing of it.
-    const FlashState before = state.flash;
+    const tavo::FlashState before = state.flash;
     state = error.state;
-    if (state.flash == FlashState::Untouched) state.flash = before;
+    if (state.flash == tavo::FlashState::Untouched) state.flash = before;
     fail(error.what(), error.hint, error.status, error.details);
-}
-
-void Report::interrupted() {
-    const char* hint = "program an image before the interface is used";
-    if (state.flash <= FlashState::Unchanged) hint = "repeat the command at any time";
-    if (state.flash == FlashState::Programmed) hint = "the image is in place; nothing is left to do";
-    fail("interrupted; everything is released", hint, {}, {});
 }
 
 Json Report::messagesJson() const {

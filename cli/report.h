@@ -37,7 +37,6 @@ public:
     /// Tells a failure: three lines on standard error, and a message of the object.
     void failure(const Failure& failure);
     void failure(const tavo::Error& error);
-    void interrupted();
 
     /// Prints the object, if one is wanted. @return the exit code.
     int finish(Exit exit);

@@ -28,32 +28,18 @@ Exit internal(Session& session, const std::string& what) {
 }
 
 /// A device that was unplugged fails in many ways; what people need to know is that it is gone.
-bool isGone(const Session& session, const std::optional<TAVO_STATUS>& status, const std::string& text) {
-    if (!status || !session.hasDevice() || text.find("no longer attached") != std::string::npos) return false;
-    return !tavo::isStillAttached(session.device().description().path);
-}
-
-constexpr const char* kGone = ": the interface is no longer attached";
-
-const char* nextOfGone(const tavo::DeviceState& state) {
-    return state.isFlashLost() ? "plug it in again, then program the image before it is used"
-                               : "plug it in again and repeat the command";
-}
-
 tavo::Error withDeparture(const Session& session, const tavo::Error& error) {
-    if (!isGone(session, error.status, error.what())) return error;
-    tavo::Error told(error.problem, error.what() + std::string(kGone), nextOfGone(error.state));
+    const std::string text = error.what();
+    const bool isToldAlready = text.find("no longer attached") != std::string::npos;
+    if (!error.status || isToldAlready || !session.hasDevice()) return error;
+    if (tavo::isStillAttached(session.device().description().path)) return error;
+    tavo::Error told(error.problem, text + ": the interface is no longer attached",
+                     error.state.isFlashLost() ? "plug it in again, then program the image before it is used"
+                                               : "plug it in again and repeat the command");
     told.status = error.status;
     told.state = error.state;
     told.details = error.details;
     return told;
-}
-
-Failure withDeparture(const Session& session, Failure failure) {
-    if (!isGone(session, failure.status, failure.text)) return failure;
-    failure.text += kGone;
-    failure.hint = nextOfGone(session.report.state);
-    return failure;
 }
 
 Exit caught(Session& session, const std::function<Exit()>& work) {
@@ -65,12 +51,8 @@ Exit caught(Session& session, const std::function<Exit()>& work) {
         return exitOf(error);
     } catch (const Failure& failure) {
         session.progress.abandon();
-        session.report.failure(withDeparture(session, failure));
+        session.report.failure(failure);
         return failure.exit;
-    } catch (const Interrupted&) {
-        session.progress.abandon();
-        session.report.interrupted();
-        return Exit::Interrupted;
     } catch (const std::exception& error) {
         session.progress.abandon();
         return internal(session, error.what());

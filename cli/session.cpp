@@ -4,21 +4,16 @@
 #include <unistd.h>
 
 #include <iostream>
-#include <mutex>
-
-#include "cli/capture.h"
 
 namespace cli {
 namespace {
 
-std::string firstLine(const std::string& text) {
-    return text.substr(0, text.find('\n'));
-}
-
 /// Waits for an answer; a Ctrl-C ends the wait (poll is not restarted after a signal).
 std::string readAnswer() {
     pollfd input{STDIN_FILENO, POLLIN, 0};
-    while (poll(&input, 1, -1) < 0) throwIfInterrupted();
+    while (poll(&input, 1, -1) < 0) {
+        if (isInterruptNoted()) throw tavo::Error(tavo::Problem::Interrupted, "interrupted; nothing was done");
+    }
     std::string answer;
     std::getline(std::cin, answer);
     return answer;
@@ -50,7 +45,7 @@ std::unique_ptr<tavo::TransferTrace> Session::trace() {
 void Session::take(const tavo::Event& event) {
     switch (event.kind) {
         case tavo::Event::Kind::PhaseBegins:
-            return progress.begin(tavo::phaseName(event.phase), event.text, {event.total, {}, event.seconds});
+            return progress.begin(tavo::phaseName(event.phase), event.text, event.total, event.seconds);
         case tavo::Event::Kind::Progress:
             return progress.advance(event.done);
         case tavo::Event::Kind::PhaseEnds:
@@ -80,32 +75,9 @@ void Session::chooseDevice() {
     report.device = {{"serial", orNull(found.serial)}, {"path", orNull(found.path)}};
     log.write(Detail::Step, "device " + found.name());
     if (found.access != TAVO_SUCCESS && command.needs == Needs::Device) {
-        throw tavo::statusError(found.access, Side::Bridge, "open " + found.name());
+        throw tavo::statusError(found.access, tavo::Side::Bridge, "open " + found.name());
     }
     device_.emplace(found);
-}
-
-TAVO_STATUS Session::tryCall(const std::string& doing, const std::function<TAVO_STATUS()>& operation) {
-    static std::mutex capturing;  // standard output and std::cerr are one for all devices
-    const std::lock_guard lock(capturing);
-    throwIfInterrupted();
-    log.write(Detail::Step, "call: " + doing);
-    if (report.state.flash == FlashState::Untouched) report.state.flash = FlashState::Unchanged;
-    Capture capture;
-    const auto keep = [&] {
-        libraryErrors_ = firstLine(capture.errors());
-        if (!libraryErrors_.empty()) log.write(Detail::Step, "library: " + libraryErrors_);
-        if (const auto out = capture.output(); !out.empty()) log.write(Detail::Step, "library: " + firstLine(out));
-    };
-    const TAVO_STATUS status = operation();
-    keep();
-    log.write(Detail::Step, std::string("result: ") + statusName(status));
-    return status;
-}
-
-void Session::call(Side side, const std::string& doing, const std::function<TAVO_STATUS()>& operation) {
-    const TAVO_STATUS status = tryCall(doing, operation);
-    if (status != TAVO_SUCCESS) throw libraryFailure(status, side, doing + " on " + deviceName());
 }
 
 void Session::confirm(const std::string& question) {

@@ -40,8 +40,6 @@ public:
     /// The chosen device, locked until the command ends (Needs::Device).
     tavo::Device& device() { return *device_; }
     const tavo::Device& device() const { return *device_; }
-    /// What the library's own operations take.
-    DeviceInfo& info() { return device_->info(); }
     /// "00001234 at 1-4.2", for messages.
     std::string deviceName() const { return device_->name(); }
     /// The devices that the options leave (Needs::List).
@@ -57,15 +55,6 @@ public:
     /// For every operation of the service layer: shows what it tells, and stops it on Ctrl-C.
     const tavo::Control& control() const { return control_; }
 
-    /// Makes one library call. What the library prints meanwhile goes to the log.
-    /// @param doing  completes "cannot ...": "read the Neuron ID"; the device's name is added.
-    /// Throws the Failure of its status, and Interrupted when a Ctrl-C came before it.
-    void call(Side side, const std::string& doing, const std::function<TAVO_STATUS()>& operation);
-    /// The same, returning the status for commands that explain it themselves.
-    TAVO_STATUS tryCall(const std::string& doing, const std::function<TAVO_STATUS()>& operation);
-    /// What the library wrote to standard error in the last call.
-    const std::string& libraryErrors() const { return libraryErrors_; }
-
     /// Asks on the terminal; yes with -y. Throws Failure (exit 13) for a no, or without a terminal.
     void confirm(const std::string& question);
 
@@ -80,7 +69,6 @@ private:
     tavo::Control control_;
     std::optional<tavo::Device> device_;
     std::vector<tavo::DeviceDescription> attached_;
-    std::string libraryErrors_;
 };
 
 }  // namespace cli

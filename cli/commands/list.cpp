@@ -61,7 +61,7 @@ std::optional<tavo::InterruptedRun> interrupted(const tavo::DeviceDescription& d
 void warn(Report& report, const tavo::DeviceDescription& device) {
     if (device.access == TAVO_ACCESS_DENIED) {
         report.warning("no permission to open " + device.name(),
-                       tavo::statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint);
+                       tavo::statusError(TAVO_ACCESS_DENIED, tavo::Side::Bridge, "").hint);
     }
     if (const auto run = interrupted(device)) {
         report.warning(device.name() + ": " + interruptedText(*run), interruptedHint(*run));
