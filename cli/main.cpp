@@ -6,10 +6,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "cli/console.h"
-#include "cli/run.h"
-#include "cli/several.h"
-#include "cli/simulated.h"
+#include "cli/output/console.h"
+#include "cli/running/run.h"
+#include "cli/running/several.h"
+#include "cli/running/simulated.h"
 #include "tavo/service/device.h"
 
 namespace cli {

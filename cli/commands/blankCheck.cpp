@@ -1,5 +1,5 @@
 #include "cli/commands/commands.h"
-#include "cli/session.h"
+#include "cli/running/session.h"
 #include "tavo/service/flash.h"
 
 namespace cli {

@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/imageMap.h"
-#include "cli/session.h"
+#include "cli/commands/imageMap.h"
+#include "cli/running/session.h"
 #include "tavo/service/imageFile.h"
 
 namespace cli {

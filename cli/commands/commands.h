@@ -1,7 +1,7 @@
 // One declaring function a command; see command.h.
 #pragma once
 
-#include "cli/command.h"
+#include "cli/arguments/command.h"
 
 namespace cli {
 

@@ -3,9 +3,9 @@
 #include <memory>
 #include <set>
 
+#include "cli/arguments/usage.h"
 #include "cli/commands/commands.h"
-#include "cli/session.h"
-#include "cli/usage.h"
+#include "cli/running/session.h"
 
 namespace cli {
 namespace {

@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/configurationChanges.h"
-#include "cli/session.h"
+#include "cli/commands/configurationChanges.h"
+#include "cli/running/session.h"
 #include "tavo/service/files.h"
 #include "tavo/service/text.h"
 

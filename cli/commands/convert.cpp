@@ -1,7 +1,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/session.h"
+#include "cli/running/session.h"
 #include "tavo/service/files.h"
 #include "tavo/service/imageFile.h"
 

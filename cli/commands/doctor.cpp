@@ -1,7 +1,7 @@
 #include "tavo/service/doctor.h"
 
 #include "cli/commands/commands.h"
-#include "cli/session.h"
+#include "cli/running/session.h"
 
 namespace cli {
 namespace {

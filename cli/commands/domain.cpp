@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/domainTable.h"
-#include "cli/session.h"
+#include "cli/commands/domainTable.h"
+#include "cli/running/session.h"
 #include "tavo/service/neuron.h"
 
 namespace cli {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/session.h"
+#include "cli/running/session.h"
 #include "tavo/service/files.h"
 #include "tavo/service/flash.h"
 

@@ -1,9 +1,9 @@
 #include <memory>
 #include <vector>
 
+#include "cli/arguments/usage.h"
 #include "cli/commands/commands.h"
-#include "cli/session.h"
-#include "cli/usage.h"
+#include "cli/running/session.h"
 
 namespace cli {
 namespace {

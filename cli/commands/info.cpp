@@ -2,9 +2,9 @@
 #include <cstdio>
 
 #include "cli/commands/commands.h"
-#include "cli/interruptedRun.h"
-#include "cli/neuronNames.h"
-#include "cli/session.h"
+#include "cli/commands/interruptedRun.h"
+#include "cli/commands/neuronNames.h"
+#include "cli/running/session.h"
 #include "tavo/service/overview.h"
 
 namespace cli {

@@ -2,8 +2,8 @@
 #include <cstdio>
 
 #include "cli/commands/commands.h"
-#include "cli/interruptedRun.h"
-#include "cli/session.h"
+#include "cli/commands/interruptedRun.h"
+#include "cli/running/session.h"
 #include "tavo/service/device.h"
 
 namespace cli {

@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/neuronNames.h"
-#include "cli/session.h"
+#include "cli/commands/neuronNames.h"
+#include "cli/running/session.h"
 #include "tavo/service/neuron.h"
 
 namespace cli {

@@ -1,8 +1,8 @@
 #include "tavo/service/recover.h"
 
 #include "cli/commands/commands.h"
-#include "cli/interruptedRun.h"
-#include "cli/session.h"
+#include "cli/commands/interruptedRun.h"
+#include "cli/running/session.h"
 
 namespace cli {
 namespace {

@@ -1,8 +1,8 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/configurationChanges.h"
-#include "cli/session.h"
+#include "cli/commands/configurationChanges.h"
+#include "cli/running/session.h"
 
 namespace cli {
 namespace {

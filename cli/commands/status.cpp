@@ -1,6 +1,6 @@
 #include "cli/commands/commands.h"
-#include "cli/neuronNames.h"
-#include "cli/session.h"
+#include "cli/commands/neuronNames.h"
+#include "cli/running/session.h"
 #include "tavo/service/history.h"
 #include "tavo/service/neuron.h"
 

@@ -1,12 +1,12 @@
-#include "cli/progress.h"
+#include "cli/output/progress.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
-#include "cli/console.h"
-#include "cli/interrupt.h"
-#include "cli/log.h"
+#include "cli/output/console.h"
+#include "cli/output/log.h"
+#include "cli/running/interrupt.h"
 #include "tavo/service/text.h"
 
 namespace cli {

@@ -1,4 +1,4 @@
-#include "cli/json.h"
+#include "cli/output/json.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

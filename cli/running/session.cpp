@@ -1,4 +1,4 @@
-#include "cli/session.h"
+#include "cli/running/session.h"
 
 #include <poll.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "cli/interrupt.h"
+#include "cli/running/interrupt.h"
 
 #include <csignal>
 #include <initializer_list>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "cli/session.h"
+#include "cli/running/session.h"
 #include "tavo/service/configuration.h"
 
 namespace cli {

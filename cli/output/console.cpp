@@ -1,4 +1,4 @@
-#include "cli/console.h"
+#include "cli/output/console.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "cli/printable.h"
+#include "cli/output/printable.h"
 
 namespace cli {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <functional>
 
-#include "cli/session.h"
-#include "cli/usage.h"
+#include "cli/arguments/usage.h"
+#include "cli/running/session.h"
 
 namespace cli {
 

@@ -1,4 +1,4 @@
-#include "cli/domainTable.h"
+#include "cli/commands/domainTable.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,7 +6,7 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "cli/neuronNames.h"
+#include "cli/commands/neuronNames.h"
 #include "tavo/service/files.h"
 
 namespace cli {

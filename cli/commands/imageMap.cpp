@@ -1,4 +1,4 @@
-#include "cli/imageMap.h"
+#include "cli/commands/imageMap.h"
 
 #include "tavo/service/text.h"
 

@@ -1,4 +1,4 @@
-#include "cli/run.h"
+#include "cli/running/run.h"
 
 #include <exception>
 

@@ -1,4 +1,4 @@
-#include "cli/several.h"
+#include "cli/running/several.h"
 
 #include <algorithm>
 #include <iostream>
@@ -7,8 +7,8 @@
 #include <system_error>
 #include <thread>
 
-#include "cli/console.h"
-#include "cli/run.h"
+#include "cli/output/console.h"
+#include "cli/running/run.h"
 
 namespace cli {
 namespace {

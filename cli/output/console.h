@@ -17,7 +17,7 @@ public:
     bool isTerminal() const { return terminal_; }
     int width() const;  ///< columns of the terminal, 80 when unknown
 
-    /// One line; what would not show as it is in text is escaped (see printable.h).
+    /// One line; what would not show as it is in text is escaped (see output/printable.h).
     void line(const std::string& text);
     /// The same behind "tavo-util: " and a word in its colour: "error:".
     void line(Style style, const std::string& word, const std::string& text);

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/report.h"
+#include "cli/output/report.h"
 #include "tavo/service/neuron.h"
 
 namespace cli {

@@ -1,4 +1,4 @@
-#include "cli/outcome.h"
+#include "cli/running/outcome.h"
 
 #include <cstddef>
 #include <iterator>

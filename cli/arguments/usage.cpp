@@ -1,4 +1,4 @@
-#include "cli/usage.h"
+#include "cli/arguments/usage.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -9,10 +9,10 @@
 #include <sstream>
 #include <utility>
 
-#include "cli/console.h"
-#include "cli/log.h"
-#include "cli/progress.h"
-#include "cli/report.h"
+#include "cli/output/console.h"
+#include "cli/output/log.h"
+#include "cli/output/progress.h"
+#include "cli/output/report.h"
 
 namespace cli {
 

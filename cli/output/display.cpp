@@ -1,10 +1,10 @@
-#include "cli/display.h"
+#include "cli/output/display.h"
 
 #include <chrono>
 #include <system_error>
 
-#include "cli/console.h"
-#include "cli/progress.h"
+#include "cli/output/console.h"
+#include "cli/output/progress.h"
 
 namespace cli {
 namespace {

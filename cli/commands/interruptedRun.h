@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "cli/report.h"
+#include "cli/output/report.h"
 #include "tavo/service/history.h"
 
 namespace cli {

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "cli/report.h"
+#include "cli/output/report.h"
 
 namespace cli {
 

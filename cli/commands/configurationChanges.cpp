@@ -1,4 +1,4 @@
-#include "cli/configurationChanges.h"
+#include "cli/commands/configurationChanges.h"
 
 #include <cstdio>
 #include <cstring>

@@ -1,11 +1,11 @@
-#include "cli/report.h"
+#include "cli/output/report.h"
 
 #include <iostream>
 
-#include "cli/console.h"
-#include "cli/log.h"
-#include "cli/printable.h"
-#include "cli/progress.h"
+#include "cli/output/console.h"
+#include "cli/output/log.h"
+#include "cli/output/printable.h"
+#include "cli/output/progress.h"
 
 namespace cli {
 namespace {

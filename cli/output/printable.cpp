@@ -1,4 +1,4 @@
-#include "cli/printable.h"
+#include "cli/output/printable.h"
 
 #include <cstdio>
 

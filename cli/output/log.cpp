@@ -1,4 +1,4 @@
-#include "cli/log.h"
+#include "cli/output/log.h"
 
 #include <sys/time.h>
 
@@ -6,9 +6,9 @@
 #include <cstring>
 #include <ctime>
 
-#include "cli/console.h"
-#include "cli/outcome.h"
-#include "cli/printable.h"
+#include "cli/output/console.h"
+#include "cli/output/printable.h"
+#include "cli/running/outcome.h"
 
 namespace cli {
 namespace {

@@ -1,8 +1,8 @@
 // Several devices side by side: one thread each, one row each, the worst exit code.
 #pragma once
 
-#include "cli/session.h"
-#include "cli/usage.h"
+#include "cli/arguments/usage.h"
+#include "cli/running/session.h"
 
 namespace cli {
 

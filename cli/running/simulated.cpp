@@ -1,4 +1,4 @@
-#include "cli/simulated.h"
+#include "cli/running/simulated.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "cli/outcome.h"
+#include "cli/running/outcome.h"
 #include "tavo/service/simulated.h"
 
 namespace cli {

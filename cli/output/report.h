@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/json.h"
-#include "cli/outcome.h"
+#include "cli/output/json.h"
+#include "cli/running/outcome.h"
 #include "tavo/service/text.h"
 
 namespace cli {

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "cli/json.h"
+#include "cli/output/json.h"
 
 namespace cli {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "cli/command.h"
-#include "cli/options.h"
+#include "cli/arguments/command.h"
+#include "cli/arguments/options.h"
 
 namespace cli {
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "cli/display.h"
+#include "cli/output/display.h"
 
 namespace cli {
 

@@ -1,4 +1,4 @@
-#include "cli/interruptedRun.h"
+#include "cli/commands/interruptedRun.h"
 
 namespace cli {
 
