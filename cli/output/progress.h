@@ -18,7 +18,7 @@ public:
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// Where several devices are worked on: the name stands before each row, the spec in each event.
+    /// Where several devices are worked on: the name stands before each row, its description in each event.
     void setDevice(const std::string& name, const std::string& spec);
     /// Adds what tells the devices apart, and shows it as an event of --progress json.
     void event(Json fields) const;

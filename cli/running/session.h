@@ -45,7 +45,7 @@ public:
     /// The devices that the options leave (Needs::List).
     const std::vector<tavo::DeviceDescription>& attached() const { return attached_; }
 
-    /// One of several devices: the name stands before what is said of it, events have the spec. What it has to
+    /// One of several devices: the name stands before what is said of it, events have its description. What it has to
     /// say is kept, and a question that nobody can answer ends it.
     void setName(const std::string& name, const std::string& spec);
 
