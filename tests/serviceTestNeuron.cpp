@@ -1,6 +1,9 @@
 // The Neuron's operations of the service layer beside the library's: the same messages, ends of their own.
 #include <functional>
 
+#include "common/neuronPins.h"
+#include "service/device/health.h"
+#include "tavo/Configurator.h"
 #include "tavo/service/neuron.h"
 #include "tests/serviceTest.h"
 
@@ -110,11 +113,33 @@ TEST_F(NeuronService, ALineThatStaysLowIsNoSuccess) {
     rig.failFrom("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);
     auto failure = failureOf([&] { tavo::pressServicePin(device()); });
     EXPECT_THAT(failure.state.text(), HasSubstr("pin 14 low"));
+    EXPECT_EQ(failure.problem, tavo::Problem::DeviceFailed);
+    EXPECT_THAT(failure.hint, HasSubstr("tavo-util recover"));
     rig.clearFaults();
     tavo::pressServicePin(device());
 
     rig.fail("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);  // the destructor's own release mends it
     EXPECT_EQ(failureOf([&] { tavo::pressServicePin(device()); }).state.serviceLine, tavo::LineState::Released);
+}
+
+TEST_F(NeuronService, WhatAKilledFlashRunHoldsIsSeen) {
+    const auto kill = [this] {
+        const CyHandle scb0(device().info().scb0DeviceNumber, device().info().scb0InterfaceNumber);
+        Configurator configurator(device().info());
+        ASSERT_EQ(configurator.setupSpi(true), CY_SUCCESS);
+        configurator.spiMasterSet = false;  // its destructor is left out, as by a kill
+        CySetGpioValue(scb0.handle, kNeuronResetPin, 0);
+    };
+    kill();
+    const auto failure = failureOf([&] { tavo::pressServicePin(device()); });
+    EXPECT_THAT(failure.what(), HasSubstr("the Neuron is held in reset"));
+    EXPECT_EQ(failure.state.resetLine, tavo::LineState::Held);
+    EXPECT_THAT(failure.hint, HasSubstr("tavo-util recover"));
+
+    tavo::reset(device(), tavo::ResetBy::Line);  // a master must not drive the flash beside the Neuron
+    tavo::Operation op(device(), none);
+    tavo::lookAtLines(op);
+    EXPECT_FALSE(op.state.isSomethingHeld());
 }
 
 TEST_F(NeuronService, ABridgeWithoutTheServicePinIsNamed) {

@@ -32,10 +32,8 @@ void doctor(Session& session) {
     const tavo::Diagnosis diagnosis = tavo::doctor(session.device(), options, session.control());
     session.report.state = diagnosis.state;
     if (diagnosis.failed() == 0) return;
-    tavo::Error error(tavo::Problem::DeviceFailed, countText(diagnosis.failed(), "check") + " failed",
-                      "see the hints above");
-    error.state = diagnosis.state;
-    throw error;
+    // Whatever it found in the flash: this run has changed nothing there.
+    throw Failure{Exit::FailedUnchanged, countText(diagnosis.failed(), "check") + " failed", "see the hints above", {}};
 }
 
 }  // namespace

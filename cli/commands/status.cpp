@@ -1,4 +1,5 @@
 #include "cli/commands/commands.h"
+#include "cli/commands/interruptedRun.h"
 #include "cli/commands/neuronNames.h"
 #include "cli/running/session.h"
 #include "tavo/service/history.h"
@@ -36,15 +37,11 @@ void tell(Report& report, const char* key, const std::string& value) {
     report.line(label + std::string(kColumn - label.size(), ' ') + value);
 }
 
-/// Before the Neuron is asked: with half an image it does not answer.
-void warnOfInterruptedRun(Session& session) {
-    const auto run = tavo::interruptedRun(session.device().description());
-    if (run) session.report.warning(tavo::interruptedText(*run), tavo::interruptedHint(*run));
-}
-
 void status(Session& session) {
     Report& report = session.report;
-    warnOfInterruptedRun(session);
+    // Before the Neuron is asked: with half an image it does not answer.
+    const auto run = tavo::interruptedRun(session.device().description());
+    tellInterrupted(report, session.deviceName(), run);
     const NeuronState state = tavo::readStatus(session.device(), session.control());
     for (const Field& field : kFields) {
         const std::uint8_t raw = state.*field.raw;

@@ -9,6 +9,8 @@ namespace {
 constexpr UINT32 kFlashClockHz = 900000;
 constexpr UCHAR kFlashWordBits = 8;
 
+constexpr const char* kRecover = "let the Neuron run again: tavo-util recover";
+
 /// For the log. An observer that throws must not keep the rest from being released.
 void note(const Operation& op, const std::string& text) {
     try {
@@ -51,6 +53,17 @@ bool isDoubtful(Scb0State state) {
     return state == Scb0State::SpiMaster || state == Scb0State::Unknown;
 }
 
+std::string heldParts(const DeviceState& state) {
+    std::string parts;
+    const auto add = [&](bool held, const char* part) {
+        if (held) parts += (parts.empty() ? "" : ", ") + std::string(part);
+    };
+    add(state.resetLine == LineState::Held, "the reset line of the Neuron (pin 8)");
+    add(state.serviceLine == LineState::Held, "its service line (pin 14)");
+    add(state.scb0 == Scb0State::SpiMaster, "SCB0 as SPI master");
+    return parts;
+}
+
 void release(Device& device, unsigned char pin) {
     GPIO gpio(device.info());
     static_cast<void>(IOPin(gpio, pin, IOPin::HIGH).set(IOPin::HIGH));  // looked at afterwards
@@ -90,6 +103,37 @@ void letGo(Operation& op, bool giveScb0Back) {
     if (service) release(op.device, kNeuronServicePin);
     if (reset) release(op.device, kNeuronResetPin);
     lookAtLines(op);
+}
+
+bool forgetLinesOfGone(Operation& op) {
+    if (isStillAttached(op.device.description().path)) return false;
+    op.state.resetLine = op.state.serviceLine = LineState::NotLooked;
+    op.state.scb0 = Scb0State::NotLooked;
+    return true;
+}
+
+bool isSeenReleased(const DeviceState& state) {
+    return !state.isSomethingHeld() && state.resetLine != LineState::Unknown && state.scb0 != Scb0State::Unknown;
+}
+
+Error stillHeld(const Operation& op) {
+    const std::string name = op.device.name();
+    if (op.state.isSomethingHeld()) {
+        return {Problem::DeviceFailed, name + " still holds what was taken: " + heldParts(op.state), kRecover};
+    }
+    return {Problem::DeviceFailed, "cannot see whether " + name + " has let go of the Neuron", kRecover};
+}
+
+Error andStillHeld(const Error& error, const Operation& op) {
+    const bool interrupted = error.problem == Problem::Interrupted;
+    Error now(interrupted ? Problem::Interrupted : Problem::DeviceFailed,
+              interrupted ? "interrupted; not everything could be released" : error.what(),
+              error.hint.empty() || error.hint == kRecover ? kRecover : std::string(kRecover) + "; then " + error.hint);
+    now.status = error.status;
+    now.details = error.details;
+    const std::string held = stillHeld(op).what();
+    if (!interrupted && held != now.what()) now.details.push_back(held);
+    return now;
 }
 
 }  // namespace tavo

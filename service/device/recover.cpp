@@ -8,6 +8,8 @@
 
 #include "common/neuronPins.h"
 #include "service/device/health.h"
+#include "service/device/spiReset.h"
+#include "service/device/vendorRequest.h"
 #include "service/flash/access.h"
 #include "service/neuron/lines.h"
 #include "tavo/Configurator.h"
@@ -16,11 +18,7 @@
 namespace tavo {
 namespace {
 
-constexpr unsigned char kVendorOut = 0x40;  // bmRequestType: to the device, vendor request
-constexpr unsigned char kSpiReset = 0xCB;
 constexpr unsigned char kConfigurationMode = 0xE2;
-constexpr unsigned kRequestTimeoutMs = 1000;
-constexpr unsigned short kSecondBlock = 0x8000;  // bit 15 of wValue: the bridge's other serial block
 
 struct AccessPair {
     unsigned short value;
@@ -30,23 +28,6 @@ struct AccessPair {
 constexpr AccessPair kLeave[] = {{0x5C37, 0x8BD1}, {0xA6BC, 0xB9B0}};
 
 constexpr const char* kStillHeld = "unplug the interface and plug it in again";
-
-int request(const CyHandle& handle, unsigned char code, unsigned short value, unsigned short index) {
-    return libusb_control_transfer(libusbHandleOf(handle.handle), kVendorOut, code, value, index, nullptr, 0,
-                                   kRequestTimeoutMs);
-}
-
-TAVO_STATUS statusOf(int result) {
-    if (result >= 0) return TAVO_SUCCESS;
-    if (result == LIBUSB_ERROR_NO_DEVICE) return TAVO_DEVICE_NOT_FOUND;
-    return result == LIBUSB_ERROR_TIMEOUT ? TAVO_TIMEOUT : TAVO_REQUEST_FAILED;
-}
-
-bool operator==(const CY_SPI_CONFIG& a, const CY_SPI_CONFIG& b) {
-    return a.frequency == b.frequency && a.dataWidth == b.dataWidth && a.protocol == b.protocol &&
-           a.isMsbFirst == b.isMsbFirst && a.isMaster == b.isMaster && a.isContinuousMode == b.isContinuousMode &&
-           a.isSelectPrecede == b.isSelectPrecede && a.isCpha == b.isCpha && a.isCpol == b.isCpol;
-}
 
 class Steps {
 public:
@@ -84,22 +65,6 @@ private:
     std::optional<Error> first_;
 };
 
-/// The bridge may hold the rest of a transfer that was cut off. Nobody knows whether the reset takes the setting
-/// with it, so that is put back.
-TAVO_STATUS resetSpi(const DeviceInfo& info, std::string& text) {
-    const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
-    if (scb0.openStatus != CY_SUCCESS) return cypressToTavo(scb0.openStatus);
-    CY_SPI_CONFIG before{};
-    const bool known = CyGetSpiConfig(scb0.handle, &before) == CY_SUCCESS;
-    const int result = request(scb0, kSpiReset, info.scb0InterfaceNumber == 0 ? 0 : kSecondBlock, 0);
-    if (result == LIBUSB_ERROR_PIPE) text = "the bridge takes no reset of its SPI block";
-    if (result < 0) return result == LIBUSB_ERROR_PIPE ? TAVO_SUCCESS : statusOf(result);
-    CY_SPI_CONFIG after{};
-    if (!known || CyGetSpiConfig(scb0.handle, &after) != CY_SUCCESS || after == before) return TAVO_SUCCESS;
-    text += "; its setting had changed and was put back";
-    return cypressToTavo(CySetSpiConfig(scb0.handle, &before));
-}
-
 TAVO_STATUS giveBack(DeviceInfo& info, std::string& text) {
     CY_SPI_CONFIG config{};
     {
@@ -126,8 +91,8 @@ TAVO_STATUS leaveConfigurationMode(const DeviceInfo& info) {
     if (config.openStatus != CY_SUCCESS) return cypressToTavo(config.openStatus);
     TAVO_STATUS status = TAVO_SUCCESS;
     for (const AccessPair& pair : kLeave) {
-        const int result = request(config, kConfigurationMode, pair.value, pair.index);
-        if (result < 0 && result != LIBUSB_ERROR_PIPE) status = statusOf(result);
+        const int result = sendVendorRequest(config, kConfigurationMode, pair.value, pair.index);
+        if (result < 0 && result != LIBUSB_ERROR_PIPE) status = vendorRequestStatus(result);
     }
     return status;
 }
@@ -220,7 +185,8 @@ Recovery recover(Device& device, const RecoverOptions& options, const Control& c
     Steps steps(op, options, recovery);
     // SCB0 before the lines: as a master it would drive the flash beside the Neuron that starts.
     if (device.description().scb0 == Scb0Role::Spi) {
-        steps.take("unfinished SPI transfer ended", [&](std::string& text) { return resetSpi(info, text); });
+        steps.take("unfinished SPI transfer ended",
+                   [&](std::string& text) { return endUnfinishedTransfer(info, text); });
     }
     steps.take("SCB0 opened", [&](std::string& text) { return giveBack(info, text); });
     releaseLines(op, steps);

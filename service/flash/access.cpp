@@ -4,6 +4,7 @@
 
 #include "common/neuronPins.h"
 #include "service/device/health.h"
+#include "service/device/spiReset.h"
 #include "tavo/service/history.h"
 #include "tavo/service/text.h"
 
@@ -14,8 +15,6 @@ constexpr long kBootMs = 1500;
 constexpr std::uint8_t kBusy = 0x01;
 constexpr std::uint8_t kFloating = 0xFF;
 
-constexpr const char* kRecover = "let the Neuron run again: tavo-util recover";
-
 bool isAbsent(const FlashChip& chip) {
     const auto all = [&](unsigned value) {
         return chip.maker == value && chip.memoryType == value && chip.capacityCode == value;
@@ -23,55 +22,19 @@ bool isAbsent(const FlashChip& chip) {
     return all(0xFF) || all(0x00);
 }
 
-bool isUnknown(const DeviceState& state) {
-    return state.resetLine == LineState::Unknown || state.scb0 == Scb0State::Unknown;
-}
-
-std::string heldParts(const DeviceState& state) {
-    std::string parts;
-    const auto add = [&](bool held, const char* part) {
-        if (held) parts += (parts.empty() ? "" : ", ") + std::string(part);
-    };
-    add(state.resetLine == LineState::Held, "the reset line of the Neuron (pin 8)");
-    add(state.serviceLine == LineState::Held, "its service line (pin 14)");
-    add(state.scb0 == Scb0State::SpiMaster, "SCB0 as SPI master");
-    return parts;
-}
-
-Error stillHeld(const Operation& op) {
-    const std::string name = op.device.name();
-    if (op.state.isSomethingHeld()) {
-        return {Problem::DeviceFailed, name + " still holds what was taken for the flash: " + heldParts(op.state),
-                kRecover};
-    }
-    return {Problem::DeviceFailed, "cannot see whether " + name + " has let go of the Neuron", kRecover};
-}
-
-/// A failure as it has to be told once the releases have failed as well.
-Error andStillHeld(const Error& error, const Operation& op) {
-    const bool interrupted = error.problem == Problem::Interrupted;
-    Error now(error.problem, interrupted ? "interrupted; not everything could be released" : error.what(),
-              error.hint.empty() || error.hint == kRecover ? kRecover : std::string(kRecover) + "; then " + error.hint);
-    now.status = error.status;
-    now.details = error.details;
-    const std::string held = stillHeld(op).what();
-    if (!interrupted && held != now.what()) now.details.push_back(held);
-    return now;
-}
-
-Error andGone(const Error& error, const DeviceState& state) {
+Error andGone(const Error& error) {
+    const bool general = error.status && error.hint == statusError(*error.status, Side::Bridge, "").hint;
     Error now(Problem::NoDevice, std::string(error.what()) + ": the interface is no longer attached",
-              "plug it in again, then " + (state.isFlashLost() ? error.hint : "repeat the command"));
+              "plug it in again, then " + (general || error.hint.empty() ? "repeat the command" : error.hint));
     now.status = error.status;
     now.details = error.details;
     return now;
 }
 
 /// A failure of the device may be one of its cable.
-bool isGone(const Error& error, const Operation& op) {
-    const bool ofDevice = error.problem == Problem::DeviceFailed || error.problem == Problem::NoAnswer ||
-                          error.problem == Problem::NoDevice || error.problem == Problem::Busy;
-    return ofDevice && !isStillAttached(op.device.description().path);
+bool mayBeGone(const Error& error) {
+    return error.problem == Problem::DeviceFailed || error.problem == Problem::NoAnswer ||
+           error.problem == Problem::NoDevice || error.problem == Problem::Busy;
 }
 
 }  // namespace
@@ -115,9 +78,21 @@ void FlashAccess::take(long settleMs) {
     identify();
 }
 
+void FlashAccess::readId() {
+    constexpr const char* kDoing = "read the flash ID";
+    const CY_RETURN_STATUS status = driver_->readId(chip_);
+    if (status != CY_ERROR_IO_TIMEOUT) return check(status, kDoing);
+    // A killed run may have left a transfer in the bridge that holds up all others.
+    std::string told = "unfinished SPI transfer ended";
+    static_cast<void>(endUnfinishedTransfer(op_.device.info(), told));  // the next read tells
+    op_.step(told);
+    op_.throwIfCancelled();
+    check(driver_->readId(chip_), kDoing);
+}
+
 void FlashAccess::identify() {
     op_.step("call: look at the flash");
-    check(driver_->readId(chip_), "read the flash ID");
+    readId();
     std::uint8_t status = kFloating;
     // A chip that still erases, for a run that was killed meanwhile, answers nothing but its status.
     if (isAbsent(chip_) && driver_->readStatus(status) == CY_SUCCESS && status != kFloating && (status & kBusy) != 0) {
@@ -158,18 +133,13 @@ void FlashAccess::release() noexcept {
 }
 
 void FlashAccess::requireReleased() {
-    if (op_.state.isSomethingHeld() || isUnknown(op_.state)) op_.fail(stillHeld(op_));
+    if (!isSeenReleased(op_.state)) op_.fail(stillHeld(op_));
 }
 
 void FlashAccess::fail(const Error& error) {
     release();
     if (!touched_) op_.fail(error);
-    if (isGone(error, op_)) {
-        // Without power nothing is held; it starts afresh when it is plugged in.
-        op_.state.resetLine = op_.state.serviceLine = LineState::NotLooked;
-        op_.state.scb0 = Scb0State::NotLooked;
-        op_.fail(andGone(error, op_.state));
-    }
+    if (mayBeGone(error) && forgetLinesOfGone(op_)) op_.fail(andGone(error));
     if (op_.state.isSomethingHeld()) op_.fail(andStillHeld(error, op_));
     op_.fail(error);
 }

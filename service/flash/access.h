@@ -41,6 +41,7 @@ public:
 private:
     void lookAtScb0();
     void giveScb0Back();
+    void readId();
     void identify();
     void check(CY_RETURN_STATUS status, const std::string& doing) const;
 

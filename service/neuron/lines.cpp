@@ -29,20 +29,27 @@ bool lacksPin(const DeviceInfo& info, unsigned char pin) {
     op.fail(error);
 }
 
-/// Lines that stay low are released once more; what still is low then ends the operation.
-void requireReleased(Operation& op, const char* doing) {
-    letGo(op, false);
-    if (op.state.resetLine != LineState::Held && op.state.serviceLine != LineState::Held) return;
+/// A press while the Neuron is held is seen by nobody. Nothing of that is this command's to release.
+void requireRunning(Operation& op, const char* doing) {
+    lookAtLines(op);
+    if (op.state.resetLine != LineState::Held) return;
     op.fail(Error(Problem::DeviceFailed,
-                  std::string("cannot ") + doing + " on " + op.device.name() + ": a line of the Neuron stays low",
-                  "let it go: tavo-util recover; if that fails too, unplug the interface and plug it in again"));
+                  std::string("cannot ") + doing + " on " + op.device.name() + ": the Neuron is held in reset",
+                  "let the Neuron run again: tavo-util recover"));
 }
 
+/// What stays held is released once more; SCB0 too, where a killed run has left it: as a master it would drive
+/// the flash beside the Neuron that runs now. What then still is held ends the operation.
 void require(Operation& op, TAVO_STATUS status, unsigned char pin, const char* doing) {
-    if (status == TAVO_SUCCESS) return requireReleased(op, doing);
-    letGo(op, false);
+    letGo(op, true);
+    if (status == TAVO_SUCCESS) {
+        if (op.state.isSomethingHeld()) op.fail(stillHeld(op));
+        return;
+    }
+    forgetLinesOfGone(op);
     if (pin == kNeuronServicePin && lacksPin(op.device.info(), pin)) failWithoutPin(op, pin, doing, status);
-    op.fail(statusError(status, Side::Bridge, std::string(doing) + " on " + op.device.name()));
+    const Error error = statusError(status, Side::Bridge, std::string(doing) + " on " + op.device.name());
+    op.fail(op.state.isSomethingHeld() ? andStillHeld(error, op) : error);
 }
 
 /// Released in reverse order by their destructors, whatever ends the wait.
@@ -65,6 +72,7 @@ void pulse(Operation& op, unsigned char pin, const char* doing) {
         const IOPin line(gpio, pin, IOPin::RELEASED);
         return cypressToTavo(line.pulse(IOPin::LOW, kPulseMs));
     });
+    if (status == TAVO_SUCCESS && pin == kNeuronServicePin) requireRunning(op, doing);
     require(op, status, pin, doing);
 }
 
@@ -73,10 +81,9 @@ void holdResetAndService(Operation& op) {
     TAVO_STATUS status = TAVO_SUCCESS;
     try {
         status = op.tryCall(kDoing, [&] { return holdBoth(op); });
-    } catch (Error& error) {  // interrupted: the lines are up again, or not
-        letGo(op, false);
-        error.state = op.state;
-        throw;
+    } catch (const Error& error) {  // interrupted: the lines are up again, or not
+        letGo(op, true);
+        op.fail(op.state.isSomethingHeld() ? andStillHeld(error, op) : error);
     }
     require(op, status, kNeuronServicePin, kDoing);
 }
