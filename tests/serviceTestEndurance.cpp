@@ -97,7 +97,7 @@ protected:
             [this](Device& d, const Control& c) { verifyFlash(d, image, {}, c); },
             [](Device& d, const Control& c) { readFlash(d, c); },
             [](Device& d, const Control& c) { eraseFlash(d, c); },
-            [](Device& d, const Control& c) { blankCheckFlash(d, c); },
+            [](Device& d, const Control& c) { blankCheckFlash(d, {}, c); },
             [](Device& d, const Control& c) { readStatus(d, c); },
             [](Device& d, const Control& c) { readNeuronId(d, c); },
             [](Device& d, const Control& c) { readProgramId(d, c); },

@@ -169,17 +169,7 @@ TEST_F(Flash, ProgramSendsWhatTheLibrarySends) {
     EXPECT_THAT(phases, ElementsAre("erase", "program", "verify", "boot"));
 }
 
-TEST_F(Flash, ReadAndEraseSendWhatTheLibrarySends) {
-    const Bytes before = noise(cells().size(), 3);
-    std::copy(before.begin(), before.end(), cells().begin());
-    ASSERT_EQ(readSpiFlash(info, (folder + "/dump.hex").c_str(), nullptr), TAVO_SUCCESS);
-    const Journal libraryRead = wire(rig.journal);
-    clearJournal();
-    const auto read = readFlash(device(), control());
-    EXPECT_EQ(wire(rig.journal), libraryRead);
-    EXPECT_EQ(read.contents, imageOf({{0, before}}));
-
-    clearJournal();
+TEST_F(Flash, EraseSendsWhatTheLibrarySends) {
     ASSERT_EQ(eraseSpiFlash(info), TAVO_SUCCESS);
     const Journal libraryErase = wire(rig.journal);
     cells()[77] = 0;
@@ -188,9 +178,69 @@ TEST_F(Flash, ReadAndEraseSendWhatTheLibrarySends) {
     EXPECT_EQ(wire(rig.journal), libraryErase);
     EXPECT_TRUE(blankCheckFlash(device()).blank);
     cells()[300] = 0x7F;
+    cells()[0x9000] = 0;
     const auto check = blankCheckFlash(device());
     EXPECT_EQ(check.first, 300u);
     EXPECT_EQ(check.pages, 1u);
+    EXPECT_FALSE(check.isComplete);
+    const auto all = blankCheckFlash(device(), {.every = true});
+    EXPECT_EQ(all.first, 300u);
+    EXPECT_EQ(all.pages, 2u);
+    EXPECT_TRUE(all.isComplete);
+}
+
+// ---- long reads
+
+TEST_F(Flash, ReadsAreLongAndProvenByShortOnes) {
+    const Bytes before = noise(cells().size(), 3);
+    std::copy(before.begin(), before.end(), cells().begin());
+    EXPECT_EQ(readFlash(device(), control()).contents, imageOf({{0, before}}));
+    EXPECT_EQ(rig.board().flash.reads, 16u + 17u);
+    EXPECT_THAT(warnings, IsEmpty());
+
+    // What is blank proves little: the first that is not is compared too.
+    fresh();
+    std::fill_n(cells().begin(), 0x3000, std::uint8_t{0xFF});
+    readFlash(device(), control());
+    EXPECT_EQ(rig.board().flash.reads, 16u + 2 * 17u);
+}
+
+TEST_F(Flash, LongReadsThatAreNoGoodAreLeftAndTold) {
+    const Bytes before = noise(cells().size(), 3);
+    const auto failFirst = [this] { rig.fail("CySpiReadWrite", 4, CY_ERROR_IO_TIMEOUT); };  // ID, size, status
+    const auto spoilFirst = [this] { rig.flipReadBit(1, 4000, 3); };
+    const std::pair<std::function<void()>, const char*> cases[] = {{failFirst, "failed"},
+                                                                   {spoilFirst, "differs from short ones at 0x000000"}};
+    for (const auto& [fault, why] : cases) {
+        fresh();
+        std::copy(before.begin(), before.end(), cells().begin());
+        warnings.clear();
+        fault();
+        EXPECT_EQ(readFlash(device(), control()).contents, imageOf({{0, before}}));
+        EXPECT_THAT(warnings, ElementsAre(HasSubstr(why)));
+        EXPECT_GE(rig.board().flash.reads, cells().size() / 255);
+    }
+}
+
+TEST_F(Flash, VerifyReadsWhatTheImageCoversAndStopsAtADifference) {
+    programFlash(device(), image);
+    cells()[0x4000] = 0;  // nothing of the image
+    rig.board().flash.reads = 0;
+    const auto equal = verifyFlash(device(), image);
+    EXPECT_TRUE(equal.comparison.equal() && equal.isComplete);
+    EXPECT_EQ(equal.contents.byteCount(), 700u + 512 + 8);
+    EXPECT_EQ(verifyFlash(device(), image, {.restBlank = true}).comparison.differences.at(0).range.first, 0x4000u);
+
+    cells()[0x30] ^= 1;
+    cells()[0x40] ^= 1;
+    cells()[0xFFFF] ^= 1;
+    const auto first = verifyFlash(device(), image);
+    EXPECT_FALSE(first.isComplete);
+    EXPECT_EQ(first.comparison.bytes, 2u);
+    const auto every = verifyFlash(device(), image, {.every = true});
+    EXPECT_TRUE(every.isComplete);
+    EXPECT_EQ(every.comparison.bytes, 3u);
+    EXPECT_EQ(every.comparison.pages, 2u);
 }
 
 // ---- released, or told
@@ -352,7 +402,11 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
     how.imageName = folder + "/new.hex";
     const Bytes before = noise(64U << 10, 9);
     std::copy(before.begin(), before.end(), cells().begin());
-    rig.failFrom("CySpiReadWrite", 540, CY_ERROR_PIPE_HALTED);
+    const auto failInProgram = [this](const tavo::Event& event) {
+        if (event.kind != tavo::Event::Kind::PhaseBegins || event.phase != tavo::Phase::Program) return;
+        rig.failFrom("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);
+    };
+    observe = failInProgram;
     const tavo::Error error = failureOfProgram(how);
     EXPECT_EQ(error.state.flash, FlashState::Incomplete);
     EXPECT_THAT(error.hint, HasSubstr(how.backup));
@@ -364,11 +418,10 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
 
     // Nothing that follows calls the half image unchanged, and a new backup does not hide the good one.
     fresh();
-    rig.fail("CySpiReadWrite", 4, CY_ERROR_PIPE_HALTED);
+    rig.fail("CySpiReadWrite", 3, CY_ERROR_PIPE_HALTED);
     EXPECT_EQ(failureOf([this] { readFlash(device()); }).state.flash, FlashState::Incomplete);
     fresh();
     how.backup = folder + "/second.hex";
-    rig.failFrom("CySpiReadWrite", 540, CY_ERROR_PIPE_HALTED);
     failureOfProgram(how);
     EXPECT_EQ(remembered()->backup, folder + "/before.hex");
     EXPECT_THAT(warnings, testing::Contains(HasSubstr("cut off")));
@@ -478,7 +531,7 @@ TEST_F(Flash, ACancellationEndsAtTheNextPageOrChunk) {
     const auto reads = rig.board().flash.reads;
     cancelIn(tavo::Phase::Dump, tavo::Event::Kind::Progress);
     EXPECT_EQ(failureOf([this] { readFlash(device(), control()); }).problem, Problem::Interrupted);
-    EXPECT_EQ(rig.board().flash.reads, reads + 1);
+    EXPECT_EQ(rig.board().flash.reads, reads + 18);  // the first chunk, and its proof
 
     token.reset();
     observe = [this](const tavo::Event& event) {

@@ -129,7 +129,7 @@ TEST_F(ServiceThreads, EachDoesItsOwnWork) {
         failedChecks[i] = doctor(device, {}, control).failed();
         recover(device, {}, control);
         eraseFlash(device, control);
-        isBlank[i] = blankCheckFlash(device, control).blank;
+        isBlank[i] = blankCheckFlash(device, {}, control).blank;
     });
     for (unsigned i = 0; i < kDevices; ++i) {
         SCOPED_TRACE(serial(i));

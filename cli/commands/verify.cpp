@@ -13,7 +13,7 @@ constexpr std::size_t kListedDifferences = 20;
 
 struct Options {
     std::string file;
-    bool restBlank = false;
+    tavo::VerifyOptions how;
 };
 
 Json json(const tavo::Difference& difference) {
@@ -37,16 +37,19 @@ std::string extent(const tavo::Difference& difference) {
     return " (" + countText(difference.bytes, "byte") + " up to " + hexAddress(difference.range.last) + ")";
 }
 
-void tell(Session& session, const tavo::Comparison& comparison) {
+void tell(Session& session, const tavo::VerifyResult& done) {
+    const tavo::Comparison& comparison = done.comparison;
     Report& report = session.report;
     report.result["equal"] = comparison.equal();
     report.result["pages_different"] = comparison.pages;
     report.result["bytes_different"] = comparison.bytes;
+    report.result["complete"] = done.isComplete;
     report.result["differences"] = Json::array();
     if (comparison.equal()) return report.note("equal");
     session.exit = Exit::Differs;
     const auto& all = comparison.differences;
-    report.line("differs at " + text(all.front()) + " (" + countText(comparison.pages, "page") + ")");
+    report.line("differs at " + text(all.front()) + " (" + (done.isComplete ? "" : "at least ") +
+                countText(comparison.pages, "page") + (done.isComplete ? ")" : "; --every finds all)"));
     for (std::size_t i = 0; i < std::min(all.size(), kListedDifferences); ++i) {
         report.result["differences"].push_back(json(all[i]));
         if (i > 0) report.line("        at " + text(all[i]) + extent(all[i]));
@@ -55,7 +58,7 @@ void tell(Session& session, const tavo::Comparison& comparison) {
         report.line("and at " + countText(all.size() - kListedDifferences, "more place"));
 }
 
-void verify(Session& session, const Options& options) {
+void verify(Session& session, Options& options) {
     session.progress.begin("check");
     tavo::ReadOptions reading;
     reading.strict = true;
@@ -63,10 +66,11 @@ void verify(Session& session, const Options& options) {
     if (!file.isGood()) throw tavo::refusal(options.file, file);
     session.progress.end(countText(file.image.touchedPages(), "page"));
     if (session.options.dryRun) return session.report.note("would read the flash and compare");
-    const tavo::VerifyOptions how{options.restBlank, &file, options.file};
-    const auto done = tavo::verifyFlash(session.device(), file.image, how, session.control());
+    options.how.file = &file;
+    options.how.imageName = options.file;
+    const auto done = tavo::verifyFlash(session.device(), file.image, options.how, session.control());
     session.report.state = done.state;
-    tell(session, done.comparison);
+    tell(session, done);
 }
 
 }  // namespace
@@ -74,7 +78,8 @@ void verify(Session& session, const Options& options) {
 Run declareVerify(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("FILE", options->file, "the Intel HEX file to compare with");
-    arguments.flag("--rest-blank", options->restBlank, "what the file does not cover must be erased (FF)");
+    arguments.flag("--rest-blank", options->how.restBlank, "what the file does not cover must be erased (FF)");
+    arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
     return [options](Session& session) { verify(session, *options); };
 }
 

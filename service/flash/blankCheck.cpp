@@ -2,18 +2,31 @@
 #include "service/flash/read.h"
 
 namespace tavo {
+namespace {
 
-BlankCheckResult blankCheckFlash(Device& device, const Control& control) {
+BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashChip& chip, bool every) {
+    requireAddressable(op, chip);
+    const Image nothing;
+    BlankCheckResult found;
+    found.chip = chip;
+    FlashReader reader(op, driver);
+    readRanges(op, reader, {{0, chip.size - 1}}, Phase::Read, [&](const Image& contents, const AddressRange& now) {
+        const Comparison data = compare(nothing, contents, now, true);
+        found.pages += data.pages;
+        if (!data.equal() && !found.first) found.first = data.differences.front().range.first;
+        found.isComplete = now.last == chip.size - 1;
+        return every || !found.first;
+    });
+    found.blank = !found.first;
+    return found;
+}
+
+}  // namespace
+
+BlankCheckResult blankCheckFlash(Device& device, const BlankCheckOptions& options, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
-        const Image contents = readChip(op, driver, chip, Phase::Read);
-        const Comparison comparison = compare(Image(), contents, chip.size, true);
-        BlankCheckResult found;
-        found.chip = chip;
-        found.blank = comparison.equal();
-        found.pages = comparison.pages;
-        if (!found.blank) found.first = comparison.differences.front().range.first;
-        return found;
+        return findData(op, driver, chip, options.every);
     });
     waitForBoot(op);
     result.state = op.state;

@@ -144,12 +144,21 @@ CY_RETURN_STATUS FlashDriver::eraseChip(std::uint32_t size) const {
                    "its write-protect pin (WP#) is held low: see to the wiring"));
 }
 
-CY_RETURN_STATUS FlashDriver::read(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+CY_RETURN_STATUS FlashDriver::waitUntilReadable() const {
     const BusyWait wait{longestErase(kLargestChip), "a chip erase", BusyWait::Stop::AtOnce};
     std::uint8_t status = 0;
-    if (const auto result = waitUntilIdle(wait, status); result != CY_SUCCESS) return result;
-    std::array<std::uint8_t, kHeaderSize + kReadChunk> out{};
-    std::array<std::uint8_t, kHeaderSize + kReadChunk> in{};
+    return waitUntilIdle(wait, status);
+}
+
+CY_RETURN_STATUS FlashDriver::read(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+    if (const auto result = waitUntilReadable(); result != CY_SUCCESS) return result;
+    return readLong(address, data, size);
+}
+
+CY_RETURN_STATUS FlashDriver::readLong(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+    std::array<std::uint8_t, kHeaderSize + kLongRead> out;
+    std::array<std::uint8_t, kHeaderSize + kLongRead> in;
+    std::fill_n(out.begin(), kHeaderSize + size, std::uint8_t{0});
     putHeader(out.data(), opcode::kReadData, address);
     if (const auto result = transfer(out.data(), in.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
     std::copy_n(in.data() + kHeaderSize, size, data);

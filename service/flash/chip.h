@@ -12,6 +12,8 @@ namespace tavo {
 
 /// Data bytes of one read: as many as a record of the library's dump has.
 inline constexpr std::uint32_t kReadChunk = 255;
+/// Data bytes of one long read. With the command it makes 4,100 bytes, which bridges have been seen to take.
+inline constexpr std::uint32_t kLongRead = 4096;
 
 /// A wait for an idle chip.
 struct BusyWait {
@@ -49,8 +51,12 @@ public:
     CY_RETURN_STATUS unprotect() const { return primitives_.disableWriteProtection(); }
     /// Erases everything and waits for the end. Throws Error when the chip says that it is still protected.
     CY_RETURN_STATUS eraseChip(std::uint32_t size) const;
-    /// size: at most kReadChunk.
+    /// Before the first read: waits for what a killed run has begun.
+    CY_RETURN_STATUS waitUntilReadable() const;
+    /// Waits until the chip is idle, then reads. size: at most kReadChunk.
     CY_RETURN_STATUS read(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const;
+    /// Reads an idle chip. size: at most kLongRead.
+    CY_RETURN_STATUS readLong(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const;
     /// Programs up to kPageSize bytes of one erased page and reads them back. A step that fails costs an
     /// attempt, as a difference does.
     PageOutcome programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const;

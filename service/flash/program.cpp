@@ -69,7 +69,8 @@ private:
 /// False when the image is there already.
 bool Programming::lookBefore(const FlashDriver& driver) {
     if (!backup_ && !options_.ifDifferent) return true;
-    const Image contents = readChip(op_, driver, result_.chip, backup_ ? Phase::Backup : Phase::Read);
+    FlashReader reader(op_, driver);
+    const Image contents = readChip(op_, reader, result_.chip, backup_ ? Phase::Backup : Phase::Read);
     result_.upToDate = options_.ifDifferent && compare(image_, contents, result_.chip.size, true).equal();
     if (result_.upToDate) {
         op_.state.flash = FlashState::Unchanged;  // also when a run that was cut off just missed its end

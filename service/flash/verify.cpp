@@ -2,15 +2,33 @@
 #include "service/flash/read.h"
 
 namespace tavo {
+namespace {
+
+VerifyResult readAndCompare(Operation& op, const FlashDriver& driver, const FlashChip& chip, const Image& image,
+                            const VerifyOptions& options) {
+    if (options.restBlank) requireAddressable(op, chip);
+    requireFits(op, image, chip, options.imageName, options.file);
+    const auto ranges = options.restBlank ? std::vector<AddressRange>{{0, chip.size - 1}} : readableRanges(image);
+    VerifyResult found;
+    found.chip = chip;
+    std::uint32_t last = 0;
+    const auto more = [&](const Image& contents, const AddressRange& now) {
+        last = now.last;
+        return options.every || compare(image, contents, now, options.restBlank).equal();
+    };
+    FlashReader reader(op, driver);
+    found.contents = readRanges(op, reader, ranges, Phase::Read, more);
+    found.comparison = compare(image, found.contents, AddressRange{0, last}, options.restBlank);
+    found.isComplete = ranges.empty() || last == ranges.back().last;
+    return found;
+}
+
+}  // namespace
 
 VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
-        requireAddressable(op, chip);
-        requireFits(op, image, chip, options.imageName, options.file);
-        Image contents = readChip(op, driver, chip, Phase::Read);
-        Comparison comparison = compare(image, contents, chip.size, options.restBlank);
-        return VerifyResult{chip, std::move(comparison), std::move(contents), {}};
+        return readAndCompare(op, driver, chip, image, options);
     });
     waitForBoot(op);
     result.state = op.state;

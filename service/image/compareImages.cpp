@@ -11,7 +11,8 @@ public:
     Comparer(const Image& wanted, const Image& chip, bool restBlank)
         : wanted_(wanted), chip_(chip), restBlank_(restBlank) {}
 
-    void page(std::uint32_t index, std::uint32_t size);
+    /// The bytes of a page from one to another inside it.
+    void page(std::uint32_t index, std::uint32_t from, std::uint32_t to);
     Comparison result;
 
 private:
@@ -31,9 +32,9 @@ bool Comparer::isSame(std::uint32_t index) const {
     return wanted != nullptr && found != nullptr && std::memcmp(wanted, found, kPageSize) == 0;
 }
 
-void Comparer::page(std::uint32_t index, std::uint32_t size) {
+void Comparer::page(std::uint32_t index, std::uint32_t from, std::uint32_t to) {
     if (isSame(index)) return;
-    for (std::uint32_t i = 0; i < size; ++i) {
+    for (std::uint32_t i = from; i <= to; ++i) {
         const std::uint32_t address = index * kPageSize + i;
         const auto byte = wanted_.at(address);
         const std::uint8_t found = chip_.at(address).value_or(0xFF);
@@ -55,9 +56,17 @@ void Comparer::note(std::uint32_t address, std::optional<std::uint8_t> wanted, s
 }  // namespace
 
 Comparison compare(const Image& wanted, const Image& chip, std::uint32_t size, bool restBlank) {
+    if (size == 0) return {};
+    return compare(wanted, chip, AddressRange{0, std::min(size, kAddressable) - 1}, restBlank);
+}
+
+Comparison compare(const Image& wanted, const Image& chip, const AddressRange& range, bool restBlank) {
     Comparer comparer(wanted, chip, restBlank);
-    const std::uint32_t end = std::min(size, kAddressable);
-    for (std::uint32_t at = 0; at < end; at += kPageSize) comparer.page(at / kPageSize, std::min(kPageSize, end - at));
+    for (std::uint32_t index = range.first / kPageSize; index <= range.last / kPageSize; ++index) {
+        const std::uint32_t start = index * kPageSize;
+        const std::uint32_t from = std::max(range.first, start) - start;
+        comparer.page(index, from, std::min(range.last, start + kPageSize - 1) - start);
+    }
     return std::move(comparer.result);
 }
 

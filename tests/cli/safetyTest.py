@@ -71,7 +71,7 @@ class Dump(ToolTest):
         full = self.run_tool("dump", self.path("dump.hex"), preexec_fn=limit)
         self.assertExit(full, 8)
         self.assertIn("File too large", full.err)
-        broken = self.run_tool("dump", self.path("dump.hex"), sim=["fault=CySpiReadWrite@900:12"])
+        broken = self.run_tool("dump", self.path("dump.hex"), sim=["fault=CySpiReadWrite@200:12"])
         self.assertExit(broken, 10)
         self.assertErrorForm(broken, "flash contents unchanged", "TAVO_PIPE_HALTED 19")
         self.assertEqual(self.whats_there(), [])
@@ -107,9 +107,9 @@ class Verify(ToolTest):
         spoiled[0x9FF] ^= 1
         result = self.run_tool("verify", self.write("other.hex", image((0, spoiled))))
         self.assertExit(result, 9)
-        first = f"0x000100: file {spoiled[0x100]:02X}, flash {spoiled[0x100] ^ 1:02X} (2 pages)"
+        first = f"0x000100: file {spoiled[0x100]:02X}, flash {spoiled[0x100] ^ 1:02X} (2 pages)"  # all of it is one read
         self.assertTrue(result.out.startswith("differs at " + first), result.out)
-        told = self.run_tool("--json", "verify", self.path("other.hex")).json
+        told = self.run_tool("--json", "verify", "--every", self.path("other.hex")).json
         self.assertEqual((told["exit_status"], told["result"]["equal"], told["result"]["bytes_different"]), (9, False, 3))
         self.assertEqual([(d["first"], d["last"], d["bytes"]) for d in told["result"]["differences"]],
                          [(0x100, 0x101, 2), (0x9FF, 0x9FF, 1)])
@@ -122,8 +122,12 @@ class Verify(ToolTest):
         self.assertIn("differs at 0x000064: not in the file, flash", result.out)
 
     def test_blank_check_finds_the_first_byte(self):
-        told = self.run_tool("--json", "blank-check").json
-        self.assertEqual((told["exit_status"], told["result"]), (9, {"blank": False, "first": 0, "pages": 12}))
+        told = self.run_tool("--json", "blank-check", "--every").json
+        self.assertEqual((told["exit_status"], told["result"]),
+                         (9, {"blank": False, "first": 0, "pages": 12, "complete": True}))
+        self.fill_flash(noise(9000))
+        self.assertIn("not blank: first at 0x000000 (at least 16 pages; --every counts all)",
+                      self.run_tool("blank-check").out)
         self.run_tool("erase", "-y")
         self.assertExit(self.run_tool("blank-check"), 0)
 
@@ -180,7 +184,7 @@ class ProgramSafely(ToolTest):
     def test_without_a_backup_there_is_no_erase(self):
         self.write("there.hex", ["mine"])
         for target, sim, code in (("there.hex", [], 8), ("missing/b.hex", [], 8),
-                                  ("b.hex", ["fault=CySpiReadWrite@300+:6"], 10)):
+                                  ("b.hex", ["fault=CySpiReadWrite@200+:6"], 10)):
             with self.subTest(target):
                 result = self.run_tool("program", self.image, "--backup", self.path(target), sim=sim)
                 self.assertExit(result, code)

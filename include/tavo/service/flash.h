@@ -79,19 +79,21 @@ TAVO_API ProgramResult programFlash(Device& device, const Image& image, const Pr
                                     const Control& control = {});
 
 struct VerifyOptions {
-    bool restBlank = false;           ///< what the image does not cover must be FF
+    bool restBlank = false;           ///< what the image does not cover must be FF; the whole chip is read then
+    bool every = false;               ///< finds every difference, instead of stopping after the first
     const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
-    std::string imageName;
+    std::string imageName = {};
 };
 
 struct VerifyResult {
     FlashChip chip;
-    Comparison comparison;
-    Image contents;  ///< of the whole chip
+    Comparison comparison;    ///< of what was read
+    Image contents;           ///< what was read
+    bool isComplete = false;  ///< everything was; else a difference ended it, and more may follow
     DeviceState state;
 };
 
-/// Reads the chip (2.4 ms for each 255 bytes, and 1.6 s of waits) and compares it.
+/// Reads what the image covers (37 ms for each 4096 bytes, and 1.6 s of waits) and compares it.
 TAVO_API VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options = {},
                                   const Control& control = {});
 
@@ -117,15 +119,21 @@ struct EraseResult {
 /// Erases the whole chip: seconds to minutes.
 TAVO_API EraseResult eraseFlash(Device& device, const Control& control = {});
 
+struct BlankCheckOptions {
+    bool every = false;  ///< counts every page with data, instead of stopping after the first
+};
+
 struct BlankCheckResult {
     FlashChip chip;
     bool blank = false;
     std::optional<std::uint32_t> first;  ///< address of the first byte that is not FF
-    std::uint32_t pages = 0;             ///< with such a byte
+    std::uint32_t pages = 0;             ///< with such a byte, in what was read
+    bool isComplete = false;             ///< the whole chip was read
     DeviceState state;
 };
 
-/// Reads the whole chip. Times as verifyFlash.
-TAVO_API BlankCheckResult blankCheckFlash(Device& device, const Control& control = {});
+/// Reads the chip up to the first byte that is not FF. Times as verifyFlash.
+TAVO_API BlankCheckResult blankCheckFlash(Device& device, const BlankCheckOptions& options = {},
+                                          const Control& control = {});
 
 }  // namespace tavo

@@ -102,6 +102,8 @@ struct Comparison {
 /// Compares the first size bytes of a chip with an image.
 /// @param restBlank  bytes of the chip that the image does not cover must be FF
 TAVO_API Comparison compare(const Image& wanted, const Image& chip, std::uint32_t size, bool restBlank);
+/// The same of a part of the chip; inside of kAddressable.
+TAVO_API Comparison compare(const Image& wanted, const Image& chip, const AddressRange& range, bool restBlank);
 
 /// What one cell of a map shows. The first four are of an image, the others of a chip compared with one.
 enum class MapCell : std::uint8_t { Gap, Blank, Part, Data, Equal, Differs, Beyond };
