@@ -264,6 +264,15 @@ class Convert(ToolTest):
                 self.assertExit(self.convert(lines), 7)
                 self.assertEqual(os.listdir(self.folder), ["in.hex"])
 
+    def test_an_existing_file_is_replaced_on_request_only(self):
+        path, there = self.write("in.hex", image((0, b"abc"))), self.write("out.hex", ["mine"])
+        result = self.run_tool("convert", path, there, device=False)
+        self.assertExit(result, 8)
+        self.assertIn("--force", result.err)
+        self.assertEqual(self.read("out.hex"), b"mine\n")
+        self.assertExit(self.run_tool("convert", "--force", path, there, device=False), 0)
+        self.assertEqual(self.read("out.hex"), self.read("in.hex"))
+
     @unittest.skipUnless(shutil.which("objcopy") and shutil.which("srec_cat"), "needs objcopy and srec_cat")
     def test_what_other_tools_write_is_programmed_on_the_way(self):
         with open(self.path("image.bin"), "wb") as file:
