@@ -6,10 +6,31 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdarg>
 #include <filesystem>
 #include <fstream>
 
 #include "tavo/service/files.h"
+
+namespace {
+bool namelessFiles = true;
+
+bool isRefused(int flags) {
+    errno = EOPNOTSUPP;
+    return !namelessFiles && (flags & O_TMPFILE) == O_TMPFILE;
+}
+}  // namespace
+
+/// In the place of the system's, so that a folder can be on a file system without nameless files.
+extern "C" __attribute__((visibility("default"))) int open64(const char* path, int flags, ...) {
+    if (isRefused(flags)) return -1;
+    va_list more;
+    va_start(more, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(more, mode_t) : 0;
+    va_end(more);
+    return openat64(AT_FDCWD, path, flags, mode);
+}
 
 namespace {
 
@@ -17,13 +38,17 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class FilesTest : public ::testing::Test {
+class FilesTest : public ::testing::TestWithParam<bool> {
 protected:
     FilesTest() {
+        namelessFiles = GetParam();
         char name[] = "/tmp/filesTest-XXXXXX";
         folder = mkdtemp(name);
     }
-    ~FilesTest() override { std::filesystem::remove_all(folder); }
+    ~FilesTest() override {
+        namelessFiles = true;
+        std::filesystem::remove_all(folder);
+    }
 
     std::string path(const std::string& name) const { return folder + "/" + name; }
     std::string save(const std::string& text, const std::string& name) const {
@@ -43,12 +68,15 @@ protected:
 
     std::string folder;
 };
+INSTANTIATE_TEST_SUITE_P(, FilesTest, ::testing::Bool(),
+                         [](const auto& each) { return each.param ? "Nameless" : "Named"; });
 
-TEST_F(FilesTest, AFileIsWholeOrAbsent) {
+TEST_P(FilesTest, AFileIsWholeOrAbsent) {
     {
         tavo::NewFile file(path("new.hex"), false);
         tavo::writeAll(file.descriptor(), "half", 4, "new.hex");
         std::ofstream(file.temporaryPath(), std::ios::app) << " done";
+        EXPECT_TRUE(GetParam() || names().size() == 1) << "it has a name";
     }
     EXPECT_THAT(names(), IsEmpty());
     tavo::NewFile file(path("new.hex"), false);
@@ -57,14 +85,25 @@ TEST_F(FilesTest, AFileIsWholeOrAbsent) {
     file.commit();
     EXPECT_EQ(content("new.hex"), "whole");
     EXPECT_THAT(names(), ElementsAre("new.hex"));
-    struct stat facts {};
-    stat(path("new.hex").c_str(), &facts);
-    const mode_t mask = umask(0);
-    umask(mask);
-    EXPECT_EQ(facts.st_mode & 0777, 0666 & ~mask);
 }
 
-TEST_F(FilesTest, AFileThatIsThereIsReplacedOnlyWithPermission) {
+TEST_P(FilesTest, TheUsersMaskAloneDecidesWhoMayRead) {
+    const mode_t before = umask(0);
+    for (const mode_t mask : {0077, 0022, 0002}) {
+        for (const bool replace : {true, false}) {
+            umask(mask);
+            const std::string name = std::to_string(mask) + (replace ? "r" : "n");
+            if (replace) chmod(save("old", name).c_str(), 0640);
+            tavo::NewFile file(path(name), replace);
+            file.commit();
+            EXPECT_EQ(umask(before), mask) << "changed for the whole process";
+            EXPECT_EQ(static_cast<mode_t>(std::filesystem::status(path(name)).permissions()), 0666 & ~mask);
+        }
+    }
+    umask(before);
+}
+
+TEST_P(FilesTest, AFileThatIsThereIsReplacedOnlyWithPermission) {
     save("mine", "there.hex");
     try {
         tavo::NewFile file(path("there.hex"), false);
@@ -91,7 +130,7 @@ TEST_F(FilesTest, AFileThatIsThereIsReplacedOnlyWithPermission) {
     EXPECT_THROW(tavo::openForReading(path("pipe")), tavo::Error);
 }
 
-TEST_F(FilesTest, WhatAKilledRunLeftIsRemovedAndNothingElse) {
+TEST_P(FilesTest, WhatAKilledRunLeftIsRemovedAndNothingElse) {
     const tavo::Descriptor living(open(save("x", "a.hex.part-living").c_str(), O_RDONLY));
     flock(living.get(), LOCK_EX);
     save("x", "a.hex.part-abc123");
