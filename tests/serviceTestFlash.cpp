@@ -582,6 +582,9 @@ TEST_F(Flash, AFlashThatReadsFFForEverIsAFailureAndCanBeCancelled) {
     const tavo::Error absent = failureOfProgram();
     EXPECT_THAT(absent.what(), HasSubstr("no flash answers"));
     EXPECT_EQ(absent.state.flash, FlashState::Incomplete);  // as the run before left it
+    fresh();
+    rig.fail("CySpiReadWrite", 1, CY_SUCCESS);  // a line that is held low: the ID reads 00
+    EXPECT_THAT(failureOfProgram().what(), HasSubstr("no flash answers"));
 }
 
 TEST_F(Flash, AStuckPageProgramIsNotWaitedForLong) {

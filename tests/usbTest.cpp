@@ -246,11 +246,12 @@ TEST_F(UsbTest, OtherDevicesAreDescribedUnopened) {
 }
 
 TEST_F(UsbTest, APortPathIsTheKernelsNameOfThePlace) {
-    char path[6] = "?";
+    char path[] = "?234567";
     EXPECT_EQ(CyGetPortPath(kBridge, path, 5), CY_ERROR_INVALID_PARAMETER);
-    EXPECT_STREQ(path, "?");
+    EXPECT_EQ(path[0], '?');
     EXPECT_EQ(CyGetPortPath(kBridge, path, 6), CY_SUCCESS);
     EXPECT_STREQ(path, "1-4.2");
+    EXPECT_EQ(path[6], '7') << "written beyond the size";
     EXPECT_EQ(CyGetPortPath(0, path, 6), CY_SUCCESS);
     EXPECT_STREQ(path, "1-0");
 }

@@ -270,6 +270,8 @@ class Convert(ToolTest):
         self.assertExit(result, 8)
         self.assertIn("--force", result.err)
         self.assertEqual(self.read("out.hex"), b"mine\n")
+        self.assertExit(self.run_tool("-n", "convert", "--force", path, there, device=False), 0)
+        self.assertEqual(self.read("out.hex"), b"mine\n")
         self.assertExit(self.run_tool("convert", "--force", path, there, device=False), 0)
         self.assertEqual(self.read("out.hex"), self.read("in.hex"))
 
