@@ -37,6 +37,13 @@ void Operation::step(const std::string& text) const {
     tell({.kind = Event::Kind::Step, .phase = phase_, .text = text});
 }
 
+void Operation::note(const std::string& text) const noexcept {
+    try {
+        step(text);
+    } catch (...) {
+    }
+}
+
 void Operation::warn(const std::string& text, const std::string& hint) const {
     tell({.kind = Event::Kind::Warning, .phase = phase_, .text = text, .hint = hint});
 }

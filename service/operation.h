@@ -24,6 +24,8 @@ public:
     // What the caller is told.
     void tell(const Event& event) const;
     void step(const std::string& text) const;
+    /// The same from a release: what the caller's observer throws must not keep the rest from being released.
+    void note(const std::string& text) const noexcept;
     void warn(const std::string& text, const std::string& hint = "") const;
     /// Ends the phase before, if any. usual: how long it takes, where there is no measure.
     void begin(Phase phase, const std::string& usual = "", std::uint64_t totalBytes = 0, double seconds = 0);

@@ -1,6 +1,7 @@
 // The configuration block and the Neuron ID record: planned, written, and seen to be written.
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 
 #include "tavo/bridge.h"
 #include "tavo/service/configuration.h"
@@ -71,7 +72,8 @@ TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
             entered += line.rfind("control 40 E2 5C3E", 0) == 0 ? 1 : 0;
             left += line.rfind("control 40 E2 5C37", 0) == 0 ? 1 : 0;
         }
-        EXPECT_EQ(entered, left) << request;
+        // A request to enter whose answer was lost may have been carried out.
+        EXPECT_EQ(left, entered + (request == 2 ? 1 : 0)) << request;
     }
 }
 
@@ -98,6 +100,22 @@ TEST_F(BridgeService, AFailedWriteTellsWhatTheBridgeHolds) {
     rig.fail("libusb_control_transfer", 5, -7);
     failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
     EXPECT_EQ(failure.state.text(), "configuration block written all the same");
+}
+
+TEST_F(BridgeService, AnObserverThatThrowsWhileTheModeIsLeftEndsNothing) {
+    const tavo::Observer thrower = [](const tavo::Event& event) {
+        if (event.text.find("may still be in configuration mode") != std::string::npos) throw std::runtime_error("");
+    };
+    rig.failFrom("libusb_control_transfer", 2, -7);  // the reading and, on the way out, the leaving
+    const auto failure = failureOf([&] { tavo::readConfiguration(device(), {thrower, nullptr}); });
+    EXPECT_EQ(failure.state.text(), "configuration block unchanged");
+}
+
+TEST_F(BridgeService, ABackupNameThatNoFileCanHaveIsLeftToTheWriting) {
+    tavo::DeviceDescription longNamed;
+    longNamed.serial = std::string(300, '7');
+    const std::string name = tavo::configurationBackupName(longNamed);
+    EXPECT_EQ(failureOf([&] { tavo::saveConfiguration(name, {}, false); }).problem, tavo::Problem::FileSystem);
 }
 
 TEST_F(BridgeService, AnEditIsNotMadeOverABlockThatSomebodyElseHasWritten) {

@@ -7,6 +7,7 @@
 #include "tavo/service/doctor.h"
 #include "tavo/service/history.h"
 #include "tavo/service/recover.h"
+#include "tavo/service/simulated.h"
 #include "tests/serviceTest.h"
 
 /// In place of the simulated one, whose interfaces no kernel driver takes: the driver of interface 0.
@@ -447,6 +448,22 @@ TEST_F(Recover, EndsSoonWhenCancelledAsDoctorDoes) {
         EXPECT_THROW(doctor(device(), {true, [&](const tavo::Check& check) { see(check.item); }}, control),
                      tavo::Error);
     });
+}
+
+TEST(SimulatedEnvironment, WithoutACurrentFolderARelativeNameIsAFailureOfTheFileSystem) {
+    namespace fs = std::filesystem;
+    const fs::path before = fs::current_path();
+    std::string gone = testing::TempDir() + "tavo-gone-XXXXXX";
+    fs::current_path(mkdtemp(gone.data()));
+    fs::remove(gone);
+    EXPECT_FALSE(tavo::DeviceSpec::parse("sim:demo").matches({}));
+    try {
+        tavo::simulatedEnvironment({"sim:demo"});
+        ADD_FAILURE() << "nothing failed";
+    } catch (const tavo::Error& error) {
+        EXPECT_EQ(error.problem, tavo::Problem::FileSystem);
+    }
+    fs::current_path(before);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <libusb.h>
 
-#include <cstring>
-
 #include "platform/cyusbserial.h"
 #include "tavo/cyboot.h"
 
@@ -20,10 +18,7 @@ constexpr std::uint16_t kLettersOn = 0xB1B0;
 constexpr std::uint16_t kLettersOff = 0xB9B0;
 
 CY_RETURN_STATUS sendLetters(CY_HANDLE handle, bool enable) {
-    libusb_device_handle* device = nullptr;  // not aligned inside the bridge library's record
-    // NOLINTNEXTLINE(bugprone-sizeof-expression): the pointer itself is copied
-    std::memcpy(&device, static_cast<const unsigned char*>(handle) + CY_HANDLE_LIBUSB_OFFSET, sizeof device);
-    const int result = libusb_control_transfer(device, kVendorOut, kAccessMode, kLettersValue,
+    const int result = libusb_control_transfer(libusbHandleOf(handle), kVendorOut, kAccessMode, kLettersValue,
                                                enable ? kLettersOn : kLettersOff, nullptr, 0, kTimeoutMs);
     if (result >= 0) return CY_SUCCESS;
     return result == LIBUSB_ERROR_TIMEOUT ? CY_ERROR_IO_TIMEOUT : CY_ERROR_REQUEST_FAILED;
@@ -43,7 +38,8 @@ CY_RETURN_STATUS ConfigurationMode::enter() {
         status = ask(pair_ = Pair::Letters, true);
         refused_ = status == CY_ERROR_REQUEST_FAILED;
     }
-    entered_ = status == CY_SUCCESS;
+    // A request whose answer was lost may have been carried out.
+    entered_ = status != CY_ERROR_REQUEST_FAILED;
     return status;
 }
 
@@ -54,7 +50,7 @@ CY_RETURN_STATUS ConfigurationMode::leave() {
 }
 
 ConfigurationMode::~ConfigurationMode() {
-    if (entered_ && leave() != CY_SUCCESS) op_.step("the bridge may still be in configuration mode");
+    if (entered_ && leave() != CY_SUCCESS) op_.note("the bridge may still be in configuration mode");
 }
 
 TAVO_STATUS readBlock(Operation& op, ConfigurationBlock& block, bool& refused) {

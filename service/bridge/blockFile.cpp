@@ -3,6 +3,7 @@
 #include <array>
 #include <ctime>
 #include <filesystem>
+#include <system_error>
 
 #include "tavo/bridge.h"
 #include "tavo/service/configuration.h"
@@ -46,7 +47,8 @@ std::string configurationBackupName(const DeviceDescription& device) {
     const std::string serial = device.serial.empty() ? "" : safeName(device.serial) + "-";
     const std::string name = "config-" + serial + time;
     std::string path = name + ".bin";
-    for (int i = 2; std::filesystem::exists(path); ++i) path = name + "-" + std::to_string(i) + ".bin";
+    std::error_code error;  // a folder that cannot be looked into is told when the file is written
+    for (int i = 2; std::filesystem::exists(path, error); ++i) path = name + "-" + std::to_string(i) + ".bin";
     return path;
 }
 

@@ -36,6 +36,8 @@ std::string portPathOf(const std::string& description) {
         return sim::portPathOf(description);
     } catch (const std::invalid_argument&) {
         return "";
+    } catch (const std::runtime_error&) {  // the current folder, where a relative one would lie, is gone
+        return "";
     }
 }
 
@@ -143,7 +145,7 @@ bool DeviceSpec::matches(const DeviceDescription& device) const {
         case Kind::NeuronId:
             return device.neuronId == text;
         case Kind::Simulated:
-            return device.path == portPathOf(text);
+            return !device.path.empty() && device.path == portPathOf(text);
     }
     return false;
 }

@@ -11,14 +11,6 @@ constexpr UCHAR kFlashWordBits = 8;
 
 constexpr const char* kRecover = "let the Neuron run again: tavo-util recover";
 
-/// For the log. An observer that throws must not keep the rest from being released.
-void note(const Operation& op, const std::string& text) {
-    try {
-        op.step(text);
-    } catch (...) {
-    }
-}
-
 LineState lookAt(const CyHandle& scb0, unsigned char pin, LineState whenRefused) {
     if (scb0.openStatus != CY_SUCCESS) return LineState::Unknown;
     UINT8 level = 0;
@@ -85,8 +77,8 @@ void lookAtLines(Operation& op) {
     op.state.resetLine = lookAt(scb0, kNeuronResetPin, LineState::Unknown);
     const bool mayBeMissing = op.state.resetLine != LineState::Unknown && op.state.serviceLine == LineState::NotLooked;
     op.state.serviceLine = lookAt(scb0, kNeuronServicePin, mayBeMissing ? LineState::NotLooked : LineState::Unknown);
-    note(op, std::string("reset line ") + name(op.state.resetLine) + ", service line " + name(op.state.serviceLine) +
-                 ", SCB0 " + name(op.state.scb0));
+    op.note(std::string("reset line ") + name(op.state.resetLine) + ", service line " + name(op.state.serviceLine) +
+            ", SCB0 " + name(op.state.scb0));
 }
 
 void letGo(Operation& op, bool giveScb0Back) {
@@ -96,7 +88,7 @@ void letGo(Operation& op, bool giveScb0Back) {
     const bool service = isDoubtful(state.serviceLine);
     const bool reset = isDoubtful(state.resetLine);
     if (!scb0 && !service && !reset) return;
-    note(op, "releasing what is held once more");
+    op.note("releasing what is held once more");
     // SCB0 first: as a master it would drive the flash beside the Neuron that starts. The service line before
     // the reset: held while the Neuron starts it asks for another mode.
     if (scb0) static_cast<void>(Configurator(op.device.info()).setupSpi(false));

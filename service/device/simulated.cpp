@@ -21,7 +21,9 @@ namespace fs = std::filesystem;
 void requireAccess(const fs::path& folder) {
     std::error_code error;
     std::vector<fs::path> needed{folder};
-    for (const auto& entry : fs::directory_iterator(folder, error)) needed.push_back(entry.path());
+    for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
+        needed.push_back(at->path());
+    }
     for (const auto& path : needed) {
         const bool isFolder = fs::is_directory(path, error);
         if (access(path.c_str(), isFolder ? R_OK | W_OK | X_OK : R_OK | W_OK) == 0 || errno != EACCES) continue;
@@ -58,6 +60,9 @@ std::vector<std::pair<std::string, std::string>> simulatedEnvironment(const std:
         throw;
     } catch (const std::invalid_argument& error) {
         throw Error(Problem::BadArgument, error.what(), "-d sim:DIR[,size=1M][,pace=fast]");
+    } catch (const fs::filesystem_error& error) {
+        throw Error(Problem::FileSystem, std::string("cannot find the simulated interface: ") + error.what(),
+                    "is the current folder still there? Name the interface's folder by its whole path");
     } catch (const std::runtime_error& error) {
         throw notInstalled(error.what());
     }

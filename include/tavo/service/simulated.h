@@ -15,7 +15,8 @@ TAVO_API bool isSimulated(const std::string& spec);
 /// Names and values of the environment variables that a program has to be started with to see these simulated
 /// interfaces, and no others. They are put in front of what this process has in them; nothing is set here.
 /// Throws Error: BadArgument for a description or a folder named twice, NoPermission for a folder that this
-/// user may not read and write, Internal when the simulated interface is not installed.
+/// user may not read and write, FileSystem for a relative one when the current folder has gone, Internal when
+/// the simulated interface is not installed.
 TAVO_API std::vector<std::pair<std::string, std::string>> simulatedEnvironment(const std::vector<std::string>& specs);
 
 /// True when this process sees simulated interfaces only. The dynamic linker merely warns of a library that it
