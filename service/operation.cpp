@@ -69,7 +69,10 @@ void Operation::stopNote(const std::string& text) const {
 }
 
 void Operation::throwIfCancelled() const {
-    if (isCancelled()) fail(Error(Problem::Interrupted, "interrupted; everything is released", nextAfter(state)));
+    if (!isCancelled()) return;
+    const char* text =
+        state.isSomethingHeld() ? "interrupted; not everything is released" : "interrupted; everything is released";
+    fail(Error(Problem::Interrupted, text, nextAfter(state)));
 }
 
 void Operation::sleep(long milliseconds) const {

@@ -42,6 +42,14 @@ std::string countText(std::uint64_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
+std::string shellWord(const std::string& name) {
+    constexpr const char* kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/+,:@%";
+    if (!name.empty() && name.find_first_not_of(kPlain) == std::string::npos) return name;
+    std::string word = "'";
+    for (const char c : name) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
+
 std::string neuronIdText(const NeuronId& id) {
     return hexText(id.bytes, NeuronId::kSize, "");
 }

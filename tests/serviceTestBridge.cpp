@@ -102,6 +102,21 @@ TEST_F(BridgeService, AFailedWriteTellsWhatTheBridgeHolds) {
     EXPECT_EQ(failure.state.text(), "configuration block written all the same");
 }
 
+TEST_F(BridgeService, ACancellationDoesNotHideAFailedWrite) {
+    const auto plan = tavo::planSerialNumber(device(), "NEW");
+    tavo::CancelToken token;
+    const tavo::Observer cancelInside = [&](const tavo::Event& event) {
+        if (event.text == "call: " + plan.doing) token.cancel();
+    };
+    rig.failFrom("libusb_control_transfer", 4, -7);
+    const auto failure = failureOf([&] {
+        tavo::writeConfiguration(device(), plan, "it's kept.bin", {cancelInside, &token});
+    });
+    EXPECT_EQ(failure.state.text(), "configuration block not known: it may be damaged");
+    EXPECT_EQ(failure.hint,
+              R"(do not unplug the interface; write the old block first: tavo-util config write 'it'\''s kept.bin')");
+}
+
 TEST_F(BridgeService, AnObserverThatThrowsWhileTheModeIsLeftEndsNothing) {
     const tavo::Observer thrower = [](const tavo::Event& event) {
         if (event.text.find("may still be in configuration mode") != std::string::npos) throw std::runtime_error("");

@@ -450,6 +450,38 @@ TEST_F(Recover, EndsSoonWhenCancelledAsDoctorDoes) {
     });
 }
 
+TEST_F(Doctor, InterruptedItDoesNotClaimThatWhatIsHeldWasReleased) {
+    leaveLikeAKilledRun();
+    tavo::CancelToken token;
+    const auto stop = [&](const tavo::Check& check) {
+        if (check.item == std::string("reset line")) token.cancel();
+    };
+    try {
+        doctor(device(), {true, stop}, {{}, &token});
+        ADD_FAILURE() << "not interrupted";
+    } catch (const tavo::Error& error) {
+        EXPECT_STREQ(error.what(), "interrupted; not everything is released");
+        EXPECT_TRUE(error.state.isSomethingHeld());
+        EXPECT_THAT(error.hint, testing::HasSubstr("recover"));
+    }
+    recover(device());
+}
+
+TEST_F(Recover, InterruptedAtOnceItTellsWhatIsHeld) {
+    leaveLikeAKilledRun();
+    tavo::CancelToken token;
+    token.cancel();
+    try {
+        recover(device(), {}, {{}, &token});
+        ADD_FAILURE() << "not interrupted";
+    } catch (const tavo::Error& thrown) {
+        EXPECT_EQ(thrown.problem, tavo::Problem::Interrupted);
+        EXPECT_EQ(thrown.state.resetLine, LineState::Held);
+        EXPECT_THAT(thrown.hint, testing::HasSubstr("recover"));
+    }
+    recover(device());
+}
+
 TEST(SimulatedEnvironment, WithoutACurrentFolderARelativeNameIsAFailureOfTheFileSystem) {
     namespace fs = std::filesystem;
     const fs::path before = fs::current_path();

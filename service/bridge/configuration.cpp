@@ -3,13 +3,20 @@
 #include "platform/cyusbserial.h"
 #include "service/bridge/access.h"
 #include "tavo/cyboot.h"
+#include "tavo/service/text.h"
 
 namespace tavo {
 namespace {
 
 constexpr const char* kUnchanged = "configuration block unchanged";
 constexpr const char* kNotKnown = "configuration block not known: it may be damaged";
-constexpr const char* kKeepPlugged = "do not unplug the interface; write the old block first: tavo-util config write ";
+
+/// A bridge with a damaged block may not come up on USB again.
+std::string keepPlugged(const std::string& backup) {
+    const std::string first = "do not unplug the interface; write ";
+    if (backup.empty()) return first + "a good block first: tavo-util config write";
+    return first + "the old block first: tavo-util config write " + shellWord(backup);
+}
 
 void requirePrintable(const std::string& serial) {
     SerialNumber number;
@@ -83,15 +90,16 @@ TAVO_STATUS writeBlock(Operation& op, const ConfigurationPlan& plan, bool& refus
     Error error = configurationError(op, status, plan.doing + " of " + op.device.name(), refused);
     ConfigurationBlock now{};
     bool refusedNow = false;
-    const bool known =
-        op.tryCall("read the block back", [&] { return readBlock(op, now, refusedNow); }) == TAVO_SUCCESS;
+    op.note("reads the block back");
+    // Not ended by a cancellation: whoever stopped this needs to know it all the more.
+    const bool known = readBlock(op, now, refusedNow) == TAVO_SUCCESS;
     if ((known && now == plan.before) || refused) {
         op.state.configuration = {Knowledge::Unchanged, kUnchanged};
     } else if (known && now == plan.after) {
         op.state.configuration = {Knowledge::Written, "configuration block written all the same"};
     } else {
         op.state.configuration = {Knowledge::Uncertain, kNotKnown};
-        if (error.problem != Problem::NoDevice) error.hint = kKeepPlugged + backup;
+        if (error.problem != Problem::NoDevice) error.hint = keepPlugged(backup);
     }
     op.fail(error);
 }
@@ -108,7 +116,7 @@ void requireWritten(Operation& op, const ConfigurationPlan& plan, const std::str
     }
     op.state.configuration = {Knowledge::Uncertain, "configuration block not as written"};
     op.fail(Error(Problem::DeviceFailed, "the bridge of " + op.device.name() + " took the block and holds another one",
-                  kKeepPlugged + backup));
+                  keepPlugged(backup)));
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "tavo/service/files.h"
+#include "tavo/service/text.h"
 
 namespace tavo {
 namespace {
@@ -219,7 +220,7 @@ std::string interruptedText(const InterruptedRun& run) {
 
 std::string interruptedHint(const InterruptedRun& run) {
     const std::string again =
-        run.image.empty() ? "program an image" : "program it again: tavo-util program " + run.image;
+        run.image.empty() ? "program an image" : "program it again: tavo-util program " + shellWord(run.image);
     return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
 }
 

@@ -174,17 +174,10 @@ void proveNeuron(Operation& op, const Control& control, Steps& steps, const char
     }
 }
 
-}  // namespace
-
-Recovery recover(Device& device, const RecoverOptions& options, const Control& control) {
-    Operation op(device, control);
-    Recovery recovery;
-    recovery.interrupted = interruptedRun(device.description());
-    if (recovery.interrupted) op.state.flash = interruptedState(*recovery.interrupted);
-    DeviceInfo& info = device.info();
-    Steps steps(op, options, recovery);
+void takeSteps(Operation& op, const Control& control, Steps& steps, const Recovery& recovery) {
+    DeviceInfo& info = op.device.info();
     // SCB0 before the lines: as a master it would drive the flash beside the Neuron that starts.
-    if (device.description().scb0 == Scb0Role::Spi) {
+    if (op.device.description().scb0 == Scb0Role::Spi) {
         steps.take("unfinished SPI transfer ended",
                    [&](std::string& text) { return endUnfinishedTransfer(info, text); });
     }
@@ -197,6 +190,24 @@ Recovery recover(Device& device, const RecoverOptions& options, const Control& c
                              : startsBlank        ? "it does not, as the flash is blank"
                                                   : nullptr;
     proveNeuron(op, control, steps, whyNoImage);
+}
+
+}  // namespace
+
+Recovery recover(Device& device, const RecoverOptions& options, const Control& control) {
+    Operation op(device, control);
+    Recovery recovery;
+    recovery.interrupted = interruptedRun(device.description());
+    if (recovery.interrupted) op.state.flash = interruptedState(*recovery.interrupted);
+    Steps steps(op, options, recovery);
+    try {
+        takeSteps(op, control, steps, recovery);
+    } catch (const Error& error) {
+        if (error.problem != Problem::Interrupted) throw;
+        lookAtLines(op);  // what had been held before may be held still
+        op.throwIfCancelled();
+        throw;
+    }
     recovery.state = op.state;
     steps.throwFirst();
     return recovery;

@@ -77,7 +77,7 @@ TAVO_API ConfigurationPlan planSerialNumber(Device& device, const std::string& s
 TAVO_API ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control = {});
 
 /// Writes plan.after and reads it back. Does nothing when nothing changes.
-/// @param backup  the file that holds plan.before, named in hints; the caller has written it.
+/// @param backup  the file that holds plan.before, named in hints; the caller has written it. Empty: none.
 /// Throws Error: the state says whether the block is as it was, written all the same, or not known.
 TAVO_API void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std::string& backup,
                                  const Control& control = {});

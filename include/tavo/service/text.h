@@ -16,6 +16,8 @@ TAVO_API std::string hexAddress(std::uint32_t address);                        /
 TAVO_API std::string sizeText(std::uint64_t bytes);                            ///< "1 MiB", "64 KiB", "300 bytes"
 TAVO_API std::string secondsText(double seconds);                              ///< "31.2 s", "2 min 5 s"
 TAVO_API std::string countText(std::uint64_t count, const std::string& noun);  ///< "1 page", "3 pages"
-TAVO_API std::string neuronIdText(const NeuronId& id);                         ///< 12 upper-case digits
+/// A file name as a word of a command that people copy into a shell: in single quotes where it needs them.
+TAVO_API std::string shellWord(const std::string& name);
+TAVO_API std::string neuronIdText(const NeuronId& id);  ///< 12 upper-case digits
 
 }  // namespace tavo
