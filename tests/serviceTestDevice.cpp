@@ -6,6 +6,7 @@
 #include "tavo/Configurator.h"
 #include "tavo/service/doctor.h"
 #include "tavo/service/history.h"
+#include "tavo/service/overview.h"
 #include "tavo/service/recover.h"
 #include "tavo/service/simulated.h"
 #include "tests/serviceTest.h"
@@ -480,6 +481,29 @@ TEST_F(Recover, InterruptedAtOnceItTellsWhatIsHeld) {
         EXPECT_THAT(thrown.hint, testing::HasSubstr("recover"));
     }
     recover(device());
+}
+
+class Overview : public LinesTest {};
+
+TEST_F(Overview, APartThatDoesNotAnswerIsAbsentAndTellsWhy) {
+    const auto whole = overview(device());
+    EXPECT_TRUE(whole.siliconId.value && whole.neuronId.value && whole.status.value && whole.flash.value);
+    EXPECT_FALSE(whole.state.isSomethingHeld());
+
+    rig.failFrom("ldv_open", 1, LDV_NOT_FOUND);
+    rig.failFrom("CySpiReadWrite", 1, CY_ERROR_IO_TIMEOUT);
+    const auto without = overview(device());
+    EXPECT_FALSE(without.neuronId.value || without.programId.value || without.status.value || without.flash.value);
+    for (const std::string& why : {without.neuronId.why, without.status.why, without.flash.why}) EXPECT_NE(why, "");
+    EXPECT_TRUE(without.siliconId.value);
+}
+
+TEST_F(Overview, ADeviceThatCannotBeSeenToBeReleasedIsNoSuccess) {
+    for (const char* function : {"CyGetGpioValue", "CyGetSpiConfig"}) {
+        rig.clearFaults();
+        rig.failFrom(function, 1, CY_ERROR_IO_TIMEOUT);
+        EXPECT_THROW(overview(device()), tavo::Error) << function;
+    }
 }
 
 TEST(SimulatedEnvironment, WithoutACurrentFolderARelativeNameIsAFailureOfTheFileSystem) {

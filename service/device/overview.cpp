@@ -7,14 +7,27 @@
 namespace tavo {
 namespace {
 
+bool canOpenScb0(const DeviceInfo& info) {
+    return CyHandle(info.scb0DeviceNumber, info.scb0InterfaceNumber).openStatus == CY_SUCCESS;
+}
+
+/// A part that does not answer is a finding. A device that is gone is none, nor is one that may be left held: where
+/// SCB0 cannot be opened, nothing was taken.
+bool isFinding(const Error& error, const Device& device) {
+    if (error.problem == Problem::Interrupted || error.state.isSomethingHeld()) return false;
+    if (!isStillAttached(device.description().path)) return false;
+    const bool unseen = error.state.resetLine == LineState::Unknown || error.state.scb0 == Scb0State::Unknown;
+    return !unseen || !canOpenScb0(device.info());
+}
+
 /// Fills what work gives, or why it gave nothing.
 template <typename T, typename Work>
-bool ask(Told<T>& told, const Work& work) {
+bool ask(const Device& device, Told<T>& told, const Work& work) {
     try {
         told.value = work();
         return true;
     } catch (const Error& error) {
-        if (error.problem == Problem::Interrupted || error.state.isSomethingHeld()) throw;
+        if (!isFinding(error, device)) throw;
         told.why = error.status ? tavoStatusString(*error.status) : error.what();
         return false;
     }
@@ -43,9 +56,9 @@ std::uint32_t readSiliconId(Operation& op) {
 
 /// A Neuron that does not answer once is not asked again.
 void askNeuron(Device& device, const Control& control, Overview& all) {
-    const bool answers = ask(all.neuronId, [&] { return readNeuronId(device, control); }) &&
-                         ask(all.programId, [&] { return readProgramId(device, control); }) &&
-                         ask(all.status, [&] { return readStatus(device, control); });
+    const bool answers = ask(device, all.neuronId, [&] { return readNeuronId(device, control); }) &&
+                         ask(device, all.programId, [&] { return readProgramId(device, control); }) &&
+                         ask(device, all.status, [&] { return readStatus(device, control); });
     if (answers) return;
     if (!all.neuronId.value) all.programId.why = all.neuronId.why;
     if (!all.programId.value) all.status.why = all.programId.why;
@@ -59,9 +72,9 @@ Overview overview(Device& device, const Control& control) {
     all.interrupted = interruptedRun(device.description());
     if (all.interrupted) op.state.flash = interruptedState(*all.interrupted);
     requireAccess(op);
-    ask(all.siliconId, [&] { return readSiliconId(op); });
+    ask(device, all.siliconId, [&] { return readSiliconId(op); });
     askNeuron(device, control, all);
-    ask(all.flash, [&] { return readFlashChip(op); });
+    ask(device, all.flash, [&] { return readFlashChip(op); });
     all.state = op.state;
     return all;
 }

@@ -30,8 +30,8 @@ struct Overview {
 };
 
 /// Asks bridge, Neuron and flash; the flash last, as the Neuron is restarted for it. Parts that do not answer
-/// are absent. 1 to 4 s. Throws Error when the bridge cannot be opened at all, when something is still held
-/// afterwards, and when cancelled.
+/// are absent. 1 to 4 s. Throws Error when the bridge cannot be opened at all, when it is unplugged meanwhile, when
+/// something is still held afterwards or cannot be seen to be released, and when cancelled.
 TAVO_API Overview overview(Device& device, const Control& control = {});
 
 }  // namespace tavo
