@@ -176,7 +176,7 @@ TEST_F(ImageTest, EveryFaultIsToldWithItsLineAndARemedyInBothModes) {
         {"comment line", "# made today\n" + joined(good), 1, "a comment ('#')", "comments out"},
         {"a damaged start code is no comment", with(1, ";" + good[1].substr(1)), 2, "a comment (';')", "comments out"},
         {"comment behind", with(0, good[0] + "  ; reset"), 1, "a comment in column 78", "comments out"},
-        {"binary", "\x01\x02\x03", 1, "byte 0x01: not a text file, so not Intel HEX", "--format binary"},
+        {"binary", "\x01\x02\x03", 1, "byte 0x01: not a text file, so not Intel HEX", "ends in .bin"},
         {"checksum", with(1, wrong), 2, "wrong checksum: expected " + good[1].substr(good[1].size() - 2), "damaged"},
         {"digit", with(0, ":2000G000"), 1, "'G' in column 6 is no hexadecimal digit", "damaged"},
         {"colon", with(2, ":"), 3, "too short for a record", "damaged"},
@@ -563,7 +563,7 @@ TEST_F(ImageTest, TheFormatIsToldByContentThenByNameThenNamed) {
     forced.format = Format::SRecord;
     const auto refused = check(data, forced);
     EXPECT_EQ(refused.faults.front().text, "Intel HEX, not Motorola S-record");
-    EXPECT_THAT(refused.faults.front().hint, HasSubstr("--format"));
+    EXPECT_THAT(refused.faults.front().hint, HasSubstr("the content"));
     for (const auto& [text, name] : std::vector<std::pair<std::string, std::string>>{
              {joined({sRecord(9, 0, 2)}), "Motorola S-record, not Intel HEX"},
              {elf32(ET_EXEC, {}), "ELF, not Intel HEX"}}) {

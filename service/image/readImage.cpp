@@ -34,7 +34,7 @@ Choice chooseFormat(const ImageSource& source, const std::string& name, const Re
     if (options.format != Format::Automatic) {
         if (!told || *told == options.format) return {options.format, "", ""};
         return {options.format, std::string(formatName(*told)) + ", not " + formatName(options.format),
-                "leave --format out: the content tells it"};
+                "let the content tell the format"};
     }
     if (told) return {*told, "", ""};
     const Format named = formatByName(name);

@@ -95,10 +95,12 @@ bool isPlainText(ImageCollector& collector, const TextLine& line) {
     // A comment may be in any language.
     const auto found = high < odd && !isComment(text) ? high : odd;
     if (found == text.end()) return true;
-    collector.fault(line.number,
-                    "byte 0x" + hexByteText(static_cast<unsigned char>(*found)) + ": not a text file, so not " +
-                        formatName(collector.file().format),
-                    "a raw binary? Say so: --format binary --address 0; otherwise name the image that the build made");
+    collector.fault(
+        line.number,
+        "byte 0x" + hexByteText(static_cast<unsigned char>(*found)) + ": not a text file, so not " +
+            formatName(collector.file().format),
+        "a raw binary? Give it a name that ends in .bin, then: tavo-util convert FILE.bin IMAGE.hex; otherwise name "
+        "the image that the build made");
     return false;
 }
 

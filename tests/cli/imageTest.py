@@ -25,7 +25,7 @@ BAD_FILES = [
     ("folder", "folder", 8, "directory", ""),
     ("fifo", "fifo", 8, "not a regular file", ""),
     ("empty", b"", 7, "empty", ""),
-    ("binary", noise(3000), 7, "not a text file", ""),
+    ("binary", noise(3000), 7, "not a text file", "tavo-util convert FILE.bin"),
     ("text", ["this is a note"], 7, "line 1: begins with 't'", ""),
     ("crlf", "crlf", 7, "line 1: carriage return", "convert"),
     ("checksum", [GOOD[0], spoiled(GOOD[1]), *GOOD[2:]], 7, f"line 2: wrong checksum: expected {GOOD[1][-2:]}", ""),
