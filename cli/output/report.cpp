@@ -133,11 +133,15 @@ Json Report::object(Exit exit) const {
 
 int Report::finish(Exit exit) {
     if (json_) std::cout << object(exit).dump() << std::endl;
-    if (!std::cout && exit == Exit::Done) {
-        print({true, "cannot write to standard output", "is the disk full or the pipe closed?"}, "");
-        return static_cast<int>(Exit::FileSystem);
-    }
-    return static_cast<int>(exit);
+    return static_cast<int>(outputChecked(exit, knownState()));
+}
+
+Exit outputChecked(Exit exit, const std::string& state) {
+    if (std::cout || exit != Exit::Done) return exit;
+    console().line(Style::Error, "error:", "cannot write to standard output");
+    console().line("  state: " + state);
+    console().line("  hint:  is the disk full or the pipe closed?");
+    return Exit::FileSystem;
 }
 
 }  // namespace cli

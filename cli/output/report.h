@@ -73,6 +73,9 @@ private:
     std::vector<Message> messages_;
 };
 
+/// The exit code of the program: another one, told on standard error, when standard output has not taken all.
+Exit outputChecked(Exit exit, const std::string& state);
+
 using tavo::countText;
 using tavo::hexAddress;
 using tavo::hexText;

@@ -1,10 +1,10 @@
 #include "cli/running/several.h"
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <set>
-#include <system_error>
 #include <thread>
 
 #include "cli/output/console.h"
@@ -100,21 +100,28 @@ void prepare(Member& member, int argc, char** argv) {
 
 void work(Member& member) {
     Session& session = *member.session;
-    member.exit = guarded(session, [&] { return runCommand(session, member.invocation); });
+    try {
+        member.exit = guarded(session, [&] { return runCommand(session, member.invocation); });
+    } catch (...) {  // not even the failure could be told, as without memory: the others go on
+        member.exit = Exit::Internal;
+    }
 }
 
 /// Where no thread is to be had, the rest is done one after the other.
 void workOnAll(std::vector<Member>& members) {
     std::vector<std::thread> threads;
+    threads.reserve(members.size());
     for (auto& member : members) {
         try {
             threads.emplace_back([&member] { work(member); });
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {
             work(member);
         }
     }
     for (auto& thread : threads) thread.join();
 }
+
+constexpr const char* kAllDone = "done on every device; only the results could not be told";
 
 Exit tellResults(std::vector<Member>& members, const Invocation& invocation) {
     console().clearLive();
@@ -125,13 +132,13 @@ Exit tellResults(std::vector<Member>& members, const Invocation& invocation) {
         member.session->report.tellKept(member.name);
         objects.push_back(member.session->report.object(member.exit));
     }
-    if (!invocation.options.json) return exit;
+    if (!invocation.options.json) return outputChecked(exit, kAllDone);
     const Json whole = {{"json_format_version", {1, 0}},
                         {"command", invocation.command->name},
                         {"devices", objects},
                         {"exit_status", static_cast<int>(exit)}};
     std::cout << whole.dump() << std::endl;
-    return exit;
+    return outputChecked(exit, kAllDone);
 }
 
 }  // namespace

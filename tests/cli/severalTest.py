@@ -30,6 +30,15 @@ class SeveralDevices(ToolTest):
         self.assertEqual([line.split(": ")[1].split()[0] for line in result.out.splitlines()], ["erased", "erased"])
         self.assertIn("two,pace=fast: erase: done", result.err)
 
+    def test_results_that_cannot_be_told_are_no_success(self):
+        for words in ((), ("--json",)):
+            with open("/dev/full", "w", encoding="ascii") as full:
+                result = subprocess.run([TOOL, *(f"-dsim:{self.path(name)},pace=fast" for name in ("one", "two")), *words,
+                                         "status"], stdout=full, stderr=subprocess.PIPE, text=True,
+                                        env=self.environment(), cwd=self.folder)
+            self.assertEqual(result.returncode, 8, words)
+            self.assertIn("cannot write to standard output", result.stderr)
+
     def test_they_never_write_to_one_path(self):
         for name in ("dump.hex", "dump-{serial}.hex"):  # both boards have the same serial number
             with self.subTest(name):
