@@ -76,7 +76,7 @@ public:
     static Device open(const std::string& spec, std::optional<unsigned> waitSeconds = std::nullopt,
                        const Control& control = {});
     ~Device();
-    Device(Device&& other) noexcept;
+    Device(Device&& other) noexcept;  ///< other may then only be destroyed or assigned to
     Device& operator=(Device&& other) noexcept;
 
     const DeviceDescription& description() const;

@@ -17,7 +17,7 @@
 namespace tavo {
 
 /// The Neuron's status: node state, last reset, last error, counters. At most about 1 s on a quiet channel;
-/// messages of other nodes do not count, but after a minute of nothing else it gives up.
+/// messages of other nodes do not count, but after two minutes of nothing else it gives up.
 TAVO_API NeuronState readStatus(Device& device, const Control& control = {});
 
 /// The 48-bit Neuron ID from the Neuron itself. As long as readStatus.
