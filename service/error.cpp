@@ -26,7 +26,7 @@ constexpr const char* kProblems[] = {"internal",      "bad-argument", "no-device
 static_assert(std::size(kProblems) == static_cast<std::size_t>(Problem::Interrupted) + 1);
 
 constexpr const char* kReplug = "unplug the interface, plug it in again and repeat the command";
-constexpr const char* kRights = "install the udev rule (packaging/) and replug; sudo is not needed";
+constexpr const char* kRights = "log in at this machine or join the group plugdev, then replug; sudo is not needed";
 constexpr const char* kHeld = "another program or a kernel driver may hold the interface: close it, or replug";
 constexpr const char* kNoAnswer = "let the Neuron run (tavo-util recover), then ask what is wrong: tavo-util doctor";
 constexpr const char* kDoctor = "tavo-util doctor looks for the cause";

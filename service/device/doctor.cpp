@@ -194,7 +194,8 @@ struct ChannelRow {
 constexpr ChannelRow kChannels[] = {
     {LDV_NOT_FOUND, "no such LDV device", "is the LDV driver running? Its name follows the serial number in effect"},
     {LDV_ALREADY_OPEN, "in use by another process", "close the program that holds the LDV device"},
-    {LDV_ACCESS_DENIED, "no permission", "install the udev rule (packaging/) and replug; sudo is not needed"},
+    {LDV_ACCESS_DENIED, "no permission",
+     "see who may use the LDV driver's devices: /run/tavo/ldv, or the folder in TAVO_LDV_DIR"},
     {LdvManager::kNoDeviceName, "no name can be made", "set a serial number: tavo-util config set-serial"},
 };
 

@@ -169,7 +169,7 @@ Error noDevice(const std::vector<std::string>& specs) {
     if (const std::string denied = deniedPaths(); !denied.empty()) {
         return {Problem::NoPermission,
                 "no interface that may be opened matches " + wanted + "; access denied:" + denied,
-                "install the udev rule (packaging/) and replug; sudo is not needed"};
+                statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint};
     }
     const bool simulated = DeviceSpec::parse(wanted).kind == DeviceSpec::Kind::Simulated;
     return {Problem::NoDevice, (simulated ? "cannot open " : "no interface matches ") + wanted,
