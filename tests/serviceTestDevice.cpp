@@ -506,6 +506,18 @@ TEST_F(Overview, ADeviceThatCannotBeSeenToBeReleasedIsNoSuccess) {
     }
 }
 
+TEST(DeviceLock, AFileThatCannotBeMadeIsNoOtherProcess) {
+    tavo::DeviceDescription description;
+    description.path = std::string(300, '1');  // longer than a file name may be
+    try {
+        tavo::Device device(description);
+        ADD_FAILURE() << "locked";
+    } catch (const tavo::Error& error) {
+        EXPECT_EQ(error.problem, tavo::Problem::FileSystem);
+        EXPECT_THAT(error.hint, testing::HasSubstr("TMPDIR"));
+    }
+}
+
 TEST(SimulatedEnvironment, WithoutACurrentFolderARelativeNameIsAFailureOfTheFileSystem) {
     namespace fs = std::filesystem;
     const fs::path before = fs::current_path();

@@ -15,6 +15,11 @@ Error held(const std::string& device, int holder) {
     return {Problem::Busy, device + " is in use " + by, "wait until it has finished, or end it with Ctrl-C there"};
 }
 
+Error notLocked(const std::string& device) {
+    return {Problem::FileSystem, "cannot lock " + device + ": no lock file can be made in /run/lock or $TMPDIR (/tmp)",
+            "let this user write one of these folders, or name another one in TMPDIR"};
+}
+
 }  // namespace
 
 struct Device::Held {
@@ -26,7 +31,9 @@ struct Device::Held {
 };
 
 Device::Device(DeviceDescription description) : held_(std::make_unique<Held>(std::move(description))) {
-    if (!held_->lock.isHeld()) throw held(name(), held_->lock.holder());
+    const platform::DeviceLock& lock = held_->lock;
+    if (lock.isHeld()) return;
+    throw lock.isBusy() ? held(name(), lock.holder()) : notLocked(name());
 }
 
 Device Device::open(const std::string& spec, std::optional<unsigned> waitSeconds, const Control& control) {

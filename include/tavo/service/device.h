@@ -70,7 +70,7 @@ TAVO_API void allowUsbId(std::uint16_t vendorId, std::uint16_t productId);
 /// Opens nothing by itself. One thread at a time; two devices in two threads work side by side.
 class TAVO_API Device {
 public:
-    /// Throws Error: Busy, with the holder's process ID.
+    /// Throws Error: Busy, with the holder's process ID; FileSystem when no lock file can be made.
     explicit Device(DeviceDescription description);
     /// chooseDevice and lock. Throws Error also when the device cannot be opened.
     static Device open(const std::string& spec, std::optional<unsigned> waitSeconds = std::nullopt,
