@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -142,12 +143,15 @@ TEST_F(LdvTest, AnEndpointOfAnotherUserIsDenied) {
 
 TEST_F(LdvTest, HandlesThatRunOutAreNoResources) {
     symlink("/dev/null", (folder + "/device").c_str());
+    const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = openFiles();
     std::vector<short> handles;
     short handle = -1;
     unsigned short status = LDV_OK;
     while ((status = ldv_open("device", &handle)) == LDV_OK && handles.size() < 1000) handles.push_back(handle);
     EXPECT_EQ(status, LDV_NO_RESOURCES);
     for (const short open : handles) EXPECT_EQ(ldv_close(open), LDV_OK);
+    EXPECT_EQ(openFiles(), before);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -277,6 +278,15 @@ TEST_F(LockTest, ALinkInTheWayIsNotFollowed) {
     std::ifstream(victim) >> kept;
     EXPECT_EQ(kept, "keep");
     std::filesystem::remove(victim);
+}
+
+TEST_F(LockTest, WhatIsNoFileIsLeftAloneAndClosed) {
+    const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+    const auto before = openFiles();
+    std::filesystem::create_directory(usedFile());
+    { const platform::DeviceLock lock(place); }
+    EXPECT_EQ(openFiles(), before);
+    EXPECT_TRUE(std::filesystem::is_directory(usedFile()));
 }
 
 }  // namespace

@@ -49,6 +49,36 @@ TEST_F(BridgeService, APlanShowsWhatAWriteMakes) {
     EXPECT_EQ(controls(rig.journal, "40 B6"), 0u) << "nothing changes";
 }
 
+TEST_F(BridgeService, ABlockIsShownFieldByField) {
+    auto block = tavo::readConfiguration(device());
+    auto fields = tavo::fieldsOf(block);
+    EXPECT_EQ(fields.serial + "," + fields.manufacturer + "," + fields.product, "00001234,Tavo,LON Interface");
+    EXPECT_EQ(fields.vendorId, 0x04B4);
+    EXPECT_EQ(fields.productId, 0x0004);
+    EXPECT_STREQ(fields.scb0, "SPI");
+    EXPECT_EQ(fields.maxPowerMilliamperes, 100u);
+    EXPECT_EQ(fields.format, "1.0.3");
+    EXPECT_TRUE(fields.checksumRight);
+
+    // What others wrote: a role of their own, more than ASCII, a string longer than its field.
+    block[0x1C] = 4;
+    block[0x132] = 0x1F;
+    block[0x134] = 0x7E;
+    block[0xEE] = 0xFF;
+    fields = tavo::fieldsOf(block);
+    EXPECT_STREQ(fields.scb0, "unknown");
+    EXPECT_EQ(fields.product.substr(0, 3), "?~N");
+    EXPECT_EQ(fields.manufacturer.size(), 32u);
+    EXPECT_FALSE(fields.checksumRight);
+    EXPECT_THAT(fields.whyBad, HasSubstr("checksum"));
+    block[0] = 'X';
+    EXPECT_THAT(tavo::fieldsOf(block).whyBad, HasSubstr("CYUS"));
+
+    const auto nameAt = [](std::size_t offset) { return std::string(tavo::configurationFieldAt(offset)); };
+    EXPECT_EQ(nameAt(0x12F) + "," + nameAt(0x130) + "," + nameAt(0x171), "manufacturer,product,product");
+    EXPECT_EQ(nameAt(0x0C) + nameAt(0x1B) + nameAt(0x1B4), "") << "between and after them";
+}
+
 TEST_F(BridgeService, TheBlockIsTheOneThatTheLibraryWouldWrite) {
     const auto plan = tavo::planSerialNumber(device(), "00005678");
     tavo::writeConfiguration(device(), plan, "");

@@ -191,6 +191,12 @@ TEST_F(History, AnInterfaceIsKnownByItsSerialNumberElseByItsPort) {
     EXPECT_TRUE(files().empty());
 }
 
+TEST_F(History, ARelativeStateFolderIsIgnored) {
+    rememberRun(at("1-4.2", "A"), run);
+    setenv("XDG_STATE_HOME", std::filesystem::relative(folder).c_str(), 1);
+    EXPECT_FALSE(interruptedRun(at("1-4.2", "A")));
+}
+
 TEST_F(History, ATornRecordIsStillAnInterruptedRun) {
     const auto device = at("1-4.2", "A");
     rememberRun(device, run);
@@ -384,6 +390,13 @@ TEST_F(Recover, LeavesTheConfigurationModeWhicheverPairTheBridgeTakes) {
         EXPECT_FALSE(error) << error->what();
         EXPECT_FALSE(rig.board().bridge.inConfigurationMode) << pair;
     }
+}
+
+TEST_F(Recover, AModeThatCannotBeLeftIsAFailure) {
+    device();
+    rig.failFrom("libusb_control_transfer", 1, -7);  // a time-out; a stall would be an answer
+    EXPECT_EQ(run().at(4).substr(0, 28), "FAIL configuration mode left");
+    EXPECT_TRUE(error);
 }
 
 TEST_F(Recover, ABridgeWithoutPin14IsRecovered) {

@@ -497,6 +497,21 @@ TEST_F(Flash, AnImageThatIsThereAlreadyIsLeftAlone) {
     EXPECT_FALSE(std::filesystem::exists(how.backup));
 }
 
+TEST_F(Flash, AForecastIsWhatTheRunDoesAndFailsAsItWould) {
+    tavo::ProgramOptions how;
+    EXPECT_THAT(forecastProgram(image, how).steps, ElementsAre("erase", "program", "verify"));
+    how.backup = folder + "/b.hex";
+    how.ifDifferent = true;
+    const auto forecast = forecastProgram(image, how);
+    EXPECT_THAT(forecast.steps, ElementsAre("compare", "backup", "erase", "program", "verify"));
+    EXPECT_GT(forecast.seconds, 0);
+    EXPECT_FALSE(std::filesystem::exists(how.backup));
+    const auto done = programFlash(device(), image, how);
+    EXPECT_EQ(forecast.pagesWritten, done.pagesWritten);
+    EXPECT_EQ(forecast.pagesBlank, done.pagesBlank);
+    EXPECT_EQ(failureOf([&] { forecastProgram(image, how); }).problem, Problem::FileSystem) << "the backup is there";
+}
+
 TEST_F(Flash, AnImageThatDoesNotFitIsRefusedBeforeTheErase) {
     const tavo::Image tooLarge = imageOf({{0xFFFF, {1, 2}}});
     const tavo::Error error = failureOf([&] { programFlash(device(), tooLarge); });

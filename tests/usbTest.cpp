@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <thread>
 
 #include "platform/cyusbserial.h"
 #include "platform/deviceLock.h"
@@ -229,8 +231,12 @@ TEST_F(UsbTest, ABoundKernelDriverIsToldAndLeftAlone) {
     EXPECT_EQ(CyGetKernelDriver(kBridge, 1, name, 8), CY_SUCCESS);
     EXPECT_STREQ(name, "");
     EXPECT_THAT(bridge.boundDrivers, ElementsAre(0));
-    bridge.openResult = LIBUSB_ERROR_ACCESS;
-    EXPECT_EQ(CyGetKernelDriver(kBridge, 0, name, 8), CY_ERROR_ACCESS_DENIED);
+    for (const auto& [result, status] : {std::pair{LIBUSB_ERROR_ACCESS, CY_ERROR_ACCESS_DENIED},
+                                         {LIBUSB_ERROR_NO_DEVICE, CY_ERROR_DEVICE_NOT_FOUND},
+                                         {LIBUSB_ERROR_IO, CY_ERROR_DRIVER_OPEN_FAILED}}) {
+        bridge.openResult = result;
+        EXPECT_EQ(CyGetKernelDriver(kBridge, 0, name, 8), status);
+    }
 }
 
 TEST_F(UsbTest, OtherDevicesAreDescribedUnopened) {
@@ -639,6 +645,18 @@ TEST_F(UsbTest, AReadPutsPiecesTogetherAndAsksForNoStatus) {
     EXPECT_EQ(data[63], 0x11);
     EXPECT_EQ(data[64], 0x22);
     EXPECT_EQ(read.transferCount, 70U);
+}
+
+TEST_F(UsbTest, AReadWhoseTimeIsOverBetweenTwoPiecesIsATimeOut) {
+    handle = open();
+    expectFirstReset();
+    Step late = comesBack("82", LIBUSB_TRANSFER_COMPLETED, Bytes(64, 0x11));
+    late.meanwhile = [] { std::this_thread::sleep_for(std::chrono::milliseconds(60)); };
+    expect({control("40 CA 0001 0046 0"), submit("82 70"), late, control(kReset)});
+    Bytes data(70);
+    CY_DATA_BUFFER read{data.data(), 70, 0};
+    EXPECT_EQ(CySpiReadWrite(handle, &read, nullptr, 50), CY_ERROR_IO_TIMEOUT);
+    EXPECT_EQ(read.transferCount, 64U);
 }
 
 class DuplexTest : public UsbTest {

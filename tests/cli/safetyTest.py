@@ -255,6 +255,15 @@ class Convert(ToolTest):
                 self.assertEqual(len(result.json["result"]["changed"]), changes)
                 self.assertExit(self.run_tool("check", self.path("out.hex"), device=False), 0)
 
+    def test_the_name_of_the_output_chooses_its_format(self):
+        source = self.write("in.hex", image((0, b"abc")))
+        for name, start in (("o.hex", b":"), ("o", b":"), ("o.elf", b":"), ("o.s19", b"S"), ("o.srec", b"S"), ("o.bin", b"abc")):
+            with self.subTest(name):
+                self.assertExit(self.run_tool("convert", source, name, device=False), 0)
+                self.assertTrue(self.read(name).startswith(start), self.read(name))
+                self.assertExit(self.run_tool("convert", "-f", name, "back.hex", device=False), 0)
+                self.assertEqual(self.read("back.hex"), self.read("in.hex"))
+
     def test_what_is_not_valid_is_refused_and_nothing_written(self):
         good = image((0, b"abc"))
         for name, lines in (("start code", ["x" + good[0][1:], END]), ("checksum", [good[0][:-2] + "00", END]),
