@@ -343,6 +343,7 @@ int Bridge::setConfigurationMode(std::uint16_t value, std::uint16_t index) {
 int Bridge::resetSpi(std::uint16_t value, std::uint16_t length) {
     if (value != kSpiBlock || length != 0 || !isSpi(kSpiBlock)) return LIBUSB_ERROR_PIPE;
     isSpiUnfinished = false;
+    if (isSettingLostByReset) spi = spiConfig(blockInEffect.data() + at::kScb0Record);
     return 0;
 }
 

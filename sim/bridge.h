@@ -62,8 +62,9 @@ public:
     CY_SPI_CONFIG spi{};
     std::array<bool, kPins> pinHigh{};
     bool inConfigurationMode = false;
-    bool isSpiUnfinished = false;  ///< a transfer whose data never came: none other ends before an SPI reset
-    unsigned pinCount = kPins;     ///< smaller parts have fewer
+    bool isSpiUnfinished = false;       ///< a transfer whose data never came: none other ends before an SPI reset
+    bool isSettingLostByReset = false;  ///< an SPI reset takes its setting along; nobody knows what the parts do
+    unsigned pinCount = kPins;          ///< smaller parts have fewer
     Access access = Access::Both;
 
 private:

@@ -4,12 +4,16 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "tavo/service/files.h"
 
@@ -82,6 +86,9 @@ TEST_P(FilesTest, AFileIsWholeOrAbsent) {
     tavo::NewFile file(path("new.hex"), false);
     tavo::writeAll(file.descriptor(), "whole", 5, "new.hex");
     EXPECT_EQ(content("new.hex"), "");
+    const tavo::Descriptor nameless(open(folder.c_str(), O_TMPFILE | O_RDWR, 0600));
+    const std::size_t named = GetParam() && nameless.get() >= 0 ? 0 : 1;  // which a killed run would leave
+    EXPECT_EQ(names().size(), named);
     file.commit();
     EXPECT_EQ(content("new.hex"), "whole");
     EXPECT_THAT(names(), ElementsAre("new.hex"));
@@ -141,6 +148,31 @@ TEST_P(FilesTest, WhatAKilledRunLeftIsRemovedAndNothingElse) {
     tavo::NewFile(path("a.hex"), false);
     EXPECT_THAT(names(), ElementsAre("a.hex.part-abc1234", "a.hex.part-folder", "a.hex.part-linked",
                                      "a.hex.part-living", "b.hex.part-abc123"));
+}
+
+TEST(Reading, GoesOnAfterASignalAndTellsAFault) {
+    struct sigaction act {};
+    struct sigaction before {};
+    act.sa_handler = [](int) {};  // without SA_RESTART: the read ends with EINTR
+    sigaction(SIGUSR1, &act, &before);
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const tavo::Descriptor reading(ends[0]);
+    const pthread_t reader = pthread_self();
+    std::thread writer([&] {
+        const tavo::Descriptor writing(ends[1]);
+        for (int i = 0; i < 20; ++i) {
+            pthread_kill(reader, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        tavo::writeAll(writing.get(), "text", 4, "pipe");
+    });
+    char text[8];
+    EXPECT_EQ(tavo::readSome(reading.get(), text, sizeof text, "pipe"), 4u);
+    writer.join();
+    sigaction(SIGUSR1, &before, nullptr);
+    const tavo::Descriptor memory(open("/proc/self/mem", O_RDONLY));  // nothing is there at 0: EIO
+    EXPECT_THROW(tavo::readSome(memory.get(), text, sizeof text, "mem"), tavo::Error);
 }
 
 TEST(SafeName, HoldsNothingThatAFileNameCouldBeMisusedWith) {

@@ -368,8 +368,15 @@ TEST_F(Recover, LetsGoProvesItAndSaysSo) {
 
 TEST_F(Recover, EndsATransferThatAKilledRunLeftUnfinished) {
     plug("unfinished");
-    run();
+    setMaster(500000);
+    rig.board().bridge.isSettingLostByReset = true;
+    clearJournal();
+    EXPECT_EQ(run()[0], "ok unfinished SPI transfer ended; its setting had changed and was put back");
     EXPECT_FALSE(error) << error->what();
+    EXPECT_EQ(rig.board().bridge.spi.frequency, 500000u);
+    const auto isSpiTransfer = [](const std::string& line) { return line.rfind("spi ", 0) == 0; };
+    const auto first = std::find_if(rig.journal.begin(), rig.journal.end(), isSpiTransfer);
+    EXPECT_NE(std::find(rig.journal.begin(), first, "control 40 CB 0000 0000 0"), first);
 }
 
 TEST_F(Recover, LeavesAMasterThatNoFlashOperationMade) {
