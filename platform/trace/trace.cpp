@@ -34,7 +34,7 @@ std::string bytesText(const unsigned char* bytes, std::size_t size) {
     std::string text;
     for (std::size_t i = 0; i < std::min(size, kShownBytes); ++i) {
         char digits[8];
-        std::snprintf(digits, sizeof digits, " %02X", bytes[i]);
+        static_cast<void>(std::snprintf(digits, sizeof digits, " %02X", bytes[i]));
         text += digits;
     }
     return text + (size > kShownBytes ? " .. (" + std::to_string(size) + ")" : "");
@@ -48,7 +48,7 @@ template <typename... Values>
 void note(const char* format, Values... values) {
     if (!isNoted()) return;
     char text[160];
-    std::snprintf(text, sizeof text, format, values...);
+    static_cast<void>(std::snprintf(text, sizeof text, format, values...));  // what is too long is cut
     (*tellerOfThread)(text);
 }
 
