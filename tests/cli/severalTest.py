@@ -34,7 +34,7 @@ class SeveralDevices(ToolTest):
         for words in ((), ("--json",)):
             with open("/dev/full", "w", encoding="ascii") as full:
                 result = subprocess.run([TOOL, *(f"-dsim:{self.path(name)},pace=fast" for name in ("one", "two")), *words,
-                                         "status"], stdout=full, stderr=subprocess.PIPE, text=True,
+                                         "config", "read"], stdout=full, stderr=subprocess.PIPE, text=True,
                                         env=self.environment(), cwd=self.folder)
             self.assertEqual(result.returncode, 8, words)
             self.assertIn("cannot write to standard output", result.stderr)
