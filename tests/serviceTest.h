@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,6 +34,17 @@ protected:
     }
     /// Found anew at the next use, as after a replug.
     void findAgain() { device_.reset(); }
+
+    /// Runs the operation and gives its failure.
+    tavo::Error failureOf(const std::function<void()>& work) {
+        try {
+            work();
+        } catch (const tavo::Error& error) {
+            return error;
+        }
+        ADD_FAILURE() << "nothing failed";
+        return {tavo::Problem::Internal, ""};
+    }
 
     /// What crosses the seam from here on.
     void clearJournal() { rig.journal.clear(); }

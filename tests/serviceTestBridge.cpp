@@ -13,15 +13,6 @@ namespace {
 
 class BridgeService : public ServiceTest {
 protected:
-    tavo::Error failureOf(const std::function<void()>& work) {
-        try {
-            work();
-        } catch (const tavo::Error& error) {
-            return error;
-        }
-        ADD_FAILURE() << "nothing failed";
-        return {tavo::Problem::Internal, ""};
-    }
     static unsigned controls(const std::vector<std::string>& journal, const std::string& start) {
         unsigned count = 0;
         for (const auto& line : journal) count += line.rfind("control " + start, 0) == 0 ? 1 : 0;

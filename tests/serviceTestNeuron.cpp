@@ -21,16 +21,6 @@ protected:
         work();
         return rig.journal;
     }
-    /// Runs the operation and gives the failure.
-    tavo::Error failureOf(const std::function<void()>& work) {
-        try {
-            work();
-        } catch (const tavo::Error& error) {
-            return error;
-        }
-        ADD_FAILURE() << "nothing failed";
-        return {tavo::Problem::Internal, ""};
-    }
     /// The endpoint talks without end, and nothing of it is the answer.
     void talkForEver() { rig.scriptLdv({{.status = 0, .message = {0x16, 0x01, 0x00}, .times = 1000000}}); }
 

@@ -38,7 +38,7 @@
 ///
 /// Addresses are not compared with the size of the chip: the driver drops the bits above 23, the chip
 /// those it has no cells for. Pages of FF are not sent and not read back.
-/// Blocks for the erase, about 7 ms for each page that is not blank, and 1.6 s of waits.
+/// Blocks for the erase, about 11 ms (full-speed USB) for each page that is not blank, and 1.6 s of waits.
 /// @param path      the Intel HEX file; a regular one.
 /// @param progress  may be null. Called on this thread after a page when the share of the file's
 ///                  text that has been read has changed: percent, 1 to 100.
@@ -52,7 +52,7 @@
 ///
 /// Prints "FlashSize: %d Bytes\n" to standard output. Not safe for two dumps at once in a process.
 /// Of a chip above 16 MiB the first 16 MiB come again and again: an address has 24 bits.
-/// Blocks for about 2.4 ms for each 255 bytes, and 1.6 s of waits.
+/// Blocks for about 4 ms (full-speed USB) for each 255 bytes, and 1.6 s of waits.
 /// @param path      created or replaced, once the chip has told its size.
 /// @param progress  may be null. Called on this thread after each record with the percent of its
 ///                  start address.

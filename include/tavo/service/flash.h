@@ -73,7 +73,7 @@ struct ProgramResult {
 };
 
 /// Erases the chip, then programs the image and compares each page right after it was programmed.
-/// Blocks for the erase, about 7 ms a page, the reading that the options ask for, and 1.6 s of waits.
+/// Blocks for the erase, about 11 ms a page, the reading that the options ask for, and 1.6 s of waits.
 /// Throws Error also when the chip is too small, or the backup cannot be written: nothing is erased then.
 TAVO_API ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options = {},
                                     const Control& control = {});
