@@ -44,14 +44,15 @@ class Examples(unittest.TestCase):
         self.assertEqual(again.returncode, 1)
         self.assertRegex(again.stderr, "before.hex.*exists(.|\n)*what next:  choose another name")
 
-        broken = self.run_on([board[0] + ",lose-program=7,lose-program=8,lose-program=9"], "programSafely", "sim:board",
-                             "image.bin", "second.hex")
+        # The seventh page, and its two further attempts after the 16 of its 4 KiB.
+        lost = "other,pace=fast,size=64K,lose-program=7,lose-program=17,lose-program=18"
+        broken = self.run_on([lost], "programSafely", "sim:other", "image.bin", "second.hex")
         self.assertEqual(broken.returncode, 2, broken.stderr)
         self.assertRegex(broken.stderr, "failed: .*\n(.*\n)*the device: flash incomplete.*\nwhat next:  \\S.*second.hex")
 
     def test_eight_devices_and_what_fails_on_one_stays_with_it(self):
         boards = [f"{name},pace=fast,size=64K,serial={name}" for name in "ABCDEFGH"]
-        boards[2] += ",fault=CySpiReadWrite@40+:11"
+        boards[2] += ",fault=CySpiReadWrite@80+:11"
         boards[4] += ",denied"
         boards[6] += ",fault=CySetGpioValue@2+:11"  # its Neuron stays in reset
         done = self.run_on(boards, "programAll", "image.bin")

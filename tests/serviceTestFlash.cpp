@@ -48,7 +48,7 @@ Journal wire(const Journal& journal) {
     for (const std::string& line : journal) {
         if (line.starts_with("sleep ")) slept += std::stol(line.substr(6));
         const bool counts = line.starts_with("setspi ") || (line.starts_with("pin ") && !line.ends_with("?")) ||
-                            (line.starts_with("spi ") && !line.starts_with("spi 9F "));
+                            (line.starts_with("spi ") && !line.starts_with("spi 9F ") && !line.starts_with("spi 5A "));
         if (!counts) continue;
         flush();
         result.push_back(line);
@@ -101,7 +101,8 @@ protected:
         ADD_FAILURE() << "it did not fail";
         return {Problem::Internal, ""};
     }
-    tavo::Error failureOfProgram(const tavo::ProgramOptions& how = {}) {
+    /// Of the whole-chip way, unless told otherwise.
+    tavo::Error failureOfProgram(const tavo::ProgramOptions& how = {.full = true}) {
         return failureOf([&] { programFlash(device(), image, how, control()); });
     }
 
@@ -133,45 +134,28 @@ protected:
 
 // ---- the same on the wire as the library
 
-TEST_F(Flash, ProgramSendsWhatTheLibrarySends) {
-    const std::string file = folder + "/image.hex";
-    {
-        std::ofstream out(file);
-        for (const auto& range : image.ranges()) {
-            for (std::uint32_t at = range.first; at <= range.last; at += 16) {
-                const auto count = std::min<std::uint32_t>(16, range.last + 1 - at);
-                unsigned sum = count + (at >> 8) + (at & 0xFF);
-                char text[16];
-                std::snprintf(text, sizeof text, ":%02X%04X00", count, at);
-                out << text;
-                for (std::uint32_t i = 0; i < count; ++i) {
-                    std::snprintf(text, sizeof text, "%02X", *image.at(at + i));
-                    out << text;
-                    sum += *image.at(at + i);
-                }
-                std::snprintf(text, sizeof text, "%02X\n", -sum & 0xFF);
-                out << text;
-            }
-        }
-        out << ":00000001FF\n";
+TEST_F(Flash, BothWaysEndWithTheSameBytes) {
+    for (const bool full : {true, false}) {
+        fresh();
+        const Bytes before = noise(cells().size(), 7);
+        std::copy(before.begin(), before.end(), cells().begin());
+        rig.board().flash.status = 0x1C;  // protected
+        phases.clear();
+        const auto result = programFlash(device(), image, {.full = full}, control());
+        EXPECT_TRUE(holds(image));
+        EXPECT_EQ(result.pagesWritten, 4u);
+        EXPECT_EQ(result.pagesBlank, 2u);
+        EXPECT_EQ(result.state.text(), "flash programmed and verified");
+        Journal expected = {"read", "erase", "program", "verify", "boot"};
+        if (full) expected.erase(expected.begin());
+        EXPECT_EQ(phases, expected);
     }
-    rig.board().flash.status = 0x1C;  // protected: the status write is a part of both
-    ASSERT_EQ(programSpiFlash(info, file.c_str(), nullptr), TAVO_SUCCESS);
-    const Journal library = wire(rig.journal);
-    fresh();
-    rig.board().flash.status = 0x1C;
-    const auto result = programFlash(device(), image, {}, control());
-    EXPECT_EQ(wire(rig.journal), library);
-    EXPECT_TRUE(holds(image));
-    EXPECT_EQ(result.pagesWritten, 4u);
-    EXPECT_EQ(result.pagesBlank, 2u);
-    EXPECT_EQ(result.state.text(), "flash programmed and verified");
-    EXPECT_THAT(phases, ElementsAre("erase", "program", "verify", "boot"));
 }
 
 TEST_F(Flash, EraseSendsWhatTheLibrarySends) {
     ASSERT_EQ(eraseSpiFlash(info), TAVO_SUCCESS);
-    const Journal libraryErase = wire(rig.journal);
+    Journal libraryErase = wire(rig.journal);
+    libraryErase.insert(std::find(libraryErase.begin(), libraryErase.end(), "spi 05 00 <2"), "spi 05 00 <2");  // a look
     cells()[77] = 0;
     clearJournal();
     EXPECT_EQ(eraseFlash(device(), control()).state.text(), "flash erased: the Neuron has no firmware");
@@ -291,7 +275,7 @@ TEST_F(Flash, SuccessIsOnlyToldOfAnInterfaceThatIsLetGo) {
 
 TEST_F(Flash, AFailureTellsWhatIsStillHeldToo) {
     rig.failFrom("CySetGpioValue", 2, CY_ERROR_PIPE_HALTED);
-    rig.failFrom("CySpiReadWrite", 12, CY_ERROR_PIPE_HALTED);
+    rig.failFrom("CySpiReadWrite", 15, CY_ERROR_PIPE_HALTED);
     const tavo::Error error = failureOfProgram();
     EXPECT_EQ(error.status, TAVO_FLASH_PROGRAMMING_FAILED);
     EXPECT_EQ(error.state.flash, FlashState::Incomplete);
@@ -316,7 +300,7 @@ TEST_F(Flash, AnInterfaceThatWasUnpluggedIsToldAsThat) {
     };
     const Case cases[] = {
         {3, [this] { readFlash(device(), control()); }, "flash contents unchanged"},
-        {20, [this] { programFlash(device(), image, {}, control()); },
+        {20, [this] { programFlash(device(), image, {.full = true}, control()); },
          "flash incomplete: part of the image is missing"},
         {3, [this] { readFlash(device(), control()); }, "flash incomplete: part of the image is missing"},
     };
@@ -433,14 +417,14 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
 }
 
 TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
-    rig.fail("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);
+    rig.fail("CySpiReadWrite", 9, CY_ERROR_PIPE_HALTED);
     EXPECT_EQ(failureOf([this] { eraseFlash(device()); }).state.flash, FlashState::Uncertain);
     EXPECT_TRUE(remembered());
     EXPECT_EQ(remembered()->image, "");
     fresh();
     eraseFlash(device());
     EXPECT_FALSE(remembered());
-    rig.fail("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);  // so does program, before its erase
+    rig.fail("CySpiReadWrite", 9, CY_ERROR_PIPE_HALTED);  // so does program, before its erase
     EXPECT_EQ(failureOfProgram().state.flash, FlashState::Uncertain);
     EXPECT_TRUE(remembered());
 }
@@ -456,17 +440,22 @@ TEST_F(Flash, AHostThatCannotRememberIsToldAndMayProgram) {
 // ---- retries, up to date, backup
 
 TEST_F(Flash, PagesThatNeededAnotherAttemptAreTold) {
-    rig.loseProgram(2);
+    rig.loseProgram(2);  // and the second attempt of its page, after the three of its sector
     rig.loseProgram(4);
-    rig.loseProgram(5);
     const auto result = programFlash(device(), image, {}, control());
     EXPECT_TRUE(holds(image));
-    EXPECT_THAT(result.retries, ElementsAre(0x100u, 0x200u));
-    EXPECT_THAT(warnings, ElementsAre("2 pages needed more than one attempt: 0x000100, 0x000200"));
-    rig.fail("CySpiReadWrite", 12, CY_ERROR_PIPE_HALTED);  // the first Page Program, after ID, erase and Write Enable
-    EXPECT_THAT(programFlash(device(), image).retries, ElementsAre(0x20u));
+    EXPECT_THAT(result.retries, ElementsAre(0x100u));
+    EXPECT_THAT(warnings, ElementsAre("1 page needed more than one attempt: 0x000100"));
+    eraseFlash(device());
+    observe = [this](const tavo::Event& event) {  // Write Enable, then the first Page Program
+        if (event.kind == tavo::Event::Kind::PhaseBegins && event.phase == tavo::Phase::Program)
+            rig.fail("CySpiReadWrite", 3, CY_ERROR_PIPE_HALTED);
+    };
+    EXPECT_THAT(programFlash(device(), image, {}, control()).retries, ElementsAre(0x20u));
+    observe = nullptr;
     EXPECT_TRUE(holds(image));
-    for (const unsigned lost : {1, 2, 3}) rig.loseProgram(lost);
+    eraseFlash(device());
+    for (const unsigned lost : {1, 4, 5}) rig.loseProgram(lost);
     const tavo::Error error = failureOfProgram();
     EXPECT_THAT(error.what(), HasSubstr("3 attempts failed at 0x000020: it does not hold what was written"));
     EXPECT_EQ(error.state.flash, FlashState::Incomplete);
@@ -493,17 +482,17 @@ TEST_F(Flash, AnImageThatIsThereAlreadyIsLeftAlone) {
     EXPECT_THAT(rig.journal, IsEmpty());
     EXPECT_THROW(forecastProgram(image, how), tavo::Error);
     how.backup = folder + "/d.hex";
-    EXPECT_THAT(forecastProgram(image, how).steps, ElementsAre("compare", "backup", "erase", "program", "verify"));
+    EXPECT_THAT(forecastProgram(image, how).steps, ElementsAre("read", "backup", "erase", "program", "verify"));
     EXPECT_FALSE(std::filesystem::exists(how.backup));
 }
 
 TEST_F(Flash, AForecastIsWhatTheRunDoesAndFailsAsItWould) {
     tavo::ProgramOptions how;
-    EXPECT_THAT(forecastProgram(image, how).steps, ElementsAre("erase", "program", "verify"));
+    EXPECT_THAT(forecastProgram(image, {.full = true}).steps, ElementsAre("erase", "program", "verify"));
     how.backup = folder + "/b.hex";
     how.ifDifferent = true;
     const auto forecast = forecastProgram(image, how);
-    EXPECT_THAT(forecast.steps, ElementsAre("compare", "backup", "erase", "program", "verify"));
+    EXPECT_THAT(forecast.steps, ElementsAre("read", "backup", "erase", "program", "verify"));
     EXPECT_GT(forecast.seconds, 0);
     EXPECT_FALSE(std::filesystem::exists(how.backup));
     const auto done = programFlash(device(), image, how);
@@ -558,7 +547,7 @@ TEST_F(Flash, ACancellationEndsAtTheNextPageOrChunk) {
 TEST_F(Flash, AFlashThatReadsFFForEverIsAFailureAndCanBeCancelled) {
     violationsExpected = true;  // it is let go while it seems busy: nothing else can be done
     // After the ID: before the erase, in it, while pages are programmed.
-    for (const unsigned answered : {3, 6, 20}) {
+    for (const unsigned answered : {6, 9, 23}) {
         for (const bool cancelled : {false, true}) {
             SCOPED_TRACE(answered);
             fresh();
@@ -568,7 +557,7 @@ TEST_F(Flash, AFlashThatReadsFFForEverIsAFailureAndCanBeCancelled) {
                 const bool erases = event.kind == tavo::Event::Kind::Step && event.phase == tavo::Phase::Erase;
                 if (cancelled && (erases || event.phase == tavo::Phase::Program)) token.cancel();
             };
-            if (cancelled && answered == 20) {  // in the middle of a page
+            if (cancelled && answered == 23) {  // in the middle of a page
                 observe = [&](const tavo::Event& event) {
                     if (event.phase == tavo::Phase::Program && rig.board().flash.programs == 1) token.cancel();
                 };
@@ -640,9 +629,139 @@ TEST_F(Flash, AWriteProtectedChipIsNotCalledErased) {
     std::copy(before.begin(), before.end(), cells().begin());
     rig.board().flash.status = 0x1C;
     // The write of the status register is lost, as it is with the chip's WP# pin low.
-    rig.fail("CySpiReadWrite", 5, CY_SUCCESS);
+    rig.fail("CySpiReadWrite", 8, CY_SUCCESS);
     const tavo::Error error = failureOf([this] { eraseFlash(device()); });
     EXPECT_THAT(error.what(), HasSubstr("write-protected"));
     EXPECT_TRUE(std::equal(before.begin(), before.end(), cells().begin()));
     rig.board().flash.status = 0;
+}
+
+// ---- sector by sector
+
+namespace {
+
+struct Change {
+    const char* what;
+    std::function<void(Bytes&)> apply;
+    unsigned sectors;
+    unsigned pages;
+};
+
+}  // namespace
+
+TEST_F(Flash, TheChipTellsItsSectorsAndIsNotBelievedEverything) {
+    const auto chip = inspectFlash(device());
+    ASSERT_TRUE(chip.hasSfdp);
+    ASSERT_EQ(chip.eraseTypes.size(), 3u);
+    EXPECT_EQ(chip.eraseTypes[0].opcode, 0x20);
+    EXPECT_EQ(chip.eraseTypes[2].size, 64U << 10);
+    EXPECT_NEAR(chip.eraseTypes[1].typical, 0.12, 0.01);
+    EXPECT_NEAR(chip.programTypical, 0.0007, 0.0001);
+    options.sfdp = sim::Sfdp::Lying;
+    fresh();
+    const auto liar = inspectFlash(device(), control());
+    EXPECT_FALSE(liar.hasSfdp);
+    EXPECT_THAT(liar.sfdpFault, HasSubstr("128 KiB, the ID of 64 KiB"));
+    EXPECT_THAT(warnings, ElementsAre(HasSubstr("not used")));
+    programFlash(device(), image);
+    EXPECT_TRUE(holds(image));
+    options.sfdp = sim::Sfdp::None;
+    fresh();
+    EXPECT_FALSE(inspectFlash(device()).hasSfdp);
+    cells()[0x9000] = 0;
+    EXPECT_EQ(programFlash(device(), image).way, tavo::ProgramWay::Full);
+    EXPECT_TRUE(holds(image));
+}
+
+TEST_F(Flash, OnlyWhatMustBeIsErasedAndWritten) {
+    const Bytes whole = noise(cells().size(), 5);
+    const tavo::Image wanted = imageOf({{0, whole}});
+    const Change changes[] = {
+        {"nothing", [](Bytes&) {}, 0, 0},
+        {"a bit that programming clears", [](Bytes& b) { b[0x123] |= 0xFF; }, 0, 1},
+        {"a page", [](Bytes& b) { std::fill_n(b.begin() + 0x2000, 256, std::uint8_t{0}); }, 1, 16},
+        {"a blank page where data are to be",
+         [](Bytes& b) { std::fill_n(b.begin() + 0x2000, 256, std::uint8_t{0xFF}); }, 0, 1},
+        {"most of a block", [](Bytes& b) { std::fill_n(b.begin(), 0x6000, std::uint8_t{0}); }, 6, 96},
+    };
+    for (const Change& each : changes) {
+        SCOPED_TRACE(each.what);
+        fresh();
+        Bytes before = whole;
+        each.apply(before);
+        std::copy(before.begin(), before.end(), cells().begin());
+        const auto done = programFlash(device(), wanted, {}, control());
+        EXPECT_TRUE(holds(wanted));
+        EXPECT_EQ(done.sectorsErased, each.sectors);
+        EXPECT_EQ(done.pagesWritten, each.pages);
+        EXPECT_EQ(done.pagesWritten + done.pagesKept, 256u);
+        EXPECT_EQ(rig.board().flash.erases, each.sectors);
+        EXPECT_EQ(rig.board().flash.programs, each.pages);
+    }
+    fresh();
+    std::fill(cells().begin(), cells().end(), std::uint8_t{0});
+    EXPECT_EQ(programFlash(device(), wanted).pagesWritten, 256u);
+    EXPECT_TRUE(holds(wanted));
+    EXPECT_EQ(programFlash(device(), wanted, {.full = true}).way, tavo::ProgramWay::Full);
+    EXPECT_THROW(programFlash(device(), wanted, {.full = true, .ifDifferent = true}), tavo::Error);
+}
+
+/// An image, and a chip that needs an erase, kept pages and written ones.
+TEST_F(Flash, CutOffAtAnyTransferTheNextRunRepairsIt) {
+    violationsExpected = true;  // the Neuron is let go while the flash is busy
+    const Bytes whole = noise(options.flashSize, 5);
+    const tavo::Image wanted = imageOf({{0, Bytes(whole.begin(), whole.end() - 700)}});
+    const auto makeOld = [&] {
+        fresh();
+        rig.keepJournal = false;
+        std::copy(whole.begin(), whole.end(), cells().begin());
+        std::fill_n(cells().begin() + 0x1000, 300, std::uint8_t{0});
+        std::fill_n(cells().begin() + 0x2100, 300, std::uint8_t{0xFF});
+    };
+    makeOld();
+    ASSERT_EQ(programFlash(device(), wanted).way, tavo::ProgramWay::Sectors);
+    unsigned cuts = 0;
+    for (bool finished = false; !finished; ++cuts) {
+        SCOPED_TRACE(cuts);
+        makeOld();
+        finished = true;
+        rig.failFrom("CySpiReadWrite", cuts + 1, CY_ERROR_DEVICE_NOT_FOUND);
+        try {
+            programFlash(device(), wanted);
+        } catch (const tavo::Error& error) {
+            finished = false;
+            // What has changed is told, and remembered.
+            const bool changed = rig.board().flash.changes > 0;
+            if (changed) {
+                EXPECT_TRUE(error.state.isFlashLost());
+                EXPECT_TRUE(remembered());
+            }
+        }
+        const Bytes left(cells().begin(), cells().end());
+        fresh();
+        std::copy(left.begin(), left.end(), cells().begin());
+        programFlash(device(), wanted);
+        ASSERT_TRUE(holds(wanted));
+        EXPECT_FALSE(remembered());
+    }
+    EXPECT_GT(cuts, 100u);
+}
+
+TEST_F(Flash, AnEraseThatDoesNothingIsFound) {
+    violationsExpected = true;  // programming over what is not erased
+    const tavo::Image wanted = imageOf({{0, noise(0x4000, 5)}});
+    for (const std::uint32_t spoiled : {0x1000u, 0x9000u}) {  // of the image, and outside of it
+        fresh();
+        programFlash(device(), wanted, {.full = true});
+        cells()[spoiled] = 0;
+        cells()[spoiled + 1] = 0;
+        fresh();
+        rig.loseErase(1);
+        const tavo::Error error = failureOf([&] { programFlash(device(), wanted); });
+        EXPECT_EQ(error.state.flash, FlashState::Incomplete);
+        EXPECT_THAT(error.what(), HasSubstr("0x00" + std::to_string(spoiled / 0x1000)));
+        EXPECT_TRUE(remembered());
+        programFlash(device(), wanted);
+        EXPECT_TRUE(holds(wanted));
+    }
 }

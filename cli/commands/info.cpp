@@ -57,6 +57,26 @@ void addNeuron(const tavo::Overview& all, Items& items) {
     items.add("node_state", "node state", namedJson(name, raw), tavo::named(name, raw));
 }
 
+void addSfdp(const tavo::FlashChip& chip, Report& report, Items& items) {
+    report.result["flash_sfdp"] = nullptr;
+    if (!chip.sfdpFault.empty()) return items.absent("flash_sfdp", "flash SFDP", "not used: " + chip.sfdpFault);
+    if (!chip.hasSfdp) return items.absent("flash_sfdp", "flash SFDP", "the chip has none");
+    Json types = Json::array();
+    std::string text;
+    for (const tavo::EraseType& type : chip.eraseTypes) {
+        types.push_back({{"opcode", type.opcode},
+                         {"size", type.size},
+                         {"typical_seconds", type.typical},
+                         {"longest_seconds", type.longest}});
+        text += (text.empty() ? "erases " : ", ") + sizeText(type.size) + " in " + secondsText(type.typical);
+    }
+    const Json value = {{"erase_types", types},
+                        {"page_program_seconds", chip.programTypical},
+                        {"chip_erase_seconds", chip.eraseTypical}};
+    if (chip.eraseTypical > 0) text += (text.empty() ? "" : ", ") + ("all in " + secondsText(chip.eraseTypical));
+    items.add("flash_sfdp", "flash SFDP", value, text);
+}
+
 void addFlash(const tavo::Told<tavo::FlashChip>& flash, Report& report, Items& items) {
     const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
     report.result["flash_maker"] = flash.value ? orNull(flash.value->makerName()) : nullptr;
@@ -65,6 +85,7 @@ void addFlash(const tavo::Told<tavo::FlashChip>& flash, Report& report, Items& i
     report.result["flash_id"] = orNull(id);
     if (!flash.value) return items.absent("flash_size", "flash", flash.why);
     items.add("flash_size", "flash", flash.value->size, flash.value->text());
+    addSfdp(*flash.value, report, items);
 }
 
 void info(Session& session) {

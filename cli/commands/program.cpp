@@ -28,9 +28,10 @@ tavo::ImageFile checkFile(Session& session, const Options& options) {
 
 std::string steps(const Session& session, const Options& options, const tavo::ProgramForecast& forecast) {
     std::string text = "would ";
-    if (options.how.ifDifferent) text += "read the flash and leave it alone if it holds just this image, else ";
+    if (!options.how.full) text += "read the flash, leave it alone if it holds just this image, else ";
     if (!options.how.backup.empty()) text += "save the flash in " + options.how.backup + ", ";
-    return text + "erase the whole flash of " + session.deviceName() + ", then program and verify " +
+    text += options.how.full ? "erase the whole flash of " : "erase the whole flash or what must be erased of ";
+    return text + session.deviceName() + ", then program and verify " + (options.how.full ? "" : "up to ") +
            countText(forecast.pagesWritten, "page") + " (" + std::to_string(forecast.pagesBlank) + " blank)";
 }
 
@@ -44,14 +45,18 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["estimated_seconds"] = forecast.seconds;
     report.result["sha256"] = file.sha256;
     report.line(steps(session, options, forecast));
-    report.line("about " + secondsText(std::ceil(forecast.seconds)) +
-                " on a device, and the erase: by the chip's size 2 to 200 s");
+    report.line("about " + secondsText(std::ceil(forecast.seconds)) + " on a device for every page" +
+                (options.how.full ? "" : ", 9.5 s a MiB of the chip to read it") +
+                ", and the erase: by the chip's size 2 to 200 s");
     report.line("nothing was done (--dry-run)");
 }
 
 void tellDone(Session& session, const tavo::ProgramResult& done) {
     Report& report = session.report;
+    report.result["plan"] = programWayName(done.way);
     report.result["pages_written"] = done.pagesWritten;
+    report.result["pages_kept"] = done.pagesKept;
+    report.result["sectors_erased"] = done.sectorsErased;
     if (done.upToDate) {
         report.result["up_to_date"] = true;
         return report.note("already up to date: nothing erased, nothing written");
@@ -63,7 +68,11 @@ void tellDone(Session& session, const tavo::ProgramResult& done) {
         report.result["backup"] = done.backup;
         report.note("backup: " + sizeText(done.chip.size) + " in " + done.backup + ", sha256 " + done.backupSha256);
     }
-    report.note("done: " + countText(done.pagesWritten, "page") + " in " + secondsText(done.seconds) +
+    const std::string erased =
+        done.way == tavo::ProgramWay::Full ? "" : ", " + countText(done.sectorsErased, "sector") + " erased";
+    const std::string all = done.pagesKept > 0 ? std::to_string(done.pagesWritten) + " of " : "";
+    report.note("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased + " in " +
+                secondsText(done.seconds) +
                 (done.pagesBlank > 0 ? ", " + countText(done.pagesBlank, "blank page") + " left erased" : ""));
 }
 
@@ -84,8 +93,9 @@ void program(Session& session, Options& options) {
 Run declareProgram(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("FILE", options->file, "the Intel HEX file");
+    arguments.flag("--full", options->how.full, "erase the whole flash and program every page, without looking first");
     arguments.flag("--if-different", options->how.ifDifferent,
-                   "read the flash first; leave it alone if it holds just this image");
+                   "leave the flash alone if it holds just this image; done anyway without --full");
     arguments.text("--backup", "OUT", options->how.backup,
                    "save the whole flash in OUT before the erase; {serial} is replaced");
     arguments.isOutput(options->how.backup);

@@ -19,6 +19,7 @@ namespace {
 namespace opcode {
 constexpr std::uint8_t kPageProgram = 0x02;
 constexpr std::uint8_t kReadData = 0x03;
+constexpr std::uint8_t kReadSfdp = 0x5A;  // a dummy byte follows the address
 constexpr std::uint8_t kReadJedecId = 0x9F;
 constexpr std::uint8_t kChipErase = 0xC7;
 }  // namespace opcode
@@ -36,6 +37,7 @@ constexpr unsigned kFewestPolls = 50;  // before a wait is too long, however lat
 
 constexpr double kLongestPageProgram = 0.005;
 constexpr double kLongestStatusWrite = 0.015;
+constexpr double kLongestBlockErase = 3;
 constexpr double kLongestSilence = 1;
 constexpr std::uint32_t kLargestChip = kAddressable;
 
@@ -128,15 +130,29 @@ CY_RETURN_STATUS FlashDriver::waitUntilIdle(const BusyWait& wait, std::uint8_t& 
     }
 }
 
-CY_RETURN_STATUS FlashDriver::eraseChip(std::uint32_t size) const {
+CY_RETURN_STATUS FlashDriver::readSfdp(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+    return fetch(opcode::kReadSfdp, kHeaderSize + 1, address, data, size);
+}
+
+CY_RETURN_STATUS FlashDriver::eraseChip(const FlashChip& chip) const {
+    std::uint8_t command[] = {opcode::kChipErase};
+    return erase(command, sizeof command, longestErase(chip));
+}
+
+CY_RETURN_STATUS FlashDriver::eraseBlock(const EraseType& type, std::uint32_t address) const {
+    std::uint8_t command[kHeaderSize];
+    putHeader(command, type.opcode, address);
+    return erase(command, sizeof command, std::max(type.longest, kLongestBlockErase));
+}
+
+CY_RETURN_STATUS FlashDriver::erase(std::uint8_t* command, std::uint32_t size, double longest) const {
     // Busy before: with the status write of unprotect, or with what a killed run has begun.
-    const BusyWait before{longestErase(size), "a chip erase", BusyWait::Stop::AtOnce};
-    const BusyWait during{longestErase(size), "a chip erase", BusyWait::Stop::Never};
+    const BusyWait before{longestErase(kLargestChip), "a chip erase", BusyWait::Stop::AtOnce};
+    const BusyWait during{longest, "an erase", BusyWait::Stop::Never};
     std::uint8_t status = 0;
     if (const auto result = waitUntilIdle(before, status); result != CY_SUCCESS) return result;
     if (const auto result = primitives_.enableWrite(); result != CY_SUCCESS) return result;
-    std::uint8_t out[] = {opcode::kChipErase};
-    if (const auto result = transfer(out, nullptr, sizeof out); result != CY_SUCCESS) return result;
+    if (const auto result = transfer(command, nullptr, size); result != CY_SUCCESS) return result;
     if (const auto result = waitUntilIdle(during, status); result != CY_SUCCESS) return result;
     if ((status & kProtected) == 0) return CY_SUCCESS;
     op_.fail(Error(Problem::DeviceFailed,
@@ -156,30 +172,33 @@ CY_RETURN_STATUS FlashDriver::read(std::uint32_t address, std::uint8_t* data, st
 }
 
 CY_RETURN_STATUS FlashDriver::readLong(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const {
+    return fetch(opcode::kReadData, kHeaderSize, address, data, size);
+}
+
+CY_RETURN_STATUS FlashDriver::fetch(std::uint8_t command, std::uint32_t header, std::uint32_t address,
+                                    std::uint8_t* data, std::uint32_t size) const {
     std::array<std::uint8_t, kHeaderSize + kLongRead> out;
     std::array<std::uint8_t, kHeaderSize + kLongRead> in;
-    std::fill_n(out.begin(), kHeaderSize + size, std::uint8_t{0});
-    putHeader(out.data(), opcode::kReadData, address);
-    if (const auto result = transfer(out.data(), in.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
-    std::copy_n(in.data() + kHeaderSize, size, data);
+    std::fill_n(out.begin(), header + size, std::uint8_t{0});
+    putHeader(out.data(), command, address);
+    if (const auto result = transfer(out.data(), in.data(), header + size); result != CY_SUCCESS) return result;
+    std::copy_n(in.data() + header, size, data);
     return CY_SUCCESS;
 }
 
+CY_RETURN_STATUS FlashDriver::waitUntilWritable() const {
+    const BusyWait wait{kLongestStatusWrite, "a status write", BusyWait::Stop::WhenLate};
+    std::uint8_t status = 0;
+    return waitUntilIdle(wait, status);
+}
+
 CY_RETURN_STATUS FlashDriver::attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size) const {
-    const BusyWait before{kLongestStatusWrite, "a status write", BusyWait::Stop::WhenLate};
     const BusyWait during{kLongestPageProgram, "a page program", BusyWait::Stop::WhenLate};
     std::uint8_t status = 0;
-    if (const auto result = waitUntilIdle(before, status); result != CY_SUCCESS) return result;
     if (const auto result = primitives_.enableWrite(); result != CY_SUCCESS) return result;
     putHeader(out, opcode::kPageProgram, address);
     if (const auto result = transfer(out, nullptr, kHeaderSize + size); result != CY_SUCCESS) return result;
-    if (const auto result = waitUntilIdle(during, status); result != CY_SUCCESS) return result;
-
-    std::array<std::uint8_t, kHeaderSize + kPageSize> in{};
-    out[0] = opcode::kReadData;  // the address stays, the page's data go out again as filler
-    if (const auto result = transfer(out, in.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
-    const bool equal = std::memcmp(out + kHeaderSize, in.data() + kHeaderSize, size) == 0;
-    return equal ? CY_SUCCESS : CY_ERROR_DOWNLOAD_FAILED;
+    return waitUntilIdle(during, status);
 }
 
 PageOutcome FlashDriver::programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const {
@@ -187,8 +206,9 @@ PageOutcome FlashDriver::programPage(std::uint32_t address, const std::uint8_t* 
     std::copy_n(data, size, out.data() + kHeaderSize);
     PageOutcome outcome;
     do {
-        ++outcome.attempts;
-        outcome.status = attempt(out.data(), address, size);
+        // What a step that failed has left in the chip is not known; after one that did not it is idle.
+        if (++outcome.attempts > 1) outcome.status = waitUntilWritable();
+        if (outcome.status == CY_SUCCESS) outcome.status = attempt(out.data(), address, size);
     } while (outcome.status != CY_SUCCESS && outcome.attempts < kAttempts);
     return outcome;
 }

@@ -26,11 +26,15 @@ struct BusyWait {
 
 /// Longest whole-chip erase of that size by data sheets, in seconds.
 double longestErase(std::uint32_t size);
+/// The same, or what the chip tells if that is more: a limit should not end what would have come well.
+double longestErase(const FlashChip& chip);
+/// Typical whole-chip erase, in seconds.
+double usualErase(const FlashChip& chip);
 
 /// What one page took.
 struct PageOutcome {
     unsigned attempts = 0;
-    CY_RETURN_STATUS status = CY_SUCCESS;  ///< of the last attempt; CY_ERROR_DOWNLOAD_FAILED: read back otherwise
+    CY_RETURN_STATUS status = CY_SUCCESS;  ///< of the last attempt
 };
 
 /// Statuses are those of the transfer that failed. Waits throw Error: cancelled, or busy for too long.
@@ -43,6 +47,8 @@ public:
 
     CY_RETURN_STATUS readId(FlashChip& chip) const;
     CY_RETURN_STATUS readSize(FlashChip& chip) const;
+    /// size: at most kLongRead - 1.
+    CY_RETURN_STATUS readSfdp(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const;
     CY_RETURN_STATUS readStatus(std::uint8_t& status) const { return primitives_.readStatus(status); }
     /// Polls until the chip is idle. status: as it was read last.
     CY_RETURN_STATUS waitUntilIdle(const BusyWait& wait, std::uint8_t& status) const;
@@ -50,19 +56,26 @@ public:
     /// Clears block protection, where it is set. The chip may be busy afterwards.
     CY_RETURN_STATUS unprotect() const { return primitives_.disableWriteProtection(); }
     /// Erases everything and waits for the end. Throws Error when the chip says that it is still protected.
-    CY_RETURN_STATUS eraseChip(std::uint32_t size) const;
+    CY_RETURN_STATUS eraseChip(const FlashChip& chip) const;
+    /// Erases the block at that address and waits for the end. Throws as eraseChip.
+    CY_RETURN_STATUS eraseBlock(const EraseType& type, std::uint32_t address) const;
     /// Before the first read: waits for what a killed run has begun.
     CY_RETURN_STATUS waitUntilReadable() const;
     /// Waits until the chip is idle, then reads. size: at most kReadChunk.
     CY_RETURN_STATUS read(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const;
     /// Reads an idle chip. size: at most kLongRead.
     CY_RETURN_STATUS readLong(std::uint32_t address, std::uint8_t* data, std::uint32_t size) const;
-    /// Programs up to kPageSize bytes of one erased page and reads them back. A step that fails costs an
-    /// attempt, as a difference does.
+    /// Before the first page: the status write of unprotect may still be going on.
+    CY_RETURN_STATUS waitUntilWritable() const;
+    /// Programs up to kPageSize bytes of one page of an idle chip, which is waited for but not read back. A step that
+    /// fails costs an attempt.
     PageOutcome programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const;
 
 private:
     CY_RETURN_STATUS attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size) const;
+    CY_RETURN_STATUS erase(std::uint8_t* command, std::uint32_t size, double longest) const;
+    CY_RETURN_STATUS fetch(std::uint8_t command, std::uint32_t header, std::uint32_t address, std::uint8_t* data,
+                           std::uint32_t size) const;
     CY_RETURN_STATUS transfer(std::uint8_t* out, std::uint8_t* in, std::uint32_t length) const;
 
     Operation& op_;

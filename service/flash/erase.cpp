@@ -2,12 +2,13 @@
 
 #include "service/flash/access.h"
 #include "service/flash/journal.h"
+#include "service/flash/sfdp.h"
 
 namespace tavo {
 namespace {
 
 void eraseByWish(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
-    op.begin(Phase::Erase, usualEraseTime(chip.size));
+    op.begin(Phase::Erase, usualEraseTime(chip));
     op.stopNote(kEraseStopNote);
     const TAVO_STATUS status = op.tryCall("erase the flash", [&] {
         rememberChange(op, {}, {}, {});
@@ -28,12 +29,13 @@ void eraseByWish(Operation& op, const FlashDriver& driver, const FlashChip& chip
 TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& chip) {
     op.state.flash = FlashState::Uncertain;
     if (const auto status = driver.unprotect(); status != CY_SUCCESS) return cypressToTavo(status);
-    return cypressToTavo(driver.eraseChip(chip.size));
+    return cypressToTavo(driver.eraseChip(chip));
 }
 
 EraseResult eraseFlash(Device& device, const Control& control) {
     Operation op(device, control);
-    auto result = withFlash(op, kSettleBeforeErase, [&](const FlashDriver& driver, const FlashChip& chip) {
+    auto result = withFlash(op, kSettleBeforeErase, [&](const FlashDriver& driver, FlashChip chip) {
+        readSfdp(op, driver, chip);
         const auto start = std::chrono::steady_clock::now();
         eraseByWish(op, driver, chip);
         op.throwIfCancelled();

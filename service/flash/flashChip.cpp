@@ -1,4 +1,5 @@
 // What is known of flash chips by their ID.
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 
@@ -51,11 +52,22 @@ std::string FlashChip::text() const {
     return (name.empty() ? "unknown maker" : name) + ", ID " + idText() + ", " + sizeText(size);
 }
 
-std::string usualEraseTime(std::uint32_t size) {
+std::string usualEraseTime(const FlashChip& chip) {
+    if (chip.eraseTypical > 0) {
+        return "usually " + secondsText(chip.eraseTypical) + ", at most " + secondsText(chip.eraseLongest);
+    }
     for (const auto& row : kEraseTimes) {
-        if (size <= row.upTo) return row.text;
+        if (chip.size <= row.upTo) return row.text;
     }
     return "may take minutes";
+}
+
+double longestErase(const FlashChip& chip) {
+    return std::max(chip.eraseLongest, longestErase(chip.size));
+}
+
+double usualErase(const FlashChip& chip) {
+    return chip.eraseTypical > 0 ? chip.eraseTypical : longestErase(chip.size) / 4;
 }
 
 double longestErase(std::uint32_t size) {

@@ -1,9 +1,13 @@
 #include "service/flash/access.h"
+#include "service/flash/sfdp.h"
 
 namespace tavo {
 
 FlashChip readFlashChip(Operation& op) {
-    return withFlash(op, kSettle, [](const FlashDriver&, const FlashChip& chip) { return chip; });
+    return withFlash(op, kSettle, [&](const FlashDriver& driver, FlashChip chip) {
+        readSfdp(op, driver, chip);
+        return chip;
+    });
 }
 
 FlashChip inspectFlash(Device& device, const Control& control) {

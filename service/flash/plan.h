@@ -4,31 +4,46 @@
 #include <cstdint>
 #include <vector>
 
+#include "tavo/service/flash.h"
 #include "tavo/service/image.h"
 
 namespace tavo {
 
-/// Bytes of the image inside one page.
+/// Bytes to be programmed inside one page.
 struct PageWrite {
     std::uint32_t address;
     std::uint32_t size;
 };
 
-struct FlashPlan {
-    std::vector<PageWrite> writes;  ///< by address; the whole chip is erased before
-    std::uint64_t bytes = 0;        ///< of all of them
-    std::uint32_t pagesWritten = 0;
-    std::uint32_t pagesBlank = 0;  ///< pages of the image that the erase leaves as they are to be
+struct BlockErase {
+    std::uint32_t address;
+    EraseType type;
 };
 
-FlashPlan makePlan(const Image& image);
+struct FlashPlan {
+    ProgramWay way = ProgramWay::Full;
+    std::vector<BlockErase> erases;  ///< by address; none when the whole chip is erased
+    std::vector<PageWrite> writes;   ///< by address, one a page at most
+    std::vector<bool> compared;      ///< by page: is to be read and compared after the last write
+    std::uint32_t pagesKept = 0;     ///< of the image, with data, that hold it already
+    double seconds = 0;              ///< of erases, writes and comparing
+};
 
-/// Seconds that it takes on a 900 kHz SPI bus, without the erase.
-double estimate(const FlashPlan& plan);
+/// Erases the chip and programs every page with data.
+FlashPlan planFull(const FlashChip& chip, const Image& image);
+
+/// The shortest way from what the chip holds (all of it) to the image, FF elsewhere.
+FlashPlan planProgram(const FlashChip& chip, const Image& image, const Image& before);
+
+/// Seconds that reading so many bytes takes.
+double readSeconds(std::uint64_t bytes);
+
+/// A page as the chip is to hold it: FF where the image has no byte. Good until the image changes.
+const std::uint8_t* pageOf(const Image& image, std::uint32_t index);
 
 /// The bytes of one write. Good until the image changes.
 inline const std::uint8_t* bytesOf(const Image& image, const PageWrite& write) {
-    return image.page(write.address / kPageSize) + write.address % kPageSize;
+    return pageOf(image, write.address / kPageSize) + write.address % kPageSize;
 }
 
 }  // namespace tavo

@@ -1,10 +1,16 @@
+#include <algorithm>
+#include <array>
 #include <chrono>
+#include <cstring>
+#include <map>
 #include <memory>
+#include <optional>
 
 #include "service/flash/access.h"
 #include "service/flash/journal.h"
 #include "service/flash/plan.h"
 #include "service/flash/read.h"
+#include "service/flash/sfdp.h"
 #include "tavo/service/files.h"
 #include "tavo/service/history.h"
 #include "tavo/service/text.h"
@@ -15,6 +21,13 @@ namespace {
 constexpr const char* kOtherName = "choose another name: a backup is never overwritten";
 constexpr const char* kProgramAgain = "program the image again before the interface is used";
 constexpr std::size_t kToldRetries = 8;
+constexpr double kFixedSeconds = 1.7;  // the waits around a run
+
+void requireSense(const ProgramOptions& options) {
+    if (!options.full || !options.ifDifferent) return;
+    throw Error(Problem::BadArgument, "--full programs without looking: --if-different says the opposite",
+                "leave one of them out");
+}
 
 /// The file of the backup: opened before the device is touched, so that one that cannot be written does not
 /// cost the Neuron a restart.
@@ -28,17 +41,19 @@ std::unique_ptr<NewFile> openBackup(const ProgramOptions& options) {
 class Programming {
 public:
     Programming(Operation& op, const Image& image, const ProgramOptions& options)
-        : op_(op), image_(image), options_(options), plan_(makePlan(image)), backup_(openBackup(options)) {}
+        : op_(op), image_(image), options_(options), backup_(openBackup(options)) {}
 
     ProgramResult run(const FlashDriver& driver, const FlashChip& chip) {
+        FlashReader reader(op_, driver);
         result_.chip = chip;
-        result_.pagesBlank = plan_.pagesBlank;
         requireFits(op_, image_, chip, options_.imageName, options_.file);
-        if (!lookBefore(driver)) return result_;
+        readSfdp(op_, driver, result_.chip);
+        makePlan(reader);
+        if (result_.upToDate) return result_;
         op_.throwIfCancelled();
         try {
             erase(driver);
-            writePages(driver);
+            writeAndCompare(driver, reader);
         } catch (Error& error) {
             explain(error);
             throw;
@@ -47,38 +62,48 @@ public:
     }
 
 private:
-    bool lookBefore(const FlashDriver& driver);
+    void makePlan(FlashReader& reader);
     void keep(const Image& contents);
     void erase(const FlashDriver& driver);
-    void writePages(const FlashDriver& driver);
+    TAVO_STATUS eraseByPlan(const FlashDriver& driver);
+    void writeAndCompare(const FlashDriver& driver, FlashReader& reader);
+    void compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window);
+    AddressRange windowOf(std::uint32_t address) const;
     void writePage(const FlashDriver& driver, const PageWrite& write);
-    void requireAllCompared() const;
+    [[noreturn]] void failPage(std::uint32_t address, unsigned attempts, const std::string& why) const;
     void tellRetries() const;
     void explain(Error& error) const;
 
     Operation& op_;
     const Image& image_;
     const ProgramOptions& options_;
-    const FlashPlan plan_;
+    FlashPlan plan_;
     std::unique_ptr<NewFile> backup_;
     ProgramResult result_;
-    std::uint64_t compared_ = 0;  // bytes that were read back equal
+    std::map<std::uint32_t, unsigned> attempts_;  // by page
+    std::vector<bool> isCompared_;                // by page: was read as it is to be, after the last write
+    std::uint64_t compared_ = 0;                  // bytes
 };
 
-/// What is in the chip now, as far as the options want to know: read once for both of them.
-/// False when the image is there already.
-bool Programming::lookBefore(const FlashDriver& driver) {
-    if (!backup_ && !options_.ifDifferent) return true;
-    FlashReader reader(op_, driver);
-    const Image contents = readChip(op_, reader, result_.chip, backup_ ? Phase::Backup : Phase::Read);
-    result_.upToDate = options_.ifDifferent && compare(image_, contents, result_.chip.size, true).equal();
+/// What is in the chip now, read once for the plan and for the backup.
+void Programming::makePlan(FlashReader& reader) {
+    // Without 24 address bits for all of it, nothing but the whole erase is known to do it.
+    const bool full = options_.full || result_.chip.size > kAddressable;
+    std::optional<Image> before;
+    if (!full || backup_) before = readChip(op_, reader, result_.chip, backup_ ? Phase::Backup : Phase::Read);
+    plan_ = full ? planFull(result_.chip, image_) : planProgram(result_.chip, image_, *before);
+    result_.way = plan_.way;
+    op_.step(std::string("plan: ") + programWayName(plan_.way) + ", " + std::to_string(plan_.erases.size()) +
+             " blocks to erase, " + std::to_string(plan_.writes.size()) + " pages to write");
+    result_.pagesBlank = image_.blankPages();
+    result_.pagesKept = plan_.pagesKept;
+    result_.upToDate = plan_.way == ProgramWay::Nothing;
     if (result_.upToDate) {
         op_.state.flash = FlashState::Unchanged;  // also when a run that was cut off just missed its end
         forgetChange(op_);
-        return false;
+    } else if (backup_) {
+        keep(*before);
     }
-    if (backup_) keep(contents);
-    return true;
 }
 
 void Programming::keep(const Image& contents) {
@@ -103,63 +128,129 @@ void Programming::keep(const Image& contents) {
 }
 
 void Programming::erase(const FlashDriver& driver) {
-    op_.begin(Phase::Erase, usualEraseTime(result_.chip.size));
-    op_.stopNote(kEraseStopNote);
+    const bool full = plan_.way == ProgramWay::Full;
+    std::uint64_t bytes = 0;
+    for (const BlockErase& each : plan_.erases) bytes += each.type.size;
+    op_.begin(Phase::Erase, full ? usualEraseTime(result_.chip) : "", bytes);
+    if (full) op_.stopNote(kEraseStopNote);
     const TAVO_STATUS status = op_.tryCall("program the flash", [&] {
         rememberChange(op_, options_.imageName, image_.identity(), result_.backup);
-        return eraseAll(op_, driver, result_.chip);
+        return full ? eraseAll(op_, driver, result_.chip) : eraseByPlan(driver);
     });
     if (status != TAVO_SUCCESS) {
         op_.fail(statusError(status, Side::Bridge, "erase the flash of " + op_.device.name()));
     }
-    op_.state.flash = FlashState::Erased;
+    op_.state.flash = full ? FlashState::Erased : FlashState::Incomplete;
     op_.end();
 }
 
-void Programming::writePages(const FlashDriver& driver) {
-    op_.throwIfCancelled();
-    op_.begin(Phase::Program, "", plan_.bytes);
-    op_.state.flash = FlashState::Incomplete;
-    for (const PageWrite& write : plan_.writes) {
+TAVO_STATUS Programming::eraseByPlan(const FlashDriver& driver) {
+    op_.state.flash = FlashState::Uncertain;
+    if (const auto status = driver.unprotect(); status != CY_SUCCESS) return cypressToTavo(status);
+    std::uint64_t done = 0;
+    for (const BlockErase& each : plan_.erases) {
         op_.throwIfCancelled();
-        writePage(driver, write);
-        op_.advance(compared_);
+        op_.state.flash = FlashState::Incomplete;
+        const auto status = driver.eraseBlock(each.type, each.address);
+        if (status != CY_SUCCESS) return cypressToTavo(status);
+        ++result_.sectorsErased;
+        op_.advance(done += each.type.size);
     }
-    op_.end();
-    requireAllCompared();
-    op_.begin(Phase::Verify);
+    return TAVO_SUCCESS;
+}
+
+/// Each window of one long read: its pages written, then compared. Windows without a write at the end, when
+/// nothing can spoil them any more.
+void Programming::writeAndCompare(const FlashDriver& driver, FlashReader& reader) {
+    op_.throwIfCancelled();
+    const auto pages = std::count(plan_.compared.begin(), plan_.compared.end(), true);
+    isCompared_.resize(plan_.compared.size());
+    op_.begin(Phase::Program, "", static_cast<std::uint64_t>(pages) * kPageSize);
+    op_.state.flash = FlashState::Incomplete;
+    if (const auto status = driver.waitUntilWritable(); status != CY_SUCCESS)
+        op_.fail(statusError(cypressToTavo(status), Side::Bridge, "program the flash of " + op_.device.name()));
+    for (auto write = plan_.writes.begin(); write != plan_.writes.end();) {
+        const AddressRange window = windowOf(write->address);
+        for (; write != plan_.writes.end() && window.contains(write->address); ++write) writePage(driver, *write);
+        compareWindow(driver, reader, window);
+    }
+    op_.begin(Phase::Verify, "", static_cast<std::uint64_t>(pages) * kPageSize);
+    op_.advance(compared_);
+    for (std::uint32_t page = 0; page < plan_.compared.size(); ++page) {
+        if (plan_.compared[page] && !isCompared_[page]) compareWindow(driver, reader, windowOf(page * kPageSize));
+    }
+    // Nothing but what was read back makes a success.
+    if (isCompared_ != plan_.compared || pages == 0) {
+        op_.fail(Error(Problem::Internal, "not every page was compared", "please report this, with the file"));
+    }
     op_.state.flash = FlashState::Programmed;
-    result_.pagesWritten = plan_.pagesWritten;
+    result_.pagesWritten = static_cast<std::uint32_t>(plan_.writes.size());
     forgetChange(op_);
-    op_.end("every page was read back and compared right after it was programmed");
+    op_.end("every page was read back and compared");
     tellRetries();
 }
 
-void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
-    const PageOutcome page = driver.programPage(write.address, bytesOf(image_, write), write.size);
-    if (page.attempts > 1) {
-        result_.retries.push_back(write.address);
-        op_.tell(
-            {.kind = Event::Kind::Retry, .phase = Phase::Program, .done = page.attempts - 1, .address = write.address});
-    }
-    if (page.status == CY_SUCCESS) {
-        compared_ += write.size;
-        return;
-    }
-    const std::string why = page.status == CY_ERROR_DOWNLOAD_FAILED ? "it does not hold what was written"
-                                                                    : tavoStatusString(cypressToTavo(page.status));
-    Error error(Problem::DeviceFailed, "cannot program " + op_.device.name() + ": " + std::to_string(page.attempts) +
-                                           " attempts failed at " + hexAddress(write.address) + ": " + why);
-    error.status = TAVO_FLASH_PROGRAMMING_FAILED;
-    op_.fail(error);
+AddressRange Programming::windowOf(std::uint32_t address) const {
+    const std::uint32_t first = address / kLongRead * kLongRead;
+    return {first, first + kLongRead - 1};
 }
 
-/// Nothing but the count of what was read back makes a success.
-void Programming::requireAllCompared() const {
-    if (compared_ == plan_.bytes && (plan_.bytes > 0) == (plan_.pagesWritten > 0)) return;
-    op_.fail(Error(Problem::Internal,
-                   "of " + std::to_string(plan_.bytes) + " bytes only " + std::to_string(compared_) + " were compared",
-                   "please report this, with the file"));
+/// Reads the pages of a window that are to be compared. One that was written and differs is written again, as
+/// often as a page may need it.
+void Programming::compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window) {
+    const std::uint32_t end =
+        std::min<std::uint32_t>((window.last + 1) / kPageSize, static_cast<std::uint32_t>(plan_.compared.size()));
+    std::uint32_t first = window.first / kPageSize;
+    std::uint32_t last = end - 1;
+    while (!plan_.compared[first]) ++first;
+    while (!plan_.compared[last]) --last;
+    std::array<std::uint8_t, kLongRead> found{};
+    for (bool again = true; again;) {
+        again = false;
+        reader.read(first * kPageSize, found.data(), (last + 1 - first) * kPageSize);
+        for (std::uint32_t page = first; page <= last; ++page) {
+            const std::uint8_t* holds = &found[(page - first) * kPageSize];
+            const std::uint8_t* wanted = pageOf(image_, page);
+            if (!plan_.compared[page] || std::memcmp(wanted, holds, kPageSize) == 0) continue;
+            const auto write = std::find_if(plan_.writes.begin(), plan_.writes.end(),
+                                            [&](const PageWrite& each) { return each.address / kPageSize == page; });
+            std::uint32_t at = 0;
+            while (wanted[at] == holds[at]) ++at;
+            if (write == plan_.writes.end()) failPage(page * kPageSize + at, 0, "it does not hold what it should");
+            if (attempts_[page] >= FlashDriver::kAttempts)
+                failPage(write->address, attempts_[page], "it does not hold what was written");
+            writePage(driver, *write);
+            again = true;
+        }
+    }
+    for (std::uint32_t page = first; page <= last; ++page) {
+        if (!plan_.compared[page] || isCompared_[page]) continue;
+        isCompared_[page] = true;
+        compared_ += kPageSize;
+    }
+    op_.advance(compared_);
+}
+
+void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
+    op_.throwIfCancelled();
+    unsigned& attempts = attempts_[write.address / kPageSize];
+    const unsigned before = attempts;
+    const PageOutcome page = driver.programPage(write.address, bytesOf(image_, write), write.size);
+    attempts += page.attempts;
+    if (attempts > 1) {
+        if (before <= 1) result_.retries.push_back(write.address);
+        op_.tell({.kind = Event::Kind::Retry, .phase = Phase::Program, .done = attempts - 1, .address = write.address});
+    }
+    if (page.status != CY_SUCCESS) failPage(write.address, attempts, tavoStatusString(cypressToTavo(page.status)));
+    op_.advance(compared_);  // nothing more yet, but a caller may want to stop
+}
+
+void Programming::failPage(std::uint32_t address, unsigned attempts, const std::string& why) const {
+    const std::string how = attempts > 0 ? std::to_string(attempts) + " attempts failed at " : "compared at ";
+    Error error(Problem::DeviceFailed,
+                "cannot program " + op_.device.name() + ": " + how + hexAddress(address) + ": " + why);
+    error.status = TAVO_FLASH_PROGRAMMING_FAILED;
+    op_.fail(error);
 }
 
 void Programming::tellRetries() const {
@@ -182,21 +273,30 @@ void Programming::explain(Error& error) const {
 
 }  // namespace
 
+const char* programWayName(ProgramWay way) {
+    constexpr const char* kNames[] = {"nothing", "sectors", "full"};
+    return kNames[static_cast<std::size_t>(way)];
+}
+
 ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options) {
+    requireSense(options);
     openBackup(options);
-    const FlashPlan plan = makePlan(image);
+    FlashChip any;
+    any.size = kAddressable;
+    const FlashPlan plan = planFull(any, image);
     ProgramForecast forecast;
-    if (options.ifDifferent) forecast.steps = {"compare"};
+    if (!options.full) forecast.steps = {"read"};
     if (!options.backup.empty()) forecast.steps.emplace_back("backup");
     for (const char* step : {"erase", "program", "verify"}) forecast.steps.emplace_back(step);
-    forecast.pagesWritten = plan.pagesWritten;
-    forecast.pagesBlank = plan.pagesBlank;
-    forecast.seconds = estimate(plan);
+    forecast.pagesWritten = static_cast<std::uint32_t>(plan.writes.size());
+    forecast.pagesBlank = image.blankPages();
+    forecast.seconds = plan.seconds - usualErase(any) + kFixedSeconds;
     return forecast;
 }
 
 ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options, const Control& control) {
     if (image.isEmpty()) throw Error(Problem::BadArgument, "the image is empty", "there is nothing to program");
+    requireSense(options);
     const auto start = std::chrono::steady_clock::now();
     Operation op(device, control);
     Programming programming(op, image, options);

@@ -289,7 +289,7 @@ class Surroundings(ToolTest):
         for columns, form in ((20, r"program +\d+ %"), (30, r"program  \[[#-]{4,}\] +\d+ %"),
                               (80, r"program  \[[#-]{20}\] +\d+ %  \d+/20 KiB")):
             with self.subTest(columns=columns):
-                shown = self.run_on_terminal("--progress", "bar", "program", self.image, columns=columns).out
+                shown = self.run_on_terminal("--progress", "bar", "program", "--full", self.image, columns=columns).out
                 self.assertRegex(shown, form)
                 rows = [row for row in re.split(r"\r?\n|\r?\x1b\[K", shown) if " %" in row]
                 self.assertLess(max(map(len, rows)), columns)
@@ -347,7 +347,7 @@ class Output(ToolTest):
         self.assertEqual(shares, sorted(shares))
         self.assertEqual(shares[-1], 100)
         self.assertEqual([e["phase"] for e in events if e["event"] == "phase"],
-                         ["check", "erase", "program", "verify", "boot"])
+                         ["check", "read", "erase", "program", "verify", "boot"])
 
     def test_the_log_holds_the_steps_and_their_results(self):
         self.run_tool("--log", "run.log", "-q", "erase", "-y")

@@ -222,9 +222,10 @@ class Honesty(ToolTest):
                     self.check_claim(result, flash)
 
     def test_of_a_chip_that_stops_answering_while_it_is_programmed(self):
-        for call in (9, 14, 20):
+        for call in (12, 17, 23):
             with self.subTest(call):
-                result = self.run_tool("--json", "program", self.image, sim=[f"fault=CySpiReadWrite@{call}+:10"])
+                result = self.run_tool("--json", "program", "--full", self.image,
+                                       sim=[f"fault=CySpiReadWrite@{call}+:10"])
                 self.assertExit(result, 11)
                 self.assertIn(result.json["flash_state"], ("uncertain", "incomplete"))
 
@@ -251,12 +252,12 @@ class Program(ToolTest):
 
     def test_a_failing_step_tells_what_is_known_of_the_flash(self):
         path = self.write("image.hex", GOOD)
-        # transfers: 1 and 2 look at the chip, 3 to 8 unprotect and erase it, then come the pages
+        # transfers: 1 to 5 look at the chip, 6 to 11 unprotect and erase it, then come the pages
         for fault, code, state in (("CySetSpiConfig@1:6", 10, "unchanged"), ("CyOpen@4:4", 6, "unchanged"),
                                    ("CySpiReadWrite@1:6", 10, "unchanged"), ("CySpiReadWrite@2:11", 12, "unchanged"),
-                                   ("CySpiReadWrite@3:6", 11, "uncertain"), ("CySpiReadWrite@12+:6", 11, "incomplete")):
+                                   ("CySpiReadWrite@6:6", 11, "uncertain"), ("CySpiReadWrite@15+:6", 11, "incomplete")):
             with self.subTest(fault):
-                told = self.run_tool("--json", "program", path, sim=["fault=" + fault]).json
+                told = self.run_tool("--json", "program", "--full", path, sim=["fault=" + fault]).json
                 self.assertEqual((told["exit_status"], told["flash_state"]), (code, state))
                 self.assertTrue(told["messages"][0]["hint"])
 
@@ -269,12 +270,12 @@ class Program(ToolTest):
 
     def test_a_dead_flash_is_neither_waited_for_nor_in_the_way_of_ctrl_c(self):
         path = self.write("image.hex", GOOD)
-        for answers, code, text in ((0, 10, "no flash answers"), (15, 11, "the flash stays busy: a page program")):
-            result = self.run_tool("program", path, sim=[f"dead-flash={answers}"])
+        for answers, code, text in ((0, 10, "no flash answers"), (16, 11, "the flash stays busy: a page program")):
+            result = self.run_tool("program", "--full", path, sim=[f"dead-flash={answers}"])
             self.assertExit(result, code)
             self.assertIn(text, result.err)
         for number in (signal.SIGINT, signal.SIGTERM):
-            with self.start_tool("-v", "program", path, sim=["dead-flash=4"]) as process:
+            with self.start_tool("-v", "program", "--full", path, sim=["dead-flash=7"]) as process:
                 self.wait_for(process, "call: program the flash")
                 start = time.monotonic()
                 result = self.interrupt_when(process, "", number)
@@ -305,7 +306,7 @@ class Program(ToolTest):
         path = self.write("image.hex", image((0, noise(MIB // 4))))
         slow = ["pace=real", "size=256K"]  # seconds, so that the signal comes in time on a busy machine too
         for number in (signal.SIGINT, signal.SIGTERM):
-            with self.subTest(number), self.start_tool("program", path, sim=slow) as process:
+            with self.subTest(number), self.start_tool("program", "--full", path, sim=slow) as process:
                 result = self.interrupt_when(process, "program: 10 %", number)
                 self.assertExit(result, 130)
                 self.assertErrorForm(result, "flash incomplete: part of the image is missing", "everything is released")
@@ -315,7 +316,7 @@ class Program(ToolTest):
 
     def test_ctrl_c_during_the_erase_says_that_the_stop_comes_later(self):
         path = self.write("image.hex", image((0, noise(4096))))
-        with self.start_tool("-v", "program", path, sim=["pace=real"]) as process:
+        with self.start_tool("-v", "program", "--full", path, sim=["pace=real"]) as process:
             result = self.interrupt_when(process, "call: program the flash")
             self.assertExit(result, 130)
             self.assertIn("a chip erase cannot be stopped", result.err)
@@ -364,7 +365,7 @@ class Erase(ToolTest):
         self.assertEqual(self.flash(), b"\xff" * MIB)
 
     def test_a_failure_after_the_look_at_the_chip_may_have_erased_it(self):
-        result = self.run_tool("erase", "-y", sim=["fault=CySpiReadWrite@5:6"])
+        result = self.run_tool("erase", "-y", sim=["fault=CySpiReadWrite@8:6"])
         self.assertExit(result, 11)
         self.assertErrorForm(result, "the flash may be partly erased; treat it as incomplete", "TAVO_REQUEST_FAILED 13")
 

@@ -205,7 +205,7 @@ class ProgramSafely(ToolTest):
         result = self.run_tool("-n", "program", self.image, "--backup", self.path("there.hex"))
         self.assertExit(result, 8)
         told = self.run_tool("-n", "--json", "program", self.image, "--backup", self.path("b.hex"), "--if-different").json
-        self.assertEqual(told["result"]["planned"], ["compare", "backup", "erase", "program", "verify"])
+        self.assertEqual(told["result"]["planned"], ["read", "backup", "erase", "program", "verify"])
         self.assertFalse(os.path.exists(self.path("b.hex")))
 
     def test_program_dump_program_is_a_fixed_point(self):

@@ -17,7 +17,7 @@ class SeveralDevices(ToolTest):
 
     def test_each_gets_its_result_and_the_worst_exit_code_counts(self):
         path = self.write("image.hex", image((0, noise(3000))))
-        result = self.both("program", path, "--json", faults=",fault=CySpiReadWrite@3:6")
+        result = self.both("program", "--full", path, "--json", faults=",fault=CySpiReadWrite@6:6")
         self.assertExit(result, 11)
         told = result.json
         self.assertEqual([device["exit_status"] for device in told["devices"]], [0, 11])

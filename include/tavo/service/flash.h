@@ -19,6 +19,14 @@
 
 namespace tavo {
 
+/// One way to erase a part of a chip.
+struct EraseType {
+    std::uint8_t opcode = 0;
+    std::uint32_t size = 0;  ///< bytes
+    double typical = 0;      ///< seconds; 0: not told
+    double longest = 0;      ///< seconds
+};
+
 /// What a flash chip tells of itself.
 struct TAVO_API FlashChip {
     std::uint8_t maker = 0;  ///< JEDEC manufacturer ID
@@ -26,35 +34,54 @@ struct TAVO_API FlashChip {
     std::uint8_t capacityCode = 0;
     std::uint32_t size = 0;  ///< bytes
 
+    // Of its own description (SFDP, JEDEC JESD216), if it has one that makes sense. Times in seconds; 0: not told.
+    bool hasSfdp = false;
+    std::string sfdpFault;              ///< why the one that it has is not used
+    std::vector<EraseType> eraseTypes;  ///< smallest first
+    double programTypical = 0;          ///< of a page
+    double programLongest = 0;
+    double eraseTypical = 0;  ///< of the whole chip
+    double eraseLongest = 0;
+
     std::string makerName() const;  ///< "Winbond"; empty when unknown
     std::string idText() const;     ///< "EF 40 14"
     std::string text() const;       ///< "Winbond, ID EF 40 14, 1 MiB"
 };
 
-/// How long a whole-chip erase of that size takes, from data sheets: "usually 2 to 12 s".
-TAVO_API std::string usualEraseTime(std::uint32_t size);
+/// How long a whole-chip erase takes, as the chip tells it, else from data sheets: "usually 2 to 12 s".
+TAVO_API std::string usualEraseTime(const FlashChip& chip);
 
-/// Reads the chip's ID. Blocks for some 0.1 s.
+/// Reads the chip's ID and description. Blocks for some 0.1 s.
 TAVO_API FlashChip inspectFlash(Device& device, const Control& control = {});
 
 struct ProgramOptions {
-    /// Reads the flash first and leaves it alone when it holds just this image.
+    /// Erases the whole chip and programs every page, whatever it holds. Not with ifDifferent.
+    bool full = false;
+    /// Nothing is written when the chip holds just this image: as it always is without full.
     bool ifDifferent = false;
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
-    std::string backup;
+    std::string backup = {};
     /// For messages, and for what this host remembers of a run that is cut off.
-    std::string imageName;
+    std::string imageName = {};
     /// Where the image was read from, if anywhere; borrowed. Names the line of data above the chip.
     const ImageFile* file = nullptr;
 };
 
+/// How the image gets into the chip.
+enum class ProgramWay : std::uint8_t {
+    Nothing,  ///< it is there already
+    Sectors,  ///< only sectors that must lose a bit are erased, only pages that differ are programmed
+    Full,     ///< the whole chip is erased
+};
+TAVO_API const char* programWayName(ProgramWay way);  ///< "nothing", "sectors", "full"
+
 /// What programFlash is going to do, as far as it is known without the device.
 struct ProgramForecast {
-    std::vector<std::string> steps;  ///< "backup", "compare", "erase", "program", "verify"
-    std::uint32_t pagesWritten = 0;
-    std::uint32_t pagesBlank = 0;  ///< pages of FF: the erase leaves them so
-    double seconds = 0;            ///< without the erase, which depends on the chip
+    std::vector<std::string> steps;  ///< "read", "backup", "erase", "program", "verify"
+    std::uint32_t pagesWritten = 0;  ///< at most: fewer when some are there already
+    std::uint32_t pagesBlank = 0;    ///< pages of FF: the erase leaves them so
+    double seconds = 0;              ///< of programming all, without the erase and the reading before
 };
 
 /// Throws what programFlash would throw before it touches the device; leaves no file behind.
@@ -63,7 +90,10 @@ TAVO_API ProgramForecast forecastProgram(const Image& image, const ProgramOption
 struct ProgramResult {
     FlashChip chip;
     bool upToDate = false;  ///< the image was there already: nothing was erased or written
+    ProgramWay way = ProgramWay::Nothing;
+    std::uint32_t sectorsErased = 0;  ///< blocks of whatever size; the whole chip is none
     std::uint32_t pagesWritten = 0;
+    std::uint32_t pagesKept = 0;  ///< held their data already
     std::uint32_t pagesBlank = 0;
     std::vector<std::uint32_t> retries;  ///< addresses of pages that needed another attempt: a chip that wears out
     std::string backup;                  ///< as in the options, when it has been written
@@ -72,8 +102,11 @@ struct ProgramResult {
     DeviceState state;
 };
 
-/// Erases the chip, then programs the image and compares each page right after it was programmed.
-/// Blocks for the erase, about 11 ms a page, the reading that the options ask for, and 1.6 s of waits.
+/// Brings the image into the chip, FF elsewhere, by the shorter way: reads what is there, then erases the
+/// whole chip or the sectors that must lose a bit, and programs what differs. Every page of the image is
+/// compared with the chip: one that was written after its last write, the others after the last of all.
+/// Cut off at any point, the next run finishes it. Blocks for reading the chip (9 ms a KiB), the erase, about
+/// 9 ms a page, and 1.6 s of waits.
 /// Throws Error also when the chip is too small, or the backup cannot be written: nothing is erased then.
 TAVO_API ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options = {},
                                     const Control& control = {});
