@@ -1,5 +1,7 @@
 #include "sim/preload.h"
 
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -16,17 +18,26 @@ namespace fs = std::filesystem;
 
 constexpr const char* kLibrary = "libtavo-sim.so";
 
+/// Where the shared library lies that this code is in; the program's own folder where it is in a program.
+fs::path ownFolder(const fs::path& programs) {
+    Dl_info own{};
+    if (dladdr(reinterpret_cast<const void*>(&ownFolder), &own) == 0 || own.dli_fname == nullptr) return programs;
+    const fs::path file = own.dli_fname;  // of a program: what it was called by
+    return file.is_absolute() ? file.parent_path() : programs;
+}
+
 fs::path findLibrary() {
-    const fs::path own = fs::read_symlink("/proc/self/exe").parent_path();
+    const fs::path programs = fs::read_symlink("/proc/self/exe").parent_path();
+    const fs::path own = ownFolder(programs);
     std::string tried;
-    for (const fs::path& folder : {own, own / "../lib", own / ".." / TAVO_SIM_LIBDIR}) {
+    for (const fs::path& folder : {programs, own, own / "tavo-util", programs / ".." / TAVO_SIM_LIBDIR}) {
         std::error_code error;
         const fs::path found = fs::canonical(folder / kLibrary, error);
         if (!error) return found;
         tried += "\n  " + folder.lexically_normal().string();
     }
     throw std::runtime_error(std::string(kLibrary) + " is not there; looked for in:" + tried +
-                             "\nbuild or install the simulated interface with this program");
+                             "\nbuild or install the simulated interface with this program (Debian: tavo-util-sim)");
 }
 
 std::pair<std::string, std::string> inFront(const char* variable, const std::string& value) {

@@ -13,7 +13,8 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 
 /// libtavo-sim.so in front of LD_PRELOAD and the descriptions ("DIR,size=4M") in TAVO_SIM, their folders made
 /// absolute: a program started with these sees one attached interface for each, device numbers in that order.
-/// The library is looked for beside the running program and in the library folder next to that one's.
+/// The library is looked for beside the running program, beside the library this is part of, and where the two are
+/// installed.
 /// Throws std::invalid_argument for a description that parseOptions refuses and for a folder named twice,
 /// std::runtime_error, with what to do, when the library is not found or cannot be preloaded.
 Environment preloadEnvironment(const std::vector<std::string>& descriptions);
