@@ -16,6 +16,7 @@
 #include "tavo/hexFileReader.h"
 #include "tavo/service/files.h"
 #include "tavo/service/imageFile.h"
+#include "tavo/service/text.h"
 
 namespace {
 
@@ -709,10 +710,19 @@ TEST_F(ImageTest, TheMapShowsEachPartOfTheChip) {
     EXPECT_EQ(letters, "#.+" + std::string(1020, '.') + "f");
     Image chip = imageOf(0, noise(1024));
     chip.add(0x400, Bytes{1}.data(), 1);
+    const Bytes rest(0xFF800, 0xFF);
+    chip.add(0x401, rest.data(), rest.size());  // up to 0x0FFC00
     const auto seen = tavo::mapComparison(image, chip, 1 << 20);
+    std::string names;
+    for (const auto& part : seen.ranges)
+        names += tavo::hexAddress(part.range.first) + " " + tavo::mapCellName(part.cell) + ", ";
+    EXPECT_EQ(names,
+              "0x000000 equal, 0x000400 beyond, 0x000500 erased, 0x000800 differs, 0x000900 erased, "
+              "0x0FFC00 unread, ");
     EXPECT_THAT(std::vector(seen.cells.begin(), seen.cells.begin() + 4),
-                ElementsAre(MapCell::Equal, MapCell::Beyond, MapCell::Differs, MapCell::Blank));
-    EXPECT_EQ(seen.cells[1023], MapCell::Equal);
+                ElementsAre(MapCell::Equal, MapCell::Beyond, MapCell::Differs, MapCell::Erased));
+    EXPECT_EQ(seen.cells[1023], MapCell::Unread);
+    EXPECT_EQ(tavo::mapContents(chip, 1 << 20).cells[1], MapCell::Data);
     EXPECT_EQ(tavo::mapImage(imageOf(2999, {1}), 3000).cells[999], MapCell::Part);
 }
 

@@ -65,10 +65,11 @@ enum class Needs {
     List,          // what is attached: session.attached()
     Device,        // one device, chosen and locked: session.device()
     DeviceAsItIs,  // the same, also one that cannot be opened: session.device().description().access
+    NamedDevice,   // the same as Device where -d or --all names one, else none: session.hasDevice()
 };
 
 constexpr bool needsDevice(Needs needs) {
-    return needs == Needs::Device || needs == Needs::DeviceAsItIs;
+    return needs == Needs::Device || needs == Needs::DeviceAsItIs || needs == Needs::NamedDevice;
 }
 
 struct Command {

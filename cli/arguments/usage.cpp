@@ -479,7 +479,6 @@ Invocation readCommandLine(int argc, char** argv) {
         invocation.exitCode = usageError(error, line, argc, argv);
         return invocation;
     }
-    takeEnvironment(invocation.options);
     for (const auto& entry : line.entries) {
         if (!entry.app->parsed()) continue;
         invocation.command = entry.command;
@@ -487,6 +486,9 @@ Invocation readCommandLine(int argc, char** argv) {
         invocation.texts = entry.texts;
         invocation.outputs = entry.outputs;
     }
+    // What works without a device touches one only when it is asked for on this very command line.
+    if (invocation.command != nullptr && invocation.command->needs != Needs::NamedDevice)
+        takeEnvironment(invocation.options);
     return invocation;
 }
 

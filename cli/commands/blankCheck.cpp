@@ -1,17 +1,20 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/output/map.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
 
 namespace cli {
 namespace {
 
-void blankCheck(Session& session, const tavo::BlankCheckOptions& options) {
+struct Options {
+    bool map = false;
+    tavo::BlankCheckOptions how;
+};
+
+void tell(Session& session, const tavo::BlankCheckResult& check) {
     Report& report = session.report;
-    if (session.options.dryRun) return report.note("would read the flash of " + session.deviceName());
-    const auto check = tavo::blankCheckFlash(session.device(), options, session.control());
-    session.report.state = check.state;
     report.result["blank"] = check.blank;
     report.result["first"] = nullptr;
     report.result["pages"] = check.pages;
@@ -23,11 +26,21 @@ void blankCheck(Session& session, const tavo::BlankCheckOptions& options) {
                 countText(check.pages, "page") + (check.isComplete ? ")" : "; --every counts all)"));
 }
 
+void blankCheck(Session& session, Options& options) {
+    if (session.options.dryRun) return session.report.note("would read the flash of " + session.deviceName());
+    options.how.every = options.how.every || options.map;
+    const auto check = tavo::blankCheckFlash(session.device(), options.how, session.control());
+    session.report.state = check.state;
+    tell(session, check);
+    if (options.map) tellMap(session.report, tavo::mapContents(check.contents, check.chip.size));
+}
+
 }  // namespace
 
 Run declareBlankCheck(Arguments& arguments) {
-    auto options = std::make_shared<tavo::BlankCheckOptions>();
-    arguments.flag("--every", options->every, "read on after the first byte, and count every page with data");
+    auto options = std::make_shared<Options>();
+    arguments.flag("--every", options->how.every, "read on after the first byte, and count every page with data");
+    arguments.flag("--map", options->map, "the same, and draw where the data are");
     return [options](Session& session) { blankCheck(session, *options); };
 }
 

@@ -2,8 +2,9 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
-#include "cli/commands/imageMap.h"
+#include "cli/output/map.h"
 #include "cli/running/session.h"
+#include "tavo/service/flash.h"
 #include "tavo/service/imageFile.h"
 
 namespace cli {
@@ -14,8 +15,6 @@ struct Options {
     std::optional<unsigned> flashSize;
     bool map = false;
 };
-
-constexpr const char* kLegend = "# data  + partly  f all FF  . no data (stays erased)";
 
 void fillResult(Json& result, const tavo::ImageFile& file) {
     result["pages"] = file.image.touchedPages();
@@ -49,11 +48,27 @@ std::string summary(const tavo::ImageFile& file) {
            ", end of file record present, sha256 " + file.sha256;
 }
 
+/// The chip of a device that was named has the last word. Asked only about a file that is good otherwise.
+std::optional<unsigned> checkAgainstDevice(Session& session, tavo::ImageFile& file) {
+    const tavo::FlashChip chip = tavo::inspectFlash(session.device(), session.control());
+    session.report.state.flash = tavo::FlashState::Unchanged;
+    session.report.result["flash"] = chip.text();
+    session.report.note(session.deviceName() + ": " + chip.text());
+    if (const auto fault = file.faultAbove(chip.size)) {
+        file.faults.push_back(*fault);
+        ++file.faultCount;
+    }
+    return chip.size;
+}
+
 void check(Session& session, const Options& options) {
     tavo::ReadOptions reading;
     reading.strict = true;
     reading.chipSize = std::min<std::uint32_t>(options.flashSize.value_or(tavo::kAddressable), tavo::kAddressable);
-    const tavo::ImageFile file = tavo::checkImage(options.file, reading);
+    tavo::ImageFile file = tavo::checkImage(options.file, reading);
+    auto size = options.flashSize;
+    if (!size && session.hasDevice() && file.isGood() && !session.options.dryRun)
+        size = checkAgainstDevice(session, file);
     fillResult(session.report.result, file);
     if (!file.isGood()) {
         listFaults(session.report, file);
@@ -62,9 +77,7 @@ void check(Session& session, const Options& options) {
                           file.faults.front().hint);
     }
     session.report.note(summary(file));
-    if (!options.map) return;
-    const tavo::ImageMap map = tavo::mapImage(file.image, options.flashSize.value_or(0));
-    for (const auto& line : drawMap(map, kLegend)) session.report.line(line);
+    if (options.map) tellMap(session.report, tavo::mapImage(file.image, size.value_or(0)));
 }
 
 }  // namespace
@@ -72,7 +85,8 @@ void check(Session& session, const Options& options) {
 Run declareCheck(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("FILE", options->file, "the Intel HEX file");
-    arguments.size("--flash-size", options->flashSize, "size of the chip it is for: 512K, 1M (default: not checked)");
+    arguments.size("--flash-size", options->flashSize,
+                   "size of the chip it is for: 512K, 1M (default: that of the device named by -d)");
     arguments.flag("--map", options->map, "draw where the data lie in the chip");
     return [options](Session& session) { check(session, *options); };
 }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/output/map.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
 
@@ -13,6 +14,7 @@ constexpr std::size_t kListedDifferences = 20;
 
 struct Options {
     std::string file;
+    bool map = false;
     tavo::VerifyOptions how;
 };
 
@@ -68,9 +70,12 @@ void verify(Session& session, Options& options) {
     if (session.options.dryRun) return session.report.note("would read the flash and compare");
     options.how.file = &file;
     options.how.imageName = options.file;
+    options.how.whole = options.map;
+    options.how.every = options.how.every || options.map;
     const auto done = tavo::verifyFlash(session.device(), file.image, options.how, session.control());
     session.report.state = done.state;
     tell(session, done);
+    if (options.map) tellMap(session.report, tavo::mapComparison(file.image, done.contents, done.chip.size));
 }
 
 }  // namespace
@@ -80,6 +85,8 @@ Run declareVerify(Arguments& arguments) {
     arguments.required("FILE", options->file, "the Intel HEX file to compare with");
     arguments.flag("--rest-blank", options->how.restBlank, "what the file does not cover must be erased (FF)");
     arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
+    arguments.flag("--map", options->map,
+                   "read the whole chip and draw what is equal, differs, or lies beyond the file");
     return [options](Session& session) { verify(session, *options); };
 }
 

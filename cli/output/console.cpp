@@ -7,14 +7,14 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "cli/output/printable.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 namespace {
 
-bool isCapableTerminal() {
+bool isCapableTerminal(int stream) {
     const char* term = std::getenv("TERM");
-    return isatty(STDERR_FILENO) == 1 && term != nullptr && std::strcmp(term, "dumb") != 0;
+    return isatty(stream) == 1 && term != nullptr && std::strcmp(term, "dumb") != 0;
 }
 
 bool colorByDefault(bool terminal) {
@@ -32,16 +32,38 @@ std::string clipped(const std::string& text, std::size_t columns) {
     return text.substr(0, end);
 }
 
-constexpr const char* kCodes[] = {"", "\033[1;31m", "\033[1;33m", "\033[32m"};
+constexpr const char* kCodes[] = {"", "\033[1;31m", "\033[1;33m", "\033[32m", "\033[36m", "\033[2m"};
+
+std::string styled(bool color, Style style, const std::string& text) {
+    if (!color || style == Style::Plain) return text;
+    return kCodes[static_cast<int>(style)] + text + "\033[0m";
+}
+
+std::optional<int> columnsOf(int stream) {
+    winsize size{};
+    if (ioctl(stream, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
+    return size.ws_col;
+}
 
 }  // namespace
 
-Console::Console() : terminal_(isCapableTerminal()), color_(colorByDefault(terminal_)) {}
+Console::Console()
+    : terminal_(isCapableTerminal(STDERR_FILENO)),
+      color_(colorByDefault(terminal_)),
+      resultColor_(colorByDefault(isCapableTerminal(STDOUT_FILENO))) {}
 
 int Console::width() const {
-    winsize size{};
-    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-    return size.ws_col;
+    return columnsOf(STDERR_FILENO).value_or(80);
+}
+
+std::optional<int> Console::resultWidth() {
+    return columnsOf(STDOUT_FILENO);
+}
+
+std::string Console::result(const Line& line) const {
+    std::string text;
+    for (const Span& span : line) text += styled(resultColor_, span.style, tavo::printable(span.text));
+    return text;
 }
 
 void Console::write(const std::string& text) const {
@@ -62,11 +84,11 @@ void Console::eraseRows(std::string& out) {
 }
 
 void Console::line(const std::string& text) {
-    exactLine(printable(text));
+    exactLine(tavo::printable(text));
 }
 
 void Console::line(Style style, const std::string& word, const std::string& text) {
-    exactLine("tavo-util: " + styled(style, word) + " " + printable(text));
+    exactLine("tavo-util: " + styled(color_, style, word) + " " + tavo::printable(text));
 }
 
 void Console::exactLine(const std::string& text) {
@@ -87,7 +109,7 @@ void Console::live(const std::vector<std::string>& rows) {
     std::string out;
     eraseRows(out);
     for (const auto& row : rows) {
-        rows_.push_back(clipped(printable(row), columns - 1));  // a full last column would wrap
+        rows_.push_back(clipped(tavo::printable(row), columns - 1));  // a full last column would wrap
         out += (rows_.size() == 1 ? "" : "\n") + rows_.back();
     }
     write(out);
@@ -100,14 +122,9 @@ void Console::clearLive() {
     write(out);
 }
 
-std::string Console::styled(Style style, const std::string& text) const {
-    if (!color_ || style == Style::Plain) return text;
-    return kCodes[static_cast<int>(style)] + text + "\033[0m";
-}
-
 void Console::setColor(const std::string& when) {
-    if (when == "always") color_ = true;
-    if (when == "never") color_ = false;
+    if (when == "always") color_ = resultColor_ = true;
+    if (when == "never") color_ = resultColor_ = false;
 }
 
 Console& console() {

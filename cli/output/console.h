@@ -2,12 +2,20 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace cli {
 
-enum class Style { Plain, Error, Warning, Good };
+enum class Style { Plain, Error, Warning, Good, Note, Faint };
+
+/// A piece of a line that looks the same, and a line of them.
+struct Span {
+    std::string text;
+    Style style = Style::Plain;
+};
+using Line = std::vector<Span>;
 
 /// Every line of the program that is not a result goes through here, from any thread, so that a
 /// message never lands in the middle of a progress row.
@@ -16,8 +24,12 @@ public:
     /// A terminal that can move its cursor.
     bool isTerminal() const { return terminal_; }
     int width() const;  ///< columns of the terminal, 80 when unknown
+    /// Of standard output, where the results go; nothing when that is no terminal.
+    static std::optional<int> resultWidth();
+    /// A line of results: escaped as others, and coloured when standard output shows colours.
+    std::string result(const Line& line) const;
 
-    /// One line; what would not show as it is in text is escaped (see output/printable.h).
+    /// One line; what would not show as it is in text is escaped.
     void line(const std::string& text);
     /// The same behind "tavo-util: " and a word in its colour: "error:".
     void line(Style style, const std::string& word, const std::string& text);
@@ -32,13 +44,13 @@ public:
     Console();
 
 private:
-    std::string styled(Style style, const std::string& text) const;
     void eraseRows(std::string& out);
     void write(const std::string& text) const;
 
     mutable std::mutex mutex_;
     bool terminal_;
     bool color_;
+    bool resultColor_;
     std::vector<std::string> rows_;
 };
 

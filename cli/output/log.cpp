@@ -7,8 +7,8 @@
 #include <ctime>
 
 #include "cli/output/console.h"
-#include "cli/output/printable.h"
 #include "cli/running/outcome.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 namespace {
@@ -46,7 +46,7 @@ void Log::open(const std::string& path) {
 void Log::write(Detail detail, const std::string& text) {
     if (!wants(detail)) return;
     const std::lock_guard lock(mutex_);
-    if (file_ != nullptr && std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), printable(text).c_str()) < 0) {
+    if (file_ != nullptr && std::fprintf(file_, "%s %s\n", timeOfDay().c_str(), tavo::printable(text).c_str()) < 0) {
         if (error_ == 0) error_ = errno;
     }
     if (verbosity_ >= static_cast<int>(detail)) console().line(prefix_ + text);

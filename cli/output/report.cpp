@@ -2,9 +2,7 @@
 
 #include <iostream>
 
-#include "cli/output/console.h"
 #include "cli/output/log.h"
-#include "cli/output/printable.h"
 #include "cli/output/progress.h"
 
 namespace cli {
@@ -25,11 +23,28 @@ void Report::configure(bool json, bool quiet) {
 }
 
 void Report::line(const std::string& text) {
+    line(Line{{text}});
+}
+
+void Report::line(const Line& line) {
+    std::string text;
+    for (const Span& span : line) text += span.text;
     log_.write(Detail::FileOnly, "result: " + text);
-    if (isKept_) lines_.push_back(text);
+    if (isKept_) lines_.push_back(line);
     if (isKept_ || json_) return;
     console().clearLive();
-    std::cout << printable(text) << std::endl;
+    std::cout << console().result(line) << std::endl;
+}
+
+std::size_t Report::columns() const {
+    constexpr int kInPipe = 120;
+    const auto all = static_cast<std::size_t>(Console::resultWidth().value_or(kInPipe));
+    return all > prefix_.size() ? all - prefix_.size() : 1;
+}
+
+void Report::keep(const std::string& name) {
+    isKept_ = true;
+    prefix_ = name + ": ";
 }
 
 void Report::script(const std::string& text) {
@@ -40,12 +55,13 @@ void Report::note(const std::string& text) {
     if (!quiet_) line(text);
 }
 
-void Report::tellKept(const std::string& name) const {
-    for (const auto& line : lines_) {
-        if (!json_) std::cout << printable(name + ": " + line) << std::endl;
+void Report::tellKept() const {
+    for (Line line : lines_) {
+        line.insert(line.begin(), Span{prefix_});
+        if (!json_) std::cout << console().result(line) << std::endl;
     }
     if (display().emitsEvents()) return;  // told when they came
-    for (const auto& message : messages_) print(message, name + ": ");
+    for (const auto& message : messages_) print(message, prefix_);
 }
 
 void Report::warning(const std::string& text, const std::string& hint) {

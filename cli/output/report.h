@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/output/console.h"
 #include "cli/output/json.h"
 #include "cli/running/outcome.h"
 #include "tavo/service/text.h"
@@ -30,6 +31,8 @@ public:
     std::string command;
 
     void line(const std::string& text);    ///< what was asked for: standard output, also with -q
+    void line(const Line& line);           ///< the same, in colours where they show
+    std::size_t columns() const;           ///< that such a line may have
     void note(const std::string& text);    ///< that it was done: standard output, not with -q
     void script(const std::string& text);  ///< text for a program, exactly, with its line ends; standard output
     void warning(const std::string& text, const std::string& hint = "");
@@ -43,9 +46,9 @@ public:
     /// The object that finish prints.
     Json object(Exit exit) const;
     /// One of several devices: everything is kept until tellKept, so that their lines do not mix.
-    void keep() { isKept_ = true; }
+    void keep(const std::string& name);
     /// Prints it, each line with the name in front.
-    void tellKept(const std::string& name) const;
+    void tellKept() const;
 
 private:
     struct Message {
@@ -68,7 +71,8 @@ private:
     bool json_ = false;
     bool quiet_ = false;
     bool isKept_ = false;
-    std::vector<std::string> lines_;
+    std::string prefix_;  ///< of kept lines
+    std::vector<Line> lines_;
     std::optional<TAVO_STATUS> status_ = TAVO_SUCCESS;
     std::vector<Message> messages_;
 };

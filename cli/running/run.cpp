@@ -15,7 +15,7 @@ void openLog(Session& session) {
 }
 
 void replaceSerial(Session& session, const Invocation& invocation) {
-    if (!needsDevice(session.command.needs)) return;
+    if (!session.hasDevice()) return;
     const std::string& serial = session.device().description().serial;
     for (std::string* text : invocation.texts) *text = withSerial(*text, serial);
     const std::string& logFile = session.options.logFile;

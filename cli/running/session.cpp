@@ -33,7 +33,7 @@ void Session::setName(const std::string& name, const std::string& spec) {
     isOneOfSeveral_ = true;
     log.setDevice(name);
     progress.setDevice(name, spec);
-    report.keep();
+    report.keep(name);
 }
 
 std::unique_ptr<tavo::TransferTrace> Session::trace() {
@@ -65,6 +65,7 @@ void Session::take(const tavo::Event& event) {
 void Session::prepare() {
     if (command.needs == Needs::List) attached_ = tavo::devices(options.devices);
     if (!needsDevice(command.needs)) return;
+    if (command.needs == Needs::NamedDevice && options.devices.empty()) return;
     chooseDevice();
     if (command.asks != nullptr && !options.dryRun) confirm(std::string(command.asks) + " of " + deviceName() + "?");
 }
@@ -74,7 +75,7 @@ void Session::chooseDevice() {
     const auto orNull = [](const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); };
     report.device = {{"serial", orNull(found.serial)}, {"path", orNull(found.path)}};
     log.write(Detail::Step, "device " + found.name());
-    if (found.access != TAVO_SUCCESS && command.needs == Needs::Device) {
+    if (found.access != TAVO_SUCCESS && command.needs != Needs::DeviceAsItIs) {
         throw tavo::statusError(found.access, tavo::Side::Bridge, "open " + found.name());
     }
     device_.emplace(found);

@@ -129,7 +129,7 @@ Exit tellResults(std::vector<Member>& members, const Invocation& invocation) {
     Json objects = Json::array();
     for (auto& member : members) {
         exit = worse(exit, member.exit);
-        member.session->report.tellKept(member.name);
+        member.session->report.tellKept();
         objects.push_back(member.session->report.object(member.exit));
     }
     if (!invocation.options.json) return outputChecked(exit, kAllDone);

@@ -10,13 +10,14 @@ BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashC
     BlankCheckResult found;
     found.chip = chip;
     FlashReader reader(op, driver);
-    readRanges(op, reader, {{0, chip.size - 1}}, Phase::Read, [&](const Image& contents, const AddressRange& now) {
+    const auto more = [&](const Image& contents, const AddressRange& now) {
         const Comparison data = compare(nothing, contents, now, true);
         found.pages += data.pages;
         if (!data.equal() && !found.first) found.first = data.differences.front().range.first;
         found.isComplete = now.last == chip.size - 1;
         return every || !found.first;
-    });
+    };
+    found.contents = readRanges(op, reader, {{0, chip.size - 1}}, Phase::Read, more);
     found.blank = !found.first;
     return found;
 }

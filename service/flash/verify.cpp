@@ -6,9 +6,10 @@ namespace {
 
 VerifyResult readAndCompare(Operation& op, const FlashDriver& driver, const FlashChip& chip, const Image& image,
                             const VerifyOptions& options) {
-    if (options.restBlank) requireAddressable(op, chip);
+    const bool whole = options.restBlank || options.whole;
+    if (whole) requireAddressable(op, chip);
     requireFits(op, image, chip, options.imageName, options.file);
-    const auto ranges = options.restBlank ? std::vector<AddressRange>{{0, chip.size - 1}} : readableRanges(image);
+    const auto ranges = whole ? std::vector<AddressRange>{{0, chip.size - 1}} : readableRanges(image);
     VerifyResult found;
     found.chip = chip;
     std::uint32_t last = 0;

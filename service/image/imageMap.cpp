@@ -6,10 +6,27 @@
 namespace tavo {
 namespace {
 
-constexpr std::uint32_t kCells = ImageMap::kColumns * ImageMap::kRows;
-constexpr char kLetters[] = {'.', 'f', '+', '#', '=', 'X', 'o'};
-static_assert(std::size(kLetters) == static_cast<std::size_t>(MapCell::Beyond) + 1);
+struct CellWords {
+    char letter;
+    const char* name;
+    const char* text;
+};
 
+// Indexed by the cell.
+constexpr CellWords kCells[] = {
+    {'.', "none", "no data"},
+    {'f', "blank", "all FF"},
+    {'+', "part", "partly data"},
+    {'#', "data", "data"},
+    {'=', "equal", "equal"},
+    {'X', "differs", "differs"},
+    {'o', "beyond", "beyond the image"},
+    {'.', "erased", "blank"},
+    {'?', "unread", "not read"},
+};
+static_assert(std::size(kCells) == static_cast<std::size_t>(MapCell::Unread) + 1);
+
+/// What stands at the addresses first to end - 1.
 MapCell imageCell(const Image& image, std::uint32_t first, std::uint32_t end) {
     std::uint32_t present = 0;
     bool blank = true;
@@ -25,29 +42,47 @@ MapCell imageCell(const Image& image, std::uint32_t first, std::uint32_t end) {
 }
 
 MapCell comparisonCell(const Image& wanted, const Image& chip, std::uint32_t first, std::uint32_t end) {
-    bool beyond = false;
-    bool covered = false;
+    bool isBeyond = false;
+    bool isCovered = false;
+    bool isRead = false;
+    bool isMissed = false;
     for (std::uint32_t address = first; address < end; ++address) {
         const auto byte = wanted.at(address);
-        const std::uint8_t found = chip.at(address).value_or(0xFF);
-        if (byte && *byte != found) return MapCell::Differs;
-        covered = covered || byte;
-        beyond = beyond || (!byte && found != 0xFF);
+        const auto found = chip.at(address);
+        if (byte && found && *byte != *found) return MapCell::Differs;
+        isCovered = isCovered || byte;
+        isRead = isRead || found;
+        isMissed = isMissed || (byte && !found);
+        isBeyond = isBeyond || (!byte && found.value_or(0xFF) != 0xFF);
     }
-    if (beyond) return MapCell::Beyond;
-    return covered ? MapCell::Equal : MapCell::Blank;
+    if (isMissed || (!isRead && first < end)) return MapCell::Unread;
+    if (isBeyond) return MapCell::Beyond;
+    return isCovered ? MapCell::Equal : MapCell::Erased;
 }
 
+/// @param cell  what stands at the addresses first to end - 1
 template <class Cell>
 ImageMap filled(std::uint32_t size, Cell cell) {
     ImageMap map;
-    map.size = std::max(size, kCells);
-    map.cellSize = (map.size - 1) / kCells + 1;
-    for (std::uint32_t i = 0; i < kCells; ++i) {
+    map.size = std::max(size, ImageMap::kCells);
+    map.cellSize = (map.size - 1) / ImageMap::kCells + 1;
+    for (std::uint32_t i = 0; i < ImageMap::kCells; ++i) {
         const auto first = std::min(i * map.cellSize, map.size);
         map.cells[i] = cell(first, std::min(first + map.cellSize, map.size));
     }
+    for (std::uint32_t first = 0; first < map.size; first += kPageSize) {
+        const std::uint32_t last = std::min(first + kPageSize, map.size) - 1;
+        const MapCell page = cell(first, last + 1);
+        if (!map.ranges.empty() && map.ranges.back().cell == page)
+            map.ranges.back().range.last = last;
+        else
+            map.ranges.push_back({{first, last}, page});
+    }
     return map;
+}
+
+const CellWords& words(MapCell cell) {
+    return kCells[static_cast<std::size_t>(cell)];
 }
 
 }  // namespace
@@ -64,8 +99,34 @@ ImageMap mapComparison(const Image& wanted, const Image& chip, std::uint32_t chi
                   [&](std::uint32_t first, std::uint32_t last) { return comparisonCell(wanted, chip, first, last); });
 }
 
+ImageMap mapContents(const Image& chip, std::uint32_t chipSize) {
+    const Image nothing;
+    return filled(chipSize, [&](std::uint32_t first, std::uint32_t last) {
+        const MapCell cell = comparisonCell(nothing, chip, first, last);
+        return cell == MapCell::Beyond ? MapCell::Data : cell;
+    });
+}
+
+std::vector<MapCount> mapLegend(const ImageMap& map) {
+    std::vector<MapCount> legend;
+    for (std::size_t i = 0; i < std::size(kCells); ++i) {
+        const auto cell = static_cast<MapCell>(i);
+        const auto count = std::count(map.cells.begin(), map.cells.end(), cell);
+        if (count > 0) legend.push_back({cell, static_cast<std::uint32_t>(count)});
+    }
+    return legend;
+}
+
 char mapLetter(MapCell cell) {
-    return kLetters[static_cast<std::size_t>(cell)];
+    return words(cell).letter;
+}
+
+const char* mapCellName(MapCell cell) {
+    return words(cell).name;
+}
+
+const char* mapCellText(MapCell cell) {
+    return words(cell).text;
 }
 
 }  // namespace tavo

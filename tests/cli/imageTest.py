@@ -107,8 +107,20 @@ class Check(ToolTest):
     def test_the_map_shows_data_parts_blanks_and_gaps(self):
         path = self.write("image.hex", image((0, noise(1024)), (0x800, b"a"), (0xFFC00, b"\xff" * 1024)))
         rows = self.run_tool("check", "--map", path, device=False).out.splitlines()[2:]
-        self.assertEqual(rows[0], "0x000000 #.+" + "." * 61)
+        self.assertEqual(rows[0], "0x000000 #.+" + "." * 61 + "  0x000000-0x0003FF data")
         self.assertEqual(rows[15], "0x0F0000 " + "." * 63 + "f")
+
+    def test_a_device_that_is_named_tells_the_size_of_its_chip(self):
+        fits = self.write("image.hex", image((0, noise(1024))))
+        told = self.run_tool("--json", "check", "--map", fits, sim=["size=4M"]).json
+        self.assertEqual((told["result"]["map"]["size"], told["flash_state"]), (4 * MIB, "unchanged"))
+        large = self.write("large.hex", image((4 * MIB, b"a")))
+        refused = self.run_tool("check", large, device=False)
+        self.assertExit(refused, 0)
+        self.assertExit(self.run_tool("check", large, sim=["size=4M"]), 7)
+        # What a shell's profile names is not asked for it: the Neuron would restart.
+        quiet = self.run_tool("check", large, device=False, env={"TAVO_DEVICE": self.device("size=4M")[1]})
+        self.assertEqual((quiet.code, quiet.out), (0, refused.out))
 
     def test_the_chip_size_can_be_given(self):
         path = self.write("image.hex", image((0x10000, noise(16))))

@@ -114,6 +114,7 @@ TAVO_API ProgramResult programFlash(Device& device, const Image& image, const Pr
 struct VerifyOptions {
     bool restBlank = false;           ///< what the image does not cover must be FF; the whole chip is read then
     bool every = false;               ///< finds every difference, instead of stopping after the first
+    bool whole = false;               ///< reads the whole chip, also what the image does not cover
     const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
     std::string imageName = {};
 };
@@ -161,6 +162,7 @@ struct BlankCheckResult {
     bool blank = false;
     std::optional<std::uint32_t> first;  ///< address of the first byte that is not FF
     std::uint32_t pages = 0;             ///< with such a byte, in what was read
+    Image contents;                      ///< what was read
     bool isComplete = false;             ///< the whole chip was read
     DeviceState state;
 };

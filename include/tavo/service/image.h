@@ -1,4 +1,4 @@
-// The bytes of a flash by address, with gaps; comparing two of them, and a picture of one in its chip.
+// The bytes of a flash by address, with gaps; comparing two of them, and maps of a chip.
 #pragma once
 
 #include <array>
@@ -105,28 +105,50 @@ TAVO_API Comparison compare(const Image& wanted, const Image& chip, std::uint32_
 /// The same of a part of the chip; inside of kAddressable.
 TAVO_API Comparison compare(const Image& wanted, const Image& chip, const AddressRange& range, bool restBlank);
 
-/// What one cell of a map shows. The first four are of an image, the others of a chip compared with one.
-enum class MapCell : std::uint8_t { Gap, Blank, Part, Data, Equal, Differs, Beyond };
+/// What a part of a map shows.
+enum class MapCell : std::uint8_t {
+    Gap,      ///< of an image: no byte
+    Blank,    ///< of an image: all FF
+    Part,     ///< of an image: some bytes
+    Data,     ///< every byte of an image, any byte but FF of a chip
+    Equal,    ///< of a chip: what the image has there, it has
+    Differs,  ///< of a chip: something else
+    Beyond,   ///< of a chip: data where the image has none
+    Erased,   ///< of a chip: FF, and the image has nothing there
+    Unread,   ///< of a chip: not looked at, or not all that the image has there
+};
 
-/// A chip as a grid, row by row from address 0.
+/// A chip as a grid from address 0, and the same as ranges.
 struct ImageMap {
-    static constexpr std::uint32_t kColumns = 64;
-    static constexpr std::uint32_t kRows = 16;
+    static constexpr std::uint32_t kCells = 1024;  ///< to be drawn in rows of 64, 32, 16 ...
+
+    struct Range {
+        AddressRange range;
+        MapCell cell;
+    };
 
     std::uint32_t size = 0;      ///< bytes that the grid stands for
     std::uint32_t cellSize = 0;  ///< bytes of a cell
-    std::array<MapCell, kColumns * kRows> cells{};
+    std::array<MapCell, kCells> cells{};
+    std::vector<Range> ranges;  ///< pages side by side that show the same; together the whole chip
 };
 
-/// Gap: no byte of the image; Blank: all FF; Part: some bytes; Data: every byte.
 /// @param chipSize  bytes; 0: the smallest power of two that holds the image
 TAVO_API ImageMap mapImage(const Image& image, std::uint32_t chipSize = 0);
-
-/// Differs: from the image somewhere; Beyond: data where the image has none; Equal: what the image has is
-/// there; Blank: neither has data.
+/// @param chip  what was read of it; the rest is Unread
 TAVO_API ImageMap mapComparison(const Image& wanted, const Image& chip, std::uint32_t chipSize);
+/// Data, Erased and Unread.
+TAVO_API ImageMap mapContents(const Image& chip, std::uint32_t chipSize);
 
-/// One character for a cell: ". f + #" of an image, "= X o" and "." for Blank of a comparison.
-TAVO_API char mapLetter(MapCell cell);
+struct MapCount {
+    MapCell cell;
+    std::uint32_t count;
+};
+/// What occurs in a map, and in how many cells.
+TAVO_API std::vector<MapCount> mapLegend(const ImageMap& map);
+
+TAVO_API char mapLetter(MapCell cell);           ///< ". f + #" of an image, "= X o . ?" of a chip
+TAVO_API const char* mapCellName(MapCell cell);  ///< for programs: "equal", "unread"
+TAVO_API const char* mapCellText(MapCell cell);  ///< for people: "equal", "not read"
 
 }  // namespace tavo

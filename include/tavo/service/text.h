@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "tavo/deviceAccess.h"
 #include "tavo/export.h"
@@ -18,6 +19,10 @@ TAVO_API std::string secondsText(double seconds);                              /
 TAVO_API std::string countText(std::uint64_t count, const std::string& noun);  ///< "1 page", "3 pages"
 /// A file name as a word of a command that people copy into a shell: in single quotes where it needs them.
 TAVO_API std::string shellWord(const std::string& name);
+/// A text of a device, a file or a file name, as it may go to a terminal, into a log or a page: everything is
+/// escaped that would not show as it is, control characters and bytes that are no UTF-8 as "\x1B", C1 controls
+/// and what turns the direction of writing as "\u202E". One line stays one line.
+TAVO_API std::string printable(std::string_view text);
 TAVO_API std::string neuronIdText(const NeuronId& id);  ///< 12 upper-case digits
 
 }  // namespace tavo

@@ -1,8 +1,8 @@
-#include "cli/output/printable.h"
-
 #include <cstdio>
 
-namespace cli {
+#include "tavo/service/text.h"
+
+namespace tavo {
 namespace {
 
 /// The shapes of a UTF-8 sequence, and the smallest code point that may be written in each: a longer
@@ -87,4 +87,4 @@ std::string printable(std::string_view text) {
     return shown;
 }
 
-}  // namespace cli
+}  // namespace tavo
