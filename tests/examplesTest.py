@@ -34,19 +34,25 @@ class Examples(unittest.TestCase):
             return file.read()
 
     def test_one_device_is_programmed_and_a_failure_is_told_with_what_next(self):
-        board = ["board,pace=fast,size=64K"]
-        done = self.run_on(board, "programSafely", "sim:board", "image.bin", "before.hex")
-        self.assertEqual((done.returncode, self.flash("board")[:5000]), (0, IMAGE), done.stderr)
-        self.assertIn("20 pages", done.stdout)
-        self.assertTrue(os.path.exists(self.path("before.hex")))
+        for program in ("programSafely", "programInC"):
+            with self.subTest(program):
+                self.check_one_device(program, f"{program}-board")
 
-        again = self.run_on(board, "programSafely", "sim:board", "image.bin", "before.hex")
+    def check_one_device(self, program, board):
+        before, second = f"{board}-before.hex", f"{board}-second.hex"
+        options = [f"{board},pace=fast,size=64K"]
+        done = self.run_on(options, program, f"sim:{board}", "image.bin", before)
+        self.assertEqual((done.returncode, self.flash(board)[:5000]), (0, IMAGE), done.stderr)
+        self.assertIn("20 pages", done.stdout)
+        self.assertTrue(os.path.exists(self.path(before)))
+
+        again = self.run_on(options, program, f"sim:{board}", "image.bin", before)
         self.assertEqual(again.returncode, 1)
         self.assertRegex(again.stderr, "before.hex.*exists(.|\n)*what next:  choose another name")
 
         # The seventh page, and its two further attempts after the 16 of its 4 KiB.
-        lost = "other,pace=fast,size=64K,lose-program=7,lose-program=17,lose-program=18"
-        broken = self.run_on([lost], "programSafely", "sim:other", "image.bin", "second.hex")
+        lost = f"other-{board},pace=fast,size=64K,lose-program=7,lose-program=17,lose-program=18"
+        broken = self.run_on([lost], program, f"sim:other-{board}", "image.bin", second)
         self.assertEqual(broken.returncode, 2, broken.stderr)
         self.assertRegex(broken.stderr, "failed: .*\n(.*\n)*the device: flash incomplete.*\nwhat next:  \\S.*second.hex")
 

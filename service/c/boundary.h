@@ -1,0 +1,146 @@
+// What every function of the C interface needs: nothing is thrown across it, and records of either side's version
+// are understood.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tavo/service.h"
+#include "tavo/service/device.h"
+#include "tavo/service/error.h"
+#include "tavo/service/operation.h"
+
+/// A device as C holds it. The flag keeps a second thread out.
+struct tavo_device {
+    tavo::Device device;
+    std::atomic_flag isInUse;
+};
+
+struct tavo_monitor {
+    tavo::CancelToken token;
+    mutable std::mutex mutex;
+    tavo_progress progress{};  // under the mutex
+};
+
+namespace tavo::c {
+
+/// The monitor and the observer as the operations take them. Throws Error (BadArgument).
+Control controlOf(const tavo_control* control);
+
+/// False for an error record that cannot be filled; null is usable.
+bool isUsable(const tavo_error* error) noexcept;
+void tellSuccess(tavo_error* error) noexcept;
+/// To be called while an exception is handled: makes the result and the record of it. Only an Error knows the state
+/// of the device; mayBeTouched: what anything else leaves is not known then.
+tavo_result tellFailure(tavo_error* error, bool mayBeTouched) noexcept;
+
+/// Runs work; whatever it throws becomes the result and the record.
+template <typename Work>
+tavo_result guarded(tavo_error* error, const Work& work, bool mayBeTouched = false) noexcept {
+    if (!isUsable(error)) return TAVO_PROBLEM_BAD_ARGUMENT;
+    try {
+        work();
+        tellSuccess(error);
+        return TAVO_OK;
+    } catch (...) {
+        return tellFailure(error, mayBeTouched);
+    }
+}
+
+/// Throws the Error of a needed argument that is null. name as in the header.
+void requireGiven(const void* argument, const char* name);
+
+template <typename T>
+T& given(T* argument, const char* name) {
+    requireGiven(argument, name);
+    return *argument;
+}
+
+/// Copies a text into a field of a record; one that does not fit is cut between two characters and ends in "...".
+void putText(char* field, std::size_t capacity, std::string_view text);
+
+template <std::size_t N>
+void put(char (&field)[N], std::string_view text) {
+    putText(field, N, text);
+}
+
+/// Throws the Error of a size that cannot be one of this record.
+void requireSize(std::uint32_t size, const char* record);
+/// Copies the options that both sides know; throws the Error of one that is set and that this library does not know.
+void copyOptions(const void* from, std::uint32_t size, void* into, std::size_t known, const char* record);
+
+/// The caller's options; a null record gives the defaults.
+template <typename Record>
+Record taken(const Record* record, const char* name) {
+    Record known{};
+    if (record != nullptr) copyOptions(record, record->size, &known, sizeof known, name);
+    return known;
+}
+
+/// A record of the caller's that is to be filled; checked before anything is done. May be null.
+template <typename Record>
+class Out {
+public:
+    Out(Record* record, const char* name) : record_(record) {
+        if (record_ != nullptr) requireSize(record_->size, name);
+    }
+    /// Fills as much of it as both sides know, and the rest with zeros.
+    void fill(Record known) const {
+        if (record_ == nullptr) return;
+        known.size = record_->size;
+        std::memset(record_, 0, known.size);
+        std::memcpy(record_, &known, std::min<std::size_t>(known.size, sizeof known));
+    }
+
+private:
+    Record* record_;
+};
+
+/// The place for a handle: null until it is filled.
+template <typename Handle>
+Handle*& emptied(Handle** place, const char* name) {
+    given(place, name) = nullptr;
+    return *place;
+}
+
+/// A device, kept from other threads and from observers meanwhile. Throws Error (Busy).
+class InUse {
+public:
+    explicit InUse(tavo_device* handle);
+    ~InUse() { handle_.isInUse.clear(); }
+    InUse(const InUse&) = delete;
+    InUse& operator=(const InUse&) = delete;
+
+    Device& device() const { return handle_.device; }
+
+private:
+    tavo_device& handle_;
+};
+
+/// work(Device&, const Control&), as guarded.
+template <typename Work>
+tavo_result onDevice(tavo_device* handle, const tavo_control* control, tavo_error* error, const Work& work) noexcept {
+    const auto guardedWork = [&] {
+        const Control taken = controlOf(control);
+        const InUse use(handle);
+        work(use.device(), taken);
+    };
+    return guarded(error, guardedWork, true);
+}
+
+tavo_device_state stateOf(const DeviceState& state);
+/// Lines, each ended by a line feed.
+std::string linesOf(const std::vector<std::string>& lines);
+/// Null becomes an empty text.
+inline std::string textOf(const char* text) {
+    return text == nullptr ? "" : text;
+}
+
+}  // namespace tavo::c
