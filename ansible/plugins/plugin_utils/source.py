@@ -1,0 +1,51 @@
+# Copyright (c) 2026 the tavo-util developers
+# SPDX-License-Identifier: MIT
+"""Brings the file that src names to the host for the time of the task, in check mode too: copying it there with a task of
+its own would leave check mode without the file."""
+
+from ansible.errors import AnsibleError
+from ansible.module_utils.parsing.convert_bool import boolean
+from ansible.plugins.action import ActionBase
+
+FLASH_LOST = ('uncertain', 'erased', 'incomplete')
+
+
+class SourceAction(ActionBase):
+    TRANSFERS_FILES = True
+    _supports_check_mode = True
+    _supports_diff = True
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        arguments = dict(self._task.args)
+        source = arguments.get('src')
+        is_brought = source and not boolean(arguments.get('remote_src', False), strict=False)
+        try:
+            if is_brought:
+                arguments['src'] = self._bring(self._find_needle('files', source))
+        except AnsibleError as error:
+            result.update(failed=True, msg='cannot bring %s to the host: %s' % (source, error.message),
+                          state='device not touched', hint='name a file on this computer, or set remote_src')
+            return result
+        try:
+            result.update(self._execute_module(module_args=arguments, task_vars=task_vars))
+        finally:
+            self._remove_tmp_path(self._connection._shell.tmpdir)
+        if is_brought and result.get('flash_state') in FLASH_LOST:
+            self._name_the_task(result, source)
+        return result
+
+    @staticmethod
+    def _name_the_task(result, source):
+        """The file that the tool's own hint means is not on the host any more."""
+        hint = result.get('hint', '')
+        result['hint'] = 'run this task again, it repairs the flash from %s; on the host: %s' % (source, hint)
+        result['msg'] = '%s Hint: %s' % (result.get('msg', '').partition(' Hint: ')[0], result['hint'])
+
+    def _bring(self, path):
+        if not self._connection._shell.tmpdir:
+            self._make_tmp_path()
+        folder = self._connection._shell.tmpdir
+        brought = self._transfer_file(path, self._connection._shell.join_path(folder, path.rsplit('/', 1)[-1]))
+        self._fixup_perms2((folder, brought))
+        return brought
