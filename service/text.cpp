@@ -1,6 +1,7 @@
 #include "tavo/service/text.h"
 
 #include <cstdio>
+#include <ctime>
 
 namespace tavo {
 
@@ -35,6 +36,15 @@ std::string secondsText(double seconds) {
         const auto whole = static_cast<unsigned>(seconds);
         std::snprintf(text, sizeof text, "%u min %u s", whole / 60, whole % 60);
     }
+    return text;
+}
+
+std::string timeText(std::chrono::system_clock::time_point time) {
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+    std::tm local{};
+    localtime_r(&seconds, &local);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S%z", &local);
     return text;
 }
 

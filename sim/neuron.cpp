@@ -66,7 +66,13 @@ Bytes unsolicitedMessage(std::uint32_t n) {
 using Request = const Bytes&;
 
 Bytes queryStatus(NeuronData& data, Request request) {
-    return success(request[kCode], {data.status.begin(), data.status.end()});
+    Bytes answer = success(request[kCode], {data.status.begin(), data.status.end()});
+    for (std::size_t low = 1; low < data.growth.size(); low += 2) {  // of each counter, which goes over FFFF to 0
+        const int sum = (data.status[low - 1] << 8 | data.status[low]) + (data.growth[low - 1] << 8 | data.growth[low]);
+        data.status[low - 1] = static_cast<std::uint8_t>(sum >> 8);
+        data.status[low] = static_cast<std::uint8_t>(sum);
+    }
+    return answer;
 }
 
 Bytes setNodeMode(NeuronData& data, Request request) {
@@ -123,6 +129,7 @@ constexpr Block kBlocks[] = {
     {"neuron.id", [](NeuronData& d) { return &d.readOnly[NeuronData::kNeuronId]; }, 6},
     {"neuron.program-id", [](NeuronData& d) { return &d.readOnly[NeuronData::kProgramId]; }, 8},
     {"neuron.counters", [](NeuronData& d) { return d.status.data(); }, 10},
+    {"neuron.growth", [](NeuronData& d) { return d.growth.data(); }, 10},
     {"neuron.reset-cause", [](NeuronData& d) { return &d.status[NeuronData::kResetCause]; }, 1},
     {"neuron.state", [](NeuronData& d) { return &d.status[NeuronData::kNodeState]; }, 1},
     {"neuron.version", [](NeuronData& d) { return &d.status[NeuronData::kVersion]; }, 1},

@@ -27,6 +27,8 @@ struct TAVO_SIM_API NeuronData {
     static constexpr std::size_t kResetCause = 10, kNodeState = 11, kVersion = 12, kErrorLog = 13;  // in status
     std::array<std::uint8_t, 15> status{};  // five counters of two bytes, then the four above, model number
 
+    std::array<std::uint8_t, 10> growth{};  // what each look at the status adds to the five counters
+
     std::array<std::array<std::uint8_t, 15>, 2> domains{};
 };
 
@@ -49,11 +51,11 @@ public:
     /// @param flash  what it boots from; borrowed
     Neuron(Clock& clock, std::span<const std::uint8_t> flash) : clock_(clock), flash_(flash) {}
 
-    /// Its state as key=value pairs, all keys starting with "neuron.": id, program-id, counters (ten bytes),
-    /// reset-cause, state, version, error-log, model, domain0, domain1 in hexadecimal; answer (normal, negative,
-    /// wrong, stranger, silent); boots-from (factory, flash); delay-ms and unsolicited in decimal. Unknown keys are
-    /// ignored, missing ones keep their value. load throws std::invalid_argument for a value that cannot be, naming the
-    /// key.
+    /// Its state as key=value pairs, all keys starting with "neuron.": id, program-id, counters and
+    /// growth (ten bytes),    /// reset-cause, state, version, error-log, model, domain0, domain1 in hexadecimal;
+    /// answer (normal, negative, wrong, stranger, silent); boots-from (factory, flash); delay-ms and unsolicited in
+    /// decimal. Unknown keys are ignored, missing ones keep their value. load throws std::invalid_argument for a value
+    /// that cannot be, naming the key.
     void load(const Properties& properties);
     void save(Properties& properties) const;
 

@@ -5,6 +5,7 @@
 #include "service/device/health.h"
 #include "tavo/Configurator.h"
 #include "tavo/service/neuron.h"
+#include "tavo/service/watch.h"
 #include "tests/serviceTest.h"
 
 using testing::HasSubstr;
@@ -151,6 +152,82 @@ TEST_F(NeuronService, AHalfWrittenDomainTableSaysWhichEntry) {
     tavo::writeDomainTable(device(), before, wanted, &changed);
     EXPECT_THAT(changed, testing::ElementsAre(0u, 1u));
     EXPECT_EQ(tavo::readDomainTable(device())[1].subnet, 9);
+}
+
+/// Of a status whose first two counters are these.
+const tavo::StatusLook& see(tavo::StatusHistory& history, unsigned transmit, unsigned timeouts,
+                            unsigned char resetCause = 1) {
+    const auto byte = [](unsigned value) { return static_cast<unsigned char>(value); };
+    NeuronState state{};
+    state.transmitErrors[0] = byte(transmit >> 8);
+    state.transmitErrors[1] = byte(transmit);
+    state.transactionTimeouts[0] = byte(timeouts >> 8);
+    state.transactionTimeouts[1] = byte(timeouts);
+    state.resetCause = resetCause;
+    return history.add(0, state);
+}
+
+TEST(StatusHistory, TellsWhatGrewOverSilenceAndTheEndOfTheRange) {
+    tavo::StatusHistory history;
+    EXPECT_EQ(see(history, 0xFFF0, 7).change, tavo::Counts{});
+    EXPECT_EQ(see(history, 0x0002, 7).change, (tavo::Counts{0x12, 0}));
+    history.add(1, std::nullopt, "transaction failed");
+    EXPECT_EQ(see(history, 0x0003, 9).change, (tavo::Counts{1, 2}));
+    EXPECT_EQ(history.total, (tavo::Counts{0x13, 2}));
+    EXPECT_EQ(history.unanswered(), 1u);
+    EXPECT_EQ(history.timesCleared(), 0u);
+}
+
+TEST(StatusHistory, CountersThatWereSetBackCountFromThere) {
+    struct {
+        unsigned before[2], after[2];
+        unsigned char resetCause;                          // afterwards; 1 before
+    } const cases[] = {{{500, 100}, {3, 0}, 1},            // cleared
+                       {{0xFFF0, 100}, {0x0002, 4}, 1},    // the first could have gone over, the second not
+                       {{0xFFF0, 0}, {0x0002, 0}, 0x14}};  // it could, but the Neuron was reset
+    for (const auto& each : cases) {
+        tavo::StatusHistory history;
+        see(history, each.before[0], each.before[1]);
+        const auto& look = see(history, each.after[0], each.after[1], each.resetCause);
+        EXPECT_TRUE(look.cleared);
+        EXPECT_EQ(look.change, (tavo::Counts{each.after[0], each.after[1]}));
+    }
+}
+
+TEST_F(NeuronService, AWatchGoesOnOverSilenceAndEndsWhenCancelled) {
+    rig.fail("ldv_read", 2, 4);  // the second look
+    tavo::WatchOptions options;
+    options.each = [&](const tavo::StatusHistory& sofar) {
+        if (sofar.looks.size() == 3) token.cancel();
+    };
+    tavo::StatusHistory history;
+    tavo::watchStatus(device(), history, options, {{}, &token});
+    ASSERT_EQ(history.looks.size(), 3u);
+    EXPECT_FALSE(history.looks[1].status);
+    EXPECT_NE(history.looks[1].why, "");
+    EXPECT_TRUE(history.looks[2].status);
+    EXPECT_GE(rig.now(), 3'000'000u);  // from look to look 2 s
+}
+
+TEST_F(NeuronService, AWatchWithoutAnAnswerOrAnInterfaceIsAFailure) {
+    tavo::StatusHistory history;
+    tavo::WatchOptions options;
+    options.looks = 2;
+    rig.failFrom("ldv_read", 1, 4);
+    auto failure = failureOf([&] { tavo::watchStatus(device(), history, options); });
+    EXPECT_EQ(failure.problem, tavo::Problem::NoAnswer);
+    EXPECT_EQ(history.looks.size(), 2u);
+
+    rig.failFrom("ldv_open", 1, 1);
+    failure = failureOf([&] { tavo::watchStatus(device(), history, options); });
+    EXPECT_THAT(failure.hint, HasSubstr("LDV channel"));
+    EXPECT_THAT(history.looks, IsEmpty());
+
+    rig.clearFaults();
+    options.looks = 0;
+    options.each = [&](const tavo::StatusHistory&) { rig.unplug(); };
+    failureOf([&] { tavo::watchStatus(device(), history, options); });
+    EXPECT_EQ(history.looks.size(), 1u);
 }
 
 }  // namespace

@@ -40,6 +40,9 @@ public:
     void flag(const char* names, bool& value, const char* help);
     void text(const char* names, const char* metavar, std::string& value, const char* help);
     void number(const char* names, const char* metavar, std::optional<int>& value, int low, int high, const char* help);
+    /// Seconds that may be left out: "--watch=0.5", or the usual ones, "--watch". Empty without either.
+    /// @param nameWithUsual  "--watch{2}"
+    void seconds(const char* nameWithUsual, std::string& value, double low, double high, const char* help);
     /// Bytes, with K or M: "512K".
     void size(const char* names, std::optional<unsigned>& value, const char* help);
     /// One of a few words.

@@ -105,7 +105,7 @@ constexpr Command kCommands[] = {
      "show the Neuron's state, last reset, last error and counters",
      Needs::Device,
      nullptr,
-     {"tavo-util status", "tavo-util --json status"},
+     {"tavo-util status", "tavo-util status --watch"},
      declareStatus},
     {"mode",
      "set the Neuron's node state",

@@ -43,6 +43,11 @@ void Arguments::number(const char* names, const char* metavar, std::optional<int
         ->type_name(metavar);
 }
 
+void Arguments::seconds(const char* nameWithUsual, std::string& value, double low, double high, const char* help) {
+    // A flag that may have a value: a word behind it is none.
+    app_.add_flag(nameWithUsual, value, help)->check(CLI::Range(low, high));
+}
+
 void Arguments::word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help) {
     choices_[name] = allowed;
     app_.add_option(name, value, help)->required()->check(CLI::IsMember(allowed))->type_name("");

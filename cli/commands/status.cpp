@@ -1,6 +1,10 @@
+#include <algorithm>
+#include <memory>
+
 #include "cli/commands/commands.h"
 #include "cli/commands/interruptedRun.h"
 #include "cli/commands/neuronNames.h"
+#include "cli/commands/statusWatch.h"
 #include "cli/running/session.h"
 #include "tavo/service/history.h"
 #include "tavo/service/neuron.h"
@@ -8,58 +12,54 @@
 namespace cli {
 namespace {
 
-struct Field {
-    const char* key;  // in JSON; for people its underscores are spaces
-    unsigned char NeuronState::*raw;
-    const char* (*name)(std::uint8_t);  // null: a number
+struct Options {
+    std::string seconds;  // empty: one look
+    std::optional<int> count;
 };
-constexpr Field kFields[] = {{"node_state", &NeuronState::nodeState, tavo::nodeStateName},
-                             {"reset_cause", &NeuronState::resetCause, tavo::resetCauseName},
-                             {"error_log", &NeuronState::errorLog, tavo::errorLogName},
-                             {"firmware_version", &NeuronState::versionNumber, nullptr},
-                             {"model_number", &NeuronState::modelNumber, nullptr}};
 
-struct Counter {
-    const char* key;
-    unsigned char (NeuronState::*bytes)[2];
-};
-constexpr Counter kCounters[] = {{"transmit_errors", &NeuronState::transmitErrors},
-                                 {"transaction_timeouts", &NeuronState::transactionTimeouts},
-                                 {"receive_transactions_full", &NeuronState::receiveTransactionsFull},
-                                 {"lost_messages", &NeuronState::lostMessages},
-                                 {"missed_messages", &NeuronState::missedMessages}};
-
-void tell(Report& report, const char* key, const std::string& value) {
+void tell(Report& report, std::string label, const std::string& value) {
     constexpr std::size_t kColumn = 27;
-    std::string label = key;
-    for (char& c : label) c = c == '_' ? ' ' : c;
+    std::replace(label.begin(), label.end(), '_', ' ');
     label += ':';
     report.line(label + std::string(kColumn - label.size(), ' ') + value);
 }
 
-void status(Session& session) {
+void showOnce(Session& session) {
     Report& report = session.report;
-    // Before the Neuron is asked: with half an image it does not answer.
-    const auto run = tavo::interruptedRun(session.device().description());
-    tellInterrupted(report, session.deviceName(), run);
     const NeuronState state = tavo::readStatus(session.device(), session.control());
-    for (const Field& field : kFields) {
-        const std::uint8_t raw = state.*field.raw;
-        report.result[field.key] = field.name == nullptr ? Json(raw) : namedJson(field.name(raw), raw);
-        tell(report, field.key, field.name == nullptr ? std::to_string(raw) : tavo::named(field.name(raw), raw));
+    for (const StatusCode& code : kStatusCodes) {
+        const std::uint8_t raw = state.*code.raw;
+        report.result[code.key] = namedJson(code.name(raw), raw);
+        tell(report, code.key, tavo::named(code.name(raw), raw));
     }
-    for (const Counter& counter : kCounters) {
-        const unsigned char(&bytes)[2] = state.*counter.bytes;
-        const int count = bytes[0] << 8 | bytes[1];
-        report.result["counters"][counter.key] = count;
-        tell(report, counter.key, std::to_string(count));
+    report.result["firmware_version"] = state.versionNumber;
+    report.result["model_number"] = state.modelNumber;
+    report.result["counters"] = countsJson(tavo::countsOf(state));
+    tell(report, "firmware_version", std::to_string(state.versionNumber));
+    tell(report, "model_number", std::to_string(state.modelNumber));
+    for (std::size_t i = 0; i < tavo::kStatusCounters; ++i) {
+        tell(report, tavo::statusCounter(i).label, std::to_string(tavo::countsOf(state)[i]));
     }
+}
+
+void status(Session& session, const Options& options) {
+    // Before the Neuron is asked: with half an image it does not answer.
+    tellInterrupted(session.report, session.deviceName(), tavo::interruptedRun(session.device().description()));
+    if (options.seconds.empty() && !options.count) return showOnce(session);
+    tavo::WatchOptions watch;
+    if (!options.seconds.empty()) watch.intervalMs = static_cast<unsigned>(std::stod(options.seconds) * 1000);
+    watch.looks = static_cast<std::size_t>(options.count.value_or(0));
+    watchStatus(session, watch);
 }
 
 }  // namespace
 
-Run declareStatus(Arguments&) {
-    return status;
+Run declareStatus(Arguments& arguments) {
+    auto options = std::make_shared<Options>();
+    arguments.seconds("--watch{2}", options->seconds, 0.2, 3600,
+                      "look again every 2 seconds, or every --watch=SECONDS, until Ctrl-C; shows what the counters do");
+    arguments.number("--count", "N", options->count, 1, 1000000, "watch, and end after that many looks");
+    return [options](Session& session) { status(session, *options); };
 }
 
 }  // namespace cli

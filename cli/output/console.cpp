@@ -3,9 +3,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 
 #include "tavo/service/text.h"
 
@@ -45,12 +47,31 @@ std::optional<int> columnsOf(int stream) {
     return size.ws_col;
 }
 
+/// What scrolls out of the terminal cannot be drawn anew.
+std::size_t mostRows() {
+    constexpr std::size_t kUsual = 24;
+    winsize size{};
+    const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 1;
+    return (isKnown ? size.ws_row : kUsual) - 1;
+}
+
 }  // namespace
 
 Console::Console()
     : terminal_(isCapableTerminal(STDERR_FILENO)),
       color_(colorByDefault(terminal_)),
-      resultColor_(colorByDefault(isCapableTerminal(STDOUT_FILENO))) {}
+      resultTerminal_(isCapableTerminal(STDOUT_FILENO)),
+      resultColor_(colorByDefault(resultTerminal_)) {}
+
+bool Console::showsUtf8() const {
+    if (!resultTerminal_) return false;
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {  // the first that is set counts
+        const char* locale = std::getenv(name);
+        if (locale == nullptr || *locale == '\0') continue;
+        return strcasestr(locale, "UTF-8") != nullptr || strcasestr(locale, "UTF8") != nullptr;
+    }
+    return false;
+}
 
 int Console::width() const {
     return columnsOf(STDERR_FILENO).value_or(80);
@@ -108,7 +129,8 @@ void Console::live(const std::vector<std::string>& rows) {
     const auto columns = static_cast<std::size_t>(width());
     std::string out;
     eraseRows(out);
-    for (const auto& row : rows) {
+    const auto shown = std::min(rows.size(), mostRows());
+    for (const auto& row : std::span(rows).first(shown)) {
         rows_.push_back(clipped(tavo::printable(row), columns - 1));  // a full last column would wrap
         out += (rows_.size() == 1 ? "" : "\n") + rows_.back();
     }

@@ -26,6 +26,9 @@ public:
     int width() const;  ///< columns of the terminal, 80 when unknown
     /// Of standard output, where the results go; nothing when that is no terminal.
     static std::optional<int> resultWidth();
+    /// Standard output is a terminal too: what is shown there can be drawn anew in its place.
+    bool showsResults() const { return terminal_ && resultTerminal_; }
+    bool showsUtf8() const;  ///< standard output is a terminal with the characters of Unicode
     /// A line of results: escaped as others, and coloured when standard output shows colours.
     std::string result(const Line& line) const;
 
@@ -50,6 +53,7 @@ private:
     mutable std::mutex mutex_;
     bool terminal_;
     bool color_;
+    bool resultTerminal_;
     bool resultColor_;
     std::vector<std::string> rows_;
 };

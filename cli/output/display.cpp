@@ -75,7 +75,7 @@ void Display::draw() const {
     if (mode_ != Mode::Bar) return;
     std::vector<std::string> rows;
     for (const Progress* progress : shown_) {
-        if (std::string row = progress->row(); !row.empty()) rows.push_back(std::move(row));
+        for (std::string& row : progress->rows()) rows.push_back(std::move(row));
     }
     if (!rows.empty()) console().live(rows);
 }

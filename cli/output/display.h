@@ -26,6 +26,8 @@ public:
     /// auto, bar, plain, json, none.
     void configure(const std::string& mode, bool quiet);
     Mode mode() const { return mode_; }
+    /// Rows that are drawn anew in their place.
+    bool hasRows() const { return mode_ == Mode::Bar; }
     bool emitsEvents() const { return mode_ == Mode::Events; }
     /// One line of JSON on standard error.
     static void event(const Json& fields);

@@ -122,9 +122,19 @@ std::string Progress::figures() const {
     return all + text;
 }
 
-std::string Progress::row() const {
-    if (device_.empty()) return phase_.empty() ? "" : phaseRow();
-    return device_ + "  " + (phase_.empty() ? ended_ : phaseRow());
+std::vector<std::string> Progress::rows() const {
+    if (!shown_.empty()) return shown_;
+    if (!device_.empty()) return {device_ + "  " + (phase_.empty() ? ended_ : phaseRow())};
+    if (phase_.empty()) return {};
+    return {phaseRow()};
+}
+
+void Progress::show(std::vector<std::string> rows) {
+    const std::lock_guard lock(display_.mutex_);
+    shown_ = std::move(rows);
+    if (shown_.empty()) ended_ = "ended";
+    if (shown_.empty() && display_.mode() == Display::Mode::Bar) console().clearLive();
+    display_.draw();
 }
 
 std::string Progress::phaseRow() const {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cli/output/display.h"
 
@@ -34,6 +35,8 @@ public:
     void end(const std::string& remark = "");
     /// Ends the phase as not completed.
     void abandon();
+    /// Shows these rows instead, until the next call; none: nothing any more.
+    void show(std::vector<std::string> rows);
     /// What a Ctrl-C does in this phase, told when it comes.
     void setStopNote(const std::string& note);
 
@@ -42,7 +45,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void tellStopNote();
-    std::string row() const;
+    std::vector<std::string> rows() const;
     void line(const std::string& text) const;
     void finish(const char* outcome, const std::string& remark);
     std::string phaseRow() const;
@@ -58,6 +61,7 @@ private:
     std::string usual_;
     std::string ended_;  ///< the last phase and how it ended, for the row of one of several devices
     std::string stopNote_;
+    std::vector<std::string> shown_;
     bool stopNoteTold_ = false;
     std::uint64_t total_ = 0;  ///< bytes
     std::uint64_t done_ = 0;

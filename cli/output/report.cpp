@@ -1,12 +1,15 @@
 #include "cli/output/report.h"
 
 #include <iostream>
+#include <mutex>
 
 #include "cli/output/log.h"
 #include "cli/output/progress.h"
 
 namespace cli {
 namespace {
+
+constexpr const char* kPipeHint = "is the disk full or the pipe closed?";
 
 Json statusJson(const std::optional<TAVO_STATUS>& status) {
     if (!status) return nullptr;
@@ -34,6 +37,15 @@ void Report::line(const Line& line) {
     if (isKept_ || json_) return;
     console().clearLive();
     std::cout << console().result(line) << std::endl;
+}
+
+void Report::atOnce(const std::vector<std::string>& lines) {
+    static std::mutex oneAtATime;
+    std::string block;
+    for (const auto& line : lines) block += tavo::printable(line) + "\n";
+    const std::lock_guard lock(oneAtATime);
+    if (std::cout << block << std::flush) return;
+    throw tavo::Error(tavo::Problem::FileSystem, "cannot write to standard output", kPipeHint);
 }
 
 std::size_t Report::columns() const {
@@ -156,7 +168,7 @@ Exit outputChecked(Exit exit, const std::string& state) {
     if (std::cout || exit != Exit::Done) return exit;
     console().line(Style::Error, "error:", "cannot write to standard output");
     console().line("  state: " + state);
-    console().line("  hint:  is the disk full or the pipe closed?");
+    console().line(std::string("  hint:  ") + kPipeHint);
     return Exit::FileSystem;
 }
 

@@ -35,6 +35,9 @@ public:
     std::size_t columns() const;           ///< that such a line may have
     void note(const std::string& text);    ///< that it was done: standard output, not with -q
     void script(const std::string& text);  ///< text for a program, exactly, with its line ends; standard output
+    /// Whole lines on standard output at once, also of one of several devices and with --json: what is told while
+    /// a command runs on. Throws tavo::Error when they cannot be written.
+    void atOnce(const std::vector<std::string>& lines);
     void warning(const std::string& text, const std::string& hint = "");
 
     /// Tells a failure: three lines on standard error, and a message of the object.

@@ -1,6 +1,8 @@
 """The commands that talk to the Neuron."""
 
 import json
+import os
+import signal
 import unittest
 
 from tool import ToolTest
@@ -15,7 +17,8 @@ class NeuronToolTest(ToolTest):
         self.run_tool("list")
         lines = dict(line.split("=", 1) for line in self.read("board/board.txt").decode().splitlines() if "=" in line)
         lines.update({"neuron." + key.replace("_", "-"): value for key, value in values.items()})
-        self.write("board/board.txt", [f"{key}={value}" for key, value in lines.items()])
+        changed = self.write("board.txt", [f"{key}={value}" for key, value in lines.items()])
+        os.replace(changed, self.path("board/board.txt"))  # at once: a run may be reading it
 
     def result(self, *args, sim=()):
         told = self.run_tool("--json", *args, sim=sim).json
@@ -99,6 +102,70 @@ class State(NeuronToolTest):
                 self.assertExit(result, 10)
                 self.assertIn("[TAVO_REQUEST_FAILED 13]", result.err)
         self.assertExit(self.run_tool("service-pin"), 0)
+
+
+class Watch(NeuronToolTest):
+    def test_json_has_an_object_a_look_and_a_last_one(self):
+        self.set_neuron(counters="FFFE" + "0000" * 4, growth="0003" + "0000" * 3 + "0001")
+        result = self.run_tool("--json", "status", "--watch=0.2", "--count", "3")
+        self.assertExit(result, 0)
+        *looks, last = [json.loads(line) for line in result.out.splitlines()]
+        self.assertEqual([look["look"] for look in looks], [1, 2, 3])
+        self.assertEqual([look["counters"]["transmit_errors"] for look in looks], [0xFFFE, 1, 4])
+        self.assertEqual([look["change"]["transmit_errors"] for look in looks], [0, 3, 3])
+        self.assertEqual([look["since_start"]["missed_messages"] for look in looks], [0, 1, 2])
+        self.assertEqual((last["exit_status"], last["result"]["looks"]), (0, 3))
+        self.assertEqual(last["result"]["since_start"]["transmit_errors"], 6)
+
+    def test_a_neuron_that_falls_silent_is_told_and_ctrl_c_ends_well(self):
+        self.set_neuron(growth="0001" * 5)
+        process = self.start_tool("status", "--watch=0.3")
+        with process:
+            seen = self.read_until(process, "2 looks")
+            self.set_neuron(answer="silent")
+            seen += self.read_until(process, "no answer (transaction failed)")
+            self.set_neuron(answer="normal")
+            seen += self.read_until(process, "* lost messages")
+            process.send_signal(signal.SIGINT)
+            out, err = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, err), (0, ""))
+        self.assertRegex(seen, r"\* transmit errors +\+1 +\+1 +\d+  \.8\n")
+        self.assertRegex(out, r"\d+ looks in \d\.\d s, \d without an answer\ntransmit errors \+\d+: ")
+        self.assertExit(self.run_tool("status"), 0)
+
+    def read_until(self, process, *texts):
+        seen = ""
+        for text in texts:
+            while text not in seen.rpartition("\n\n")[2]:
+                line = process.stdout.readline()
+                self.assertTrue(line, seen)
+                seen += line
+        return seen
+
+    def test_a_terminal_shows_it_in_its_place_as_wide_as_it_is(self):
+        self.set_neuron(growth="0001" * 5)
+        for columns, locale, wanted, unwanted in ((80, "C.UTF-8", "  .██", ".8"), (80, "C", "  .88", "█"),
+                                                  (44, "C.UTF-8", "+2", "history")):
+            shown = self.run_on_terminal("status", "--watch=0.2", "--count", "3", columns=columns,
+                                         env={"LC_ALL": locale}).out
+            last = shown.split("\x1b[K")[-1].split("missed messages")[0]
+            self.assertIn(wanted, last)
+            self.assertNotIn(unwanted, last)
+            rows = shown.split("\r\x1b[K")[0].split("\r\n")
+            self.assertEqual(len(rows), 8)
+            self.assertLess(max(map(len, rows)), columns)
+
+    def test_two_devices_are_told_apart(self):
+        result = self.run_tool("-d", f"sim:{self.path('two')},pace=fast,serial=2", "status", "--count", "1")
+        self.assertExit(result, 0)
+        for line in ("00001234 at sim:", "2 at sim:", "2: no counter has grown"):
+            self.assertIn("\n" + line, "\n" + result.out)
+
+    def test_what_no_one_reads_ends_it(self):
+        with self.start_tool("status", "--watch=0.2") as process:
+            process.stdout.readline()
+            process.stdout.close()
+            self.assertEqual(process.wait(timeout=60), 8)
 
 
 class Domains(NeuronToolTest):

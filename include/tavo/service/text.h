@@ -1,6 +1,7 @@
 // Numbers, sizes and IDs as people write them; the same in every message.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -12,10 +13,12 @@
 namespace tavo {
 
 TAVO_API std::string hexText(const unsigned char* bytes, std::size_t count,
-                             const char* separator = " ");                     ///< "9F FF 05"
-TAVO_API std::string hexAddress(std::uint32_t address);                        ///< "0x01A400"
-TAVO_API std::string sizeText(std::uint64_t bytes);                            ///< "1 MiB", "64 KiB", "300 bytes"
-TAVO_API std::string secondsText(double seconds);                              ///< "31.2 s", "2 min 5 s"
+                             const char* separator = " ");  ///< "9F FF 05"
+TAVO_API std::string hexAddress(std::uint32_t address);     ///< "0x01A400"
+TAVO_API std::string sizeText(std::uint64_t bytes);         ///< "1 MiB", "64 KiB", "300 bytes"
+TAVO_API std::string secondsText(double seconds);           ///< "31.2 s", "2 min 5 s"
+/// Local time with its offset from UTC: "2024-05-01T14:03:59+0200".
+TAVO_API std::string timeText(std::chrono::system_clock::time_point time);
 TAVO_API std::string countText(std::uint64_t count, const std::string& noun);  ///< "1 page", "3 pages"
 /// A file name as a word of a command that people copy into a shell: in single quotes where it needs them.
 TAVO_API std::string shellWord(const std::string& name);
