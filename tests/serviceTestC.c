@@ -102,6 +102,7 @@ void cReadsAndWritesImages(const char* folder) {
     tavo_written_file written = {.size = sizeof written};
     GOOD(tavo_write_image(image, in(folder, "image.srec"), NULL, &written, &problem));
     CHECK(tavo_write_image(image, in(folder, "image.srec"), NULL, NULL, &problem) == TAVO_PROBLEM_FILE_SYSTEM);
+    CHECK(tavo_write_image(image, in(folder, "image.hex.gz"), NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
     const tavo_write_options replacing = {.size = sizeof replacing, .replace = 1, .record_bytes = 16};
     GOOD(tavo_write_image(image, in(folder, "image.srec"), &replacing, &written, &problem));
     tavo_image_description made = {.size = sizeof made};

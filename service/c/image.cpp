@@ -8,6 +8,7 @@
 #include <iterator>
 #include <memory>
 
+#include "tavo/service/flash.h"
 #include "tavo/service/text.h"
 
 namespace tavo::c {
@@ -26,7 +27,7 @@ ReadOptions optionsOf(const tavo_read_options* options) {
     reading.format = formatIn(known.format);
     reading.strict = known.strict != 0;
     if (known.chip_size != 0) reading.chipSize = known.chip_size;
-    reading.address = known.address;
+    if (known.address != 0) reading.address = known.address;
     return reading;
 }
 
@@ -59,8 +60,7 @@ void requireAddressable(std::uint32_t address, std::uint32_t count) {
 WriteOptions optionsOf(const tavo_write_options& options, const std::string& path) {
     WriteOptions how;
     how.format = formatIn(options.format);
-    if (how.format == Format::Automatic) how.format = formatByName(path);
-    if (how.format == Format::Automatic) how.format = Format::Hex;
+    if (how.format == Format::Automatic) how.format = dumpFormat(path);
     if (options.record_bytes != 0) how.recordBytes = options.record_bytes;
     how.address = options.address;
     return how;
