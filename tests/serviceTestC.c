@@ -292,12 +292,19 @@ void cLooksForWhatIsWrong(void) {
 void cIsToldOfAFailedProgram(void) {
     tavo_device* device = opened();
     tavo_image* image = noise();
-    CHECK(tavo_program_flash(device, image, NULL, NULL, NULL, &problem) == TAVO_PROBLEM_DEVICE_FAILED);
+    const tavo_program_options named = {.size = sizeof named, .image_name = "noise"};
+    CHECK(tavo_program_flash(device, image, &named, NULL, NULL, &problem) == TAVO_PROBLEM_DEVICE_FAILED);
     CHECK(problem.result == TAVO_PROBLEM_DEVICE_FAILED && strcmp(problem.name, "device-failed") == 0);
     CHECK(problem.has_status && strcmp(problem.status_name, "TAVO_FLASH_PROGRAMMING_FAILED") == 0);
     CHECK(problem.state.flash == TAVO_FLASH_INCOMPLETE && problem.state.flash_lost && !problem.state.something_held);
     CHECK(strstr(problem.state.text, "flash incomplete") != NULL && problem.hint[0] != '\0');
+    tavo_interrupted_run run = {.size = sizeof run};
+    GOOD(tavo_find_interrupted_run(device, &run, &problem));
+    CHECK(run.found && run.flash == TAVO_FLASH_INCOMPLETE && strstr(run.image, "/noise") != NULL &&
+          run.hint[0] != '\0');
     CHECK(tavo_program_flash(device, image, NULL, NULL, NULL, NULL) == TAVO_OK);  // also without a record
+    GOOD(tavo_find_interrupted_run(device, &run, &problem));
+    CHECK(!run.found && run.text[0] == '\0');
     tavo_free_image(image);
     tavo_close_device(device);
 }
@@ -391,6 +398,7 @@ void cIsRefusedNulls(void) {
         tavo_press_service_pin(NULL, NULL, &problem),
         tavo_read_domain_table(device, NULL, NULL, &problem),
         tavo_write_domain_table(device, NULL, NULL, NULL, NULL, &problem),
+        tavo_find_interrupted_run(NULL, NULL, &problem),
         tavo_report_finding(NULL, 0, NULL, &problem),
         tavo_doctor(device, NULL, NULL, NULL, NULL, &problem),
         tavo_recover(device, NULL, NULL, NULL, &problem),

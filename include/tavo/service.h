@@ -404,8 +404,8 @@ typedef struct tavo_program_options {
     uint32_t full;           ///< 1: erases the whole chip and programs every page, whatever it holds
     const char* backup;      ///< file to save the whole flash in before anything is erased: .hex, .srec, .bin; must
                              ///< not exist yet; null: none
-    const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off; null:
-                             ///< the name of the file that the image was read from
+    const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off: without a
+                             ///< name that looks like an erase; null: the file that the image was read from
 } tavo_program_options;
 
 typedef struct tavo_program_forecast {
@@ -717,6 +717,25 @@ TAVO_API tavo_result tavo_doctor(tavo_device* device, const tavo_doctor_options*
 /// made then as well.
 TAVO_API tavo_result tavo_recover(tavo_device* device, const tavo_control* control, tavo_health* health,
                                   tavo_report** report, tavo_error* error);
+
+// --- What this computer remembers
+
+/// A run that began to change a flash and was cut off: by a kill, a crash, a pulled plug.
+typedef struct tavo_interrupted_run {
+    uint32_t size;
+    uint32_t found;     ///< 0: there is none, and the rest is empty
+    uint32_t flash;     ///< TAVO_FLASH_...: what the flash holds after it
+    uint32_t spare;     ///< 0
+    char image[1024];   ///< path of the file that was being programmed; empty for an erase
+    char sha256[72];    ///< identity of the image; may be empty
+    char started[40];   ///< local time with its offset from UTC: "2024-05-01T14:03:59+0200"
+    char backup[1024];  ///< path of what was in the flash before; empty without a backup
+    char text[512];     ///< for people: what was going on, and what the flash holds now
+    char hint[1024];    ///< what to do about it
+} tavo_interrupted_run;
+/// Looks whether one is remembered of this interface, which then has to be programmed anew. Asks only the files of
+/// this computer, at once.
+TAVO_API tavo_result tavo_find_interrupted_run(const tavo_device* device, tavo_interrupted_run* run, tavo_error* error);
 
 #ifdef __cplusplus
 }
