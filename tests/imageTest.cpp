@@ -10,16 +10,20 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <sstream>
 
 #include "tavo/hexFileReader.h"
 #include "tavo/service/files.h"
 #include "tavo/service/imageFile.h"
+#include "tavo/service/operation.h"
+#include "tavo/service/range.h"
 #include "tavo/service/text.h"
 
 namespace {
 
+using tavo::AddressRange;
 using tavo::Format;
 using tavo::Image;
 using tavo::ImageFile;
@@ -172,12 +176,12 @@ TEST_F(ImageTest, EveryFaultIsToldWithItsLineAndARemedyInBothModes) {
     std::string wrong = good[1];
     wrong.back() = wrong.back() == '0' ? '1' : '0';
     const std::vector<BadFile> files{
-        {"empty", "", 0, "the file is empty", "name the Intel HEX file"},
+        {"empty", "", 0, "the file is empty", "name the image"},
         {"text", "this is a note\n", 1, "begins with 't', a record begins with ':'", "damaged"},
         {"comment line", "# made today\n" + joined(good), 1, "a comment ('#')", "comments out"},
         {"a damaged start code is no comment", with(1, ";" + good[1].substr(1)), 2, "a comment (';')", "comments out"},
         {"comment behind", with(0, good[0] + "  ; reset"), 1, "a comment in column 78", "comments out"},
-        {"binary", "\x01\x02\x03", 1, "byte 0x01: not a text file, so not Intel HEX", "ends in .bin"},
+        {"binary", "\x01\x02\x03", 1, "byte 0x01: not a text file, so not Intel HEX", "--format bin"},
         {"checksum", with(1, wrong), 2, "wrong checksum: expected " + good[1].substr(good[1].size() - 2), "damaged"},
         {"digit", with(0, ":2000G000"), 1, "'G' in column 6 is no hexadecimal digit", "damaged"},
         {"colon", with(2, ":"), 3, "too short for a record", "damaged"},
@@ -196,7 +200,7 @@ TEST_F(ImageTest, EveryFaultIsToldWithItsLineAndARemedyInBothModes) {
          "data at 0x1000000 to 0x1000000 lies above 24 address bits (0xFFFFFF)", "from address 0"},
         {"across 24 bits", joined({record(4, 0, {0, 0xFF}), record(0, 0xFFFF, {1, 2}), kEnd}), 2, "data at 0xFFFFFF to",
          ""},
-        {"no data", kEnd + "\n", 0, "no data at all", "name the Intel HEX file"},
+        {"no data", kEnd + "\n", 0, "no data at all", "name the image"},
         {"too long", ":" + std::string(300000, '0') + "\n" + kEnd + "\n", 1, "longer than the longest record", "name"},
     };
     for (const auto& file : files) {
@@ -245,7 +249,11 @@ TEST_F(ImageTest, DataAboveTheChipAreRefusedBeforeOrAfterItIsKnown) {
     EXPECT_FALSE(known.faultAbove(1 << 21));
     EXPECT_THAT(known.faultAbove(0x100800)->text, HasSubstr("data at 0x0FFFC0 to 0x100FBF"));
     const auto binary = check(std::string(0x100001, 'x'), small, "image.bin");
-    EXPECT_THAT(binary.faults.front().text, HasSubstr("data at 0x000000 to 0x100000 lies above the chip"));
+    const auto binaryLater = check(std::string(0x100001, 'x'), {}, "image.bin").faultAbove(1 << 20);
+    for (const auto& fault : {binary.faults.front(), *binaryLater}) {
+        EXPECT_EQ(tavo::faultText(fault),
+                  "offset 0x100000: data at 0x000000 to 0x100000 lies above the chip's last address (0x0FFFFF)");
+    }
 }
 
 // ---- forms of Intel HEX
@@ -538,15 +546,16 @@ TEST_F(ImageTest, ElfIsReadByThePhysicalAddressesOfItsSegments) {
         {"hardly begun", text.substr(0, 10), 0, "not a sound ELF file", "linked"},
         {"object", elf32(ET_REL, parts), 0, "object file that is not linked", "linked"},
         {"nothing to load", elf32(ET_EXEC, {}), 0, "no data at all", ""},
-        {"above", elf32(ET_EXEC, {{0x08000000, {1}}}), 0, "data at 0x8000000 to 0x8000000 lies above 24 address bits",
+        {"above", elf32(ET_EXEC, {{0xFFFFFE, {1, 2, 3}}, {0x08000000, {1}}}), 0,
+         "offset 0x76: data at 0xFFFFFE to 0x1000000 lies above 24 address bits (0xFFFFFF), here and in 1 more segment",
          "link"},
-        {"overlap", elf32(ET_EXEC, {{0, {1}}, {0, {2}}}), 0, "overlaps earlier data", "memory map"},
+        {"overlap", elf32(ET_EXEC, {{0, {1, 1}}, {1, {2}}}), 0, "offset 0x76: overlaps earlier data", "memory map"},
     };
     for (const auto& file : files) {
         SCOPED_TRACE(file.name);
         const auto found = check(file.text);
         ASSERT_FALSE(found.isGood());
-        EXPECT_THAT(found.faults.front().text, HasSubstr(file.fault));
+        EXPECT_THAT(tavo::faultText(found.faults.front()), HasSubstr(file.fault));
         EXPECT_THAT(found.faults.front().hint, HasSubstr(file.hint));
     }
 }
@@ -559,8 +568,13 @@ TEST_F(ImageTest, TheFormatIsToldByContentThenByNameThenNamed) {
     EXPECT_EQ(check(data, {}, "image.bin").format, Format::Hex);
     EXPECT_EQ(check(data.substr(0, 11) + "\x01" + data.substr(12), {}, "image.bin").format, Format::Hex);
     EXPECT_EQ(check("\x01\x02", {}, "x.BIN").image, imageOf(0, {1, 2}));
-    EXPECT_EQ(check("\x01\x02", {}, "x.bin").changes.front(), "raw binary read, its first byte at 0x000000");
+    EXPECT_EQ(check("\x01\x02", {}, "x.bin").changes.front(),
+              "raw binary read, its first byte at 0x000000 as no other address is given");
     EXPECT_EQ(check("\x01\x02", forced, "x").image, imageOf(0x100, {1, 2}));
+    EXPECT_EQ(check("\x01\x02", forced, "x").changes.front(), "raw binary read, its first byte at 0x000100");
+    forced.format = Format::Automatic;
+    EXPECT_THAT(check(data, forced).faults.front().text, HasSubstr("Intel HEX has addresses of its own"));
+    forced.address.reset();
     forced.format = Format::SRecord;
     const auto refused = check(data, forced);
     EXPECT_EQ(refused.faults.front().text, "Intel HEX, not Motorola S-record");
@@ -617,6 +631,100 @@ TEST_F(ImageTest, AStreamIsReadLikeAFile) {
     const auto file = tavo::checkImage(ends[0], "standard input");
     close(ends[0]);
     EXPECT_EQ(file.image, imageOf(0x30, noise(100)));
+    ASSERT_EQ(pipe(ends), 0);  // nothing comes, and somebody gives up
+    tavo::CancelToken token;
+    token.cancel();
+    ReadOptions options;
+    options.cancel = &token;
+    EXPECT_THROW(tavo::checkImage(ends[0], "standard input", options), tavo::Error);
+    for (const int end : ends) close(end);
+}
+
+// ---- ranges
+
+std::string refused(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const tavo::Error& error) {
+        std::string text = std::string(error.what()) + " - " + error.hint;
+        for (const auto& detail : error.details) text += "\n" + detail;
+        return text;
+    }
+    return "taken";
+}
+
+TEST_F(ImageTest, RangesAreReadAsPeopleWriteThem) {
+    const std::vector<tavo::NamedRange> layout{{"boot", {0, 0xFFF}}, {"1+1", {7, 7}}};
+    const std::vector<std::pair<const char*, AddressRange>> good{{"0x10000-0x1FFFF", {0x10000, 0x1FFFF}},
+                                                                 {"16-31", {16, 31}},
+                                                                 {"64K+4K", {0x10000, 0x10FFF}},
+                                                                 {"0+16M", {0, 0xFFFFFF}},
+                                                                 {"5-5", {5, 5}},
+                                                                 {"0x1fffff+1", {0x1FFFFF, 0x1FFFFF}},
+                                                                 {"boot", {0, 0xFFF}},
+                                                                 {"1+1", {7, 7}},
+                                                                 {"010-011", {10, 11}},
+                                                                 {"1m-0x10FFFF", {0x100000, 0x10FFFF}},
+                                                                 {"0-16777215", {0, 0xFFFFFF}}};
+    for (const auto& [text, range] : good) EXPECT_EQ(tavo::parseRange(text, layout), range) << text;
+    const std::vector<std::pair<const char*, const char*>> bad{{"", "is no range"},
+                                                               {"0", "a name of the layout: boot, 1+1"},
+                                                               {"-5", "is no range"},
+                                                               {"0x-5", "is no range"},
+                                                               {"1-2-3", "is no range"},
+                                                               {"0- 5", "is no range"},
+                                                               {"1G+1", "is no range"},
+                                                               {"0xFFFFFFFFFFFFFFFFF-1", "is no range"},
+                                                               {"2-1", "ends before"},
+                                                               {"5+0", "holds no byte"},
+                                                               {"16M+1", "24 address bits"},
+                                                               {"0xFFFFFF+2", "24 address bits"},
+                                                               {"4294967295+4294967295", "24 address bits"},
+                                                               {"0-64K", "write FIRST+SIZE, or 0x000000-0x00FFFF"}};
+    for (const auto& [text, fault] : bad)
+        EXPECT_THAT(refused([&] { tavo::parseRange(text, layout); }), HasSubstr(fault)) << text;
+    EXPECT_THAT(refused([&] { tavo::parseRange("boot"); }), HasSubstr("--layout"));
+}
+
+TEST_F(ImageTest, LayoutFilesNameRangesAndTheirFaultsHaveLines) {
+    const auto layout = tavo::readLayout(
+        save("# the chip\r\n00000000:00000fff boot\r\n\n  0x1000-1FFF\tapp-1 # and more\n2000-2000 last", "layout"));
+    ASSERT_THAT(layout, SizeIs(3));
+    EXPECT_EQ(layout[0].name + layout[1].name + layout[2].name, "bootapp-1last");
+    EXPECT_EQ(layout[0].range, (AddressRange{0, 0xFFF}));
+    EXPECT_EQ(layout[1].range, (AddressRange{0x1000, 0x1FFF}));
+    EXPECT_EQ(layout[2].range, (AddressRange{0x2000, 0x2000}));
+    const std::string text = refused([&] {
+        tavo::readLayout(save("0-FFF a\n1000-1FFF a\n2000-2FFF\nx-y z\n30-20 c\n0-1000000 d\n0-1 e f\n", "bad"));
+    });
+    EXPECT_THAT(text, HasSubstr("bad refused: line 2: 'a' is named twice"));
+    for (const char* fault :
+         {"line 3: '2000-2FFF': no name - write it as", "line 4: 'x-y' is no range", "line 5: '30-20' ends",
+          "line 6: '0-1000000' reaches beyond 24", "line 7: more than a range and a name"}) {
+        EXPECT_THAT(text, HasSubstr(fault));
+    }
+    EXPECT_THAT(refused([&] { tavo::readLayout(save("# nothing\n", "none")); }), HasSubstr("it names no range"));
+    EXPECT_THAT(refused([&] { tavo::readLayout(save(std::string(2 << 20, 'x'), "long")); }), HasSubstr("longer"));
+}
+
+TEST_F(ImageTest, TheNearestRangesOnSectorBordersAreFound) {
+    using tavo::alignedRanges;
+    EXPECT_THAT(alignedRanges({0x1000, 0x2FFF}, 0x1000), ElementsAre(AddressRange{0x1000, 0x2FFF}));
+    EXPECT_THAT(alignedRanges({0x0FFF, 0x3000}, 0x1000),
+                ElementsAre(AddressRange{0, 0x3FFF}, AddressRange{0x1000, 0x2FFF}));
+    EXPECT_THAT(alignedRanges({0x1800, 0x27FF}, 0x1000),
+                ElementsAre(AddressRange{0x1000, 0x2FFF}, AddressRange{0x1000, 0x1FFF}));
+    EXPECT_THAT(alignedRanges({0x1001, 0x1001}, 0x1000), ElementsAre(AddressRange{0x1000, 0x1FFF}));
+    EXPECT_THAT(alignedRanges({0xFFFFFE, 0xFFFFFF}, 0x1000), ElementsAre(AddressRange{0xFFF000, 0xFFFFFF}));
+}
+
+TEST_F(ImageTest, APartOfAnImageHasItsBytesInTheRangeOnly) {
+    Image image = imageOf(0xFFF0, noise(0x130));
+    image.add(0xFFFFFF, Bytes{7}.data(), 1);
+    const auto all = noise(0x130);
+    EXPECT_EQ(image.part({0xFFF8, 0x10100}), imageOf(0xFFF8, Bytes(all.begin() + 8, all.begin() + 0x111)));
+    EXPECT_EQ(image.part({0, 0xFFFFFF}), image);
+    EXPECT_TRUE(image.part({0x10200, 0xFFFFFE}).isEmpty());
 }
 
 TEST_F(ImageTest, OtherPeoplesToolsReadAndWriteTheSame) {

@@ -45,13 +45,18 @@ public:
     void seconds(const char* nameWithUsual, std::string& value, double low, double high, const char* help);
     /// Bytes, with K or M: "512K".
     void size(const char* names, std::optional<unsigned>& value, const char* help);
-    /// One of a few words.
+    /// An address: "0x10000", "64K".
+    void address(const char* names, std::optional<std::uint32_t>& value, const char* help);
+    /// An option that is one of a few words; value holds the one it has without.
+    void choice(const char* names, const char* metavar, std::string& value, const std::vector<std::string>& allowed,
+                const char* help);
+    /// An argument that is one of a few words.
     void word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help);
     /// Marks a value declared before as a file that the command writes: with several devices there
     /// must be a {serial} in it. (In every text argument {serial} is replaced.)
     void isOutput(std::string& value) { outputs_.push_back(&value); }
 
-    /// The words that an argument may be, by the argument's name.
+    /// The words that an argument or option may be, by its name.
     const std::map<std::string, std::vector<std::string>>& choices() const { return choices_; }
     const std::vector<std::string*>& texts() const { return texts_; }
     const std::vector<std::string*>& outputs() const { return outputs_; }

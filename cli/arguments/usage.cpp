@@ -13,6 +13,7 @@
 #include "cli/output/log.h"
 #include "cli/output/progress.h"
 #include "cli/output/report.h"
+#include "tavo/service/range.h"
 
 namespace cli {
 
@@ -53,32 +54,37 @@ void Arguments::word(const char* name, std::string& value, const std::vector<std
     app_.add_option(name, value, help)->required()->check(CLI::IsMember(allowed))->type_name("");
 }
 
+void Arguments::choice(const char* names, const char* metavar, std::string& value,
+                       const std::vector<std::string>& allowed, const char* help) {
+    choices_[names] = allowed;
+    app_.add_option(names, value, help)->check(CLI::IsMember(allowed))->type_name(metavar);
+}
+
 namespace {
 
-unsigned parseSize(const std::string& text) {
-    std::size_t digits = 0;
-    unsigned long long value = 0;
-    try {
-        value = std::stoull(text, &digits, 0);
-    } catch (const std::exception&) {
-        digits = 0;
-    }
-    const std::string unit = text.substr(digits);
-    if (unit == "K" || unit == "k") value *= 1024;
-    if (unit == "M" || unit == "m") value *= 1024 * 1024;
-    const bool known = unit.empty() || unit == "K" || unit == "k" || unit == "M" || unit == "m";
-    if (digits == 0 || !known || value == 0 || value > 0x80000000ULL) {
-        throw CLI::ValidationError("'" + text + "' is no size: 65536, 512K, 1M");
-    }
-    return static_cast<unsigned>(value);
+std::uint32_t parsed(const std::string& text, std::uint64_t least, std::uint64_t most, const char* what) {
+    const auto value = tavo::parseNumber(text);
+    if (value && *value >= least && *value <= most) return static_cast<std::uint32_t>(*value);
+    throw CLI::ValidationError("'" + text + "' is no " + what);
 }
 
 }  // namespace
 
 void Arguments::size(const char* names, std::optional<unsigned>& value, const char* help) {
     app_.add_option_function<std::string>(
-            names, [&value](const std::string& text) { value = parseSize(text); }, help)
+            names, [&value](const std::string& text) { value = parsed(text, 1, 0x80000000U, "size: 65536, 512K, 1M"); },
+            help)
         ->type_name("SIZE");
+}
+
+void Arguments::address(const char* names, std::optional<std::uint32_t>& value, const char* help) {
+    app_.add_option_function<std::string>(
+            names,
+            [&value](const std::string& text) {
+                value = parsed(text, 0, tavo::kAddressable - 1, "address of the flash: 0x10000, 65536, 64K");
+            },
+            help)
+        ->type_name("ADDRESS");
 }
 
 namespace {
@@ -419,13 +425,14 @@ std::string valueName(const CLI::Option& option) {
     return type.substr(0, type.find(':'));  // what follows are the checks
 }
 
-std::vector<OptionWords> optionWords(const CLI::App& app) {
+using Choices = std::map<std::string, std::vector<std::string>>;
+
+std::vector<OptionWords> optionWords(const CLI::App& app, const Choices& choices) {
     std::vector<OptionWords> words;
     for (const CLI::Option* option : app.get_options()) {
         if (option->get_positional() || option->get_group().empty()) continue;
         OptionWords row{namesOf(*option), option->get_description(), valueName(*option), {}};
-        if (option->check_name("--progress")) row.choices = kProgressModes;
-        if (option->check_name("--color")) row.choices = kColorModes;
+        if (const auto found = choices.find(option->get_name()); found != choices.end()) row.choices = found->second;
         words.push_back(row);
     }
     return words;
@@ -463,9 +470,11 @@ std::string helpText(const std::vector<std::string>& words) {
 
 std::vector<CommandWords> commandWords() {
     CommandLine line;
-    std::vector<CommandWords> words{{"", "", optionWords(line.app), {}}};
+    std::vector<CommandWords> words{
+        {"", "", optionWords(line.app, {{"--progress", kProgressModes}, {"--color", kColorModes}}), {}}};
     for (const auto& entry : line.entries) {
-        words.push_back({entry.command->name, entry.command->summary, optionWords(*entry.app), argumentWords(entry)});
+        words.push_back({entry.command->name, entry.command->summary, optionWords(*entry.app, entry.choices),
+                         argumentWords(entry)});
     }
     return words;
 }

@@ -2,16 +2,16 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/commands/imageFile.h"
 #include "cli/output/map.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
-#include "tavo/service/imageFile.h"
 
 namespace cli {
 namespace {
 
 struct Options {
-    std::string file;
+    ImageArguments image;
     std::optional<unsigned> flashSize;
     bool map = false;
 };
@@ -25,12 +25,13 @@ void fillResult(Json& result, const tavo::ImageFile& file) {
         result["ranges"].push_back({{"first", range.first}, {"last", range.last}});
     }
     result["eof"] = file.endOfFileRecord;
-    result["sha256"] = file.sha256.empty() ? Json(nullptr) : Json(file.sha256);
     result["error_count"] = file.faultCount;
     result["errors"] = Json::array();
     for (const auto& fault : file.faults) {
-        result["errors"].push_back(
-            {{"line", fault.line == 0 ? Json(nullptr) : Json(fault.line)}, {"text", fault.text}, {"hint", fault.hint}});
+        result["errors"].push_back({{"line", fault.line == 0 ? Json(nullptr) : Json(fault.line)},
+                                    {"offset", fault.offset ? Json(*fault.offset) : Json(nullptr)},
+                                    {"text", fault.text},
+                                    {"hint", fault.hint}});
     }
 }
 
@@ -45,7 +46,9 @@ std::string summary(const tavo::ImageFile& file) {
     const auto ranges = file.image.ranges();
     return "OK: " + tavo::countText(file.image.touchedPages(), "page") + ", " + tavo::hexAddress(ranges.front().first) +
            "-" + tavo::hexAddress(ranges.back().last) + ", " + tavo::countText(ranges.size() - 1, "gap") +
-           ", end of file record present, sha256 " + file.sha256;
+           (file.format == tavo::Format::Hex || file.format == tavo::Format::SRecord ? ", end of file record present"
+                                                                                     : "") +
+           ", sha256 " + file.image.identity();
 }
 
 /// The chip of a device that was named has the last word. Asked only about a file that is good otherwise.
@@ -62,10 +65,9 @@ std::optional<unsigned> checkAgainstDevice(Session& session, tavo::ImageFile& fi
 }
 
 void check(Session& session, const Options& options) {
-    tavo::ReadOptions reading;
-    reading.strict = true;
+    tavo::ReadOptions reading = readOptions(options.image);
     reading.chipSize = std::min<std::uint32_t>(options.flashSize.value_or(tavo::kAddressable), tavo::kAddressable);
-    tavo::ImageFile file = tavo::checkImage(options.file, reading);
+    tavo::ImageFile file = *lookAtImage(session, options.image, reading);
     auto size = options.flashSize;
     if (!size && session.hasDevice() && file.isGood() && !session.options.dryRun)
         size = checkAgainstDevice(session, file);
@@ -73,10 +75,11 @@ void check(Session& session, const Options& options) {
     if (!file.isGood()) {
         listFaults(session.report, file);
         throw tavo::Error(tavo::Problem::FileRefused,
-                          options.file + " refused: " + tavo::countText(file.faultCount, "fault"),
+                          inputName(options.image.file) + " refused: " + tavo::countText(file.faultCount, "fault"),
                           file.faults.front().hint);
     }
     session.report.note(summary(file));
+    if (!file.changes.empty()) session.report.note(conversionText(file));
     if (options.map) tellMap(session.report, tavo::mapImage(file.image, size.value_or(0)));
 }
 
@@ -84,7 +87,7 @@ void check(Session& session, const Options& options) {
 
 Run declareCheck(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    arguments.required("FILE", options->file, "the Intel HEX file");
+    declareImage(arguments, "FILE", kImageHelp, options->image);
     arguments.size("--flash-size", options->flashSize,
                    "size of the chip it is for: 512K, 1M (default: that of the device named by -d)");
     arguments.flag("--map", options->map, "draw where the data lie in the chip");

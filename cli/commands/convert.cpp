@@ -1,61 +1,74 @@
+#include <unistd.h>
+
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/commands/imageFile.h"
 #include "cli/running/session.h"
 #include "tavo/service/files.h"
-#include "tavo/service/imageFile.h"
 
 namespace cli {
 namespace {
 
 struct Options {
-    std::string in;
+    ImageArguments in;
     std::string out;
+    std::string to = "auto";
     bool force = false;
 };
 
-tavo::ImageFile readAll(const std::string& path) {
-    tavo::ReadOptions reading;
+tavo::ImageFile readAll(const ImageArguments& in) {
+    tavo::ReadOptions reading = readOptions(in);
     reading.keepPieces = true;  // records stay as long and in the order they were
     reading.digest = false;
-    tavo::ImageFile file = tavo::checkImage(path, reading);
+    tavo::ImageFile file = readImageFile(in.file, reading);
     if (file.isGood()) return file;
     const auto& fault = file.faults.front();
-    throw tavo::Error(tavo::Problem::FileRefused, path + " cannot become a flash image: " + tavo::faultText(fault),
-                      fault.hint);
+    throw tavo::Error(tavo::Problem::FileRefused,
+                      inputName(in.file) + " cannot become a flash image: " + tavo::faultText(fault), fault.hint);
+}
+
+/// Standard output may be the file's.
+void tell(Session& session, bool onError, const std::string& text) {
+    if (!onError) return session.report.note(text);
+    if (!session.options.quiet) console().line("tavo-util: " + text);
 }
 
 void convert(Session& session, const Options& options) {
-    tavo::NewFile out(options.out, options.force);
-    const tavo::ImageFile file = readAll(options.in);
-    tavo::WriteOptions writing;
-    writing.format = tavo::formatByName(options.out);
-    if (writing.format == tavo::Format::Automatic || writing.format == tavo::Format::Elf) {
-        writing.format = tavo::Format::Hex;
-    }
-    if (writing.format == tavo::Format::Hex) writing.pieces = file.pieces;
-    const auto written = tavo::writeImage(file.image, out.descriptor(), options.out, writing);
     Report& report = session.report;
+    const bool toOutput = isStandardStream(options.out);
+    if (toOutput) requireFreeOutput(report);
+    tavo::WriteOptions writing;
+    writing.format = writtenFormat(options.out, options.to);
+    std::unique_ptr<tavo::NewFile> out;
+    if (!toOutput) out = std::make_unique<tavo::NewFile>(options.out, options.force);
+    const tavo::ImageFile file = readAll(options.in);
+    if (writing.format == tavo::Format::Hex) writing.pieces = file.pieces;
     const std::string pages = tavo::countText(file.image.touchedPages(), "page");
     report.result["changed"] = file.changes;
     report.result["pages"] = file.image.touchedPages();
-    report.result["sha256"] = written.sha256;
+    report.result["sha256"] = file.image.identity();
     if (session.options.dryRun) {
         report.line("would write " + options.out + ": " + pages);
     } else {
-        out.commit();
-        report.note(options.out + ": " + pages + ", sha256 " + written.sha256);
+        const auto written =
+            tavo::writeImage(file.image, toOutput ? STDOUT_FILENO : out->descriptor(), options.out, writing);
+        report.result["file_sha256"] = written.sha256;
+        if (out) out->commit();
+        tell(session, toOutput, options.out + ": " + pages + ", sha256 " + file.image.identity());
     }
-    for (const auto& change : file.changes) report.note("  " + change);
-    if (file.changes.empty()) report.note("  nothing had to be changed");
+    tell(session, toOutput, file.changes.empty() ? "nothing had to be changed" : conversionText(file));
 }
 
 }  // namespace
 
 Run declareConvert(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    arguments.required("IN", options->in, "an image: Intel HEX, S-record, ELF, gzip of them, or .bin");
-    arguments.required("OUT", options->out, "the file to write: Intel HEX, or by its ending .s19 .srec .bin");
+    declareImage(arguments, "IN", kImageHelp, options->in);
+    arguments.required("OUT", options->out,
+                       "the file to write, told by its ending: .hex .srec .bin; - is standard output");
+    arguments.choice("--to", "FORMAT", options->to, kWrittenFormats,
+                     "what is written: auto (told by the name), hex, srec, bin");
     arguments.flag("-f,--force", options->force, "replace OUT if it exists");
     return [options](Session& session) { convert(session, *options); };
 }

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/commands/imageFile.h"
 #include "cli/running/session.h"
 #include "tavo/service/files.h"
 #include "tavo/service/flash.h"
@@ -12,18 +13,16 @@ namespace {
 
 struct Options {
     std::string file;
+    std::string format = "auto";
     bool force = false;
 };
 
 void dump(Session& session, const Options& options) {
     Report& report = session.report;
-    const bool toOutput = options.file == "-";
-    if (toOutput && report.isJson()) {
-        throw tavo::Error(tavo::Problem::BadArgument, "the image and the JSON object cannot share standard output",
-                          "name a file, or leave --json out");
-    }
+    const bool toOutput = isStandardStream(options.file);
+    if (toOutput) requireFreeOutput(report);
     tavo::WriteOptions how;
-    how.format = tavo::dumpFormat(options.file);
+    how.format = writtenFormat(options.file, options.format);
     if (session.options.dryRun) {
         report.note("would read the whole flash of " + session.deviceName() + " into " + options.file);
         return;
@@ -50,6 +49,8 @@ Run declareDump(Arguments& arguments) {
                        "the file to write: Intel HEX, .srec S-record, .bin raw binary, - standard output; {serial} "
                        "stands for the serial number");
     arguments.isOutput(options->file);
+    arguments.choice("--format", "FORMAT", options->format, kWrittenFormats,
+                     "what is written: auto (told by the name), hex, srec, bin");
     arguments.flag("-f,--force", options->force, "replace FILE if it exists");
     return [options](Session& session) { dump(session, *options); };
 }

@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/commands/imageFile.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
 
@@ -9,22 +10,10 @@ namespace cli {
 namespace {
 
 struct Options {
-    std::string file;
+    ImageArguments image;
     bool convert = false;
     tavo::ProgramOptions how;
 };
-
-tavo::ImageFile checkFile(Session& session, const Options& options) {
-    session.progress.begin("check");
-    tavo::ReadOptions reading;
-    reading.strict = !options.convert;
-    tavo::ImageFile file = tavo::checkImage(options.file, reading);
-    if (!file.isGood()) throw tavo::refusal(options.file, file);
-    if (options.convert) session.report.result["changed"] = file.changes;
-    for (const auto& change : file.changes) session.report.note("converted: " + change);
-    session.progress.end(countText(file.image.touchedPages(), "page"));
-    return file;
-}
 
 std::string steps(const Session& session, const Options& options, const tavo::ProgramForecast& forecast) {
     std::string text = "would ";
@@ -43,7 +32,6 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["pages_planned"] = forecast.pagesWritten;
     report.result["pages_blank"] = forecast.pagesBlank;
     report.result["estimated_seconds"] = forecast.seconds;
-    report.result["sha256"] = file.sha256;
     report.line(steps(session, options, forecast));
     report.line("about " + secondsText(std::ceil(forecast.seconds)) + " on a device for every page" +
                 (options.how.full ? "" : ", 9.5 s a MiB of the chip to read it") +
@@ -77,13 +65,12 @@ void tellDone(Session& session, const tavo::ProgramResult& done) {
 }
 
 void program(Session& session, Options& options) {
-    const tavo::ImageFile file = checkFile(session, options);
-    options.how.imageName = options.file;
-    options.how.file = &file;
-    if (session.options.dryRun) return tellPlan(session, options, file);
-    session.report.result["sha256"] = file.sha256;
+    const auto file = readImage(session, options.image);
+    if (!isStandardStream(options.image.file)) options.how.imageName = options.image.file;
+    options.how.file = file.get();
+    if (session.options.dryRun) return tellPlan(session, options, *file);
     session.report.result["backup"] = nullptr;
-    const auto done = tavo::programFlash(session.device(), file.image, options.how, session.control());
+    const auto done = tavo::programFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tellDone(session, done);
 }
@@ -92,14 +79,14 @@ void program(Session& session, Options& options) {
 
 Run declareProgram(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    arguments.required("FILE", options->file, "the Intel HEX file");
+    declareImage(arguments, "FILE", kImageHelp, options->image);
     arguments.flag("--full", options->how.full, "erase the whole flash and program every page, without looking first");
     arguments.flag("--if-different", options->how.ifDifferent,
                    "leave the flash alone if it holds just this image; done anyway without --full");
     arguments.text("--backup", "OUT", options->how.backup,
                    "save the whole flash in OUT before the erase; {serial} is replaced");
     arguments.isOutput(options->how.backup);
-    arguments.flag("--convert", options->convert, "convert the file on the way, as the command convert does");
+    arguments.flag("--convert", options->convert, "what is done anyway; kept for scripts");
     return [options](Session& session) { program(session, *options); };
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "cli/commands/commands.h"
+#include "cli/commands/imageFile.h"
 #include "cli/output/map.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
@@ -13,7 +14,7 @@ namespace {
 constexpr std::size_t kListedDifferences = 20;
 
 struct Options {
-    std::string file;
+    ImageArguments image;
     bool map = false;
     tavo::VerifyOptions how;
 };
@@ -61,28 +62,23 @@ void tell(Session& session, const tavo::VerifyResult& done) {
 }
 
 void verify(Session& session, Options& options) {
-    session.progress.begin("check");
-    tavo::ReadOptions reading;
-    reading.strict = true;
-    const tavo::ImageFile file = tavo::checkImage(options.file, reading);
-    if (!file.isGood()) throw tavo::refusal(options.file, file);
-    session.progress.end(countText(file.image.touchedPages(), "page"));
+    const auto file = readImage(session, options.image);
     if (session.options.dryRun) return session.report.note("would read the flash and compare");
-    options.how.file = &file;
-    options.how.imageName = options.file;
+    options.how.file = file.get();
+    options.how.imageName = inputName(options.image.file);
     options.how.whole = options.map;
     options.how.every = options.how.every || options.map;
-    const auto done = tavo::verifyFlash(session.device(), file.image, options.how, session.control());
+    const auto done = tavo::verifyFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tell(session, done);
-    if (options.map) tellMap(session.report, tavo::mapComparison(file.image, done.contents, done.chip.size));
+    if (options.map) tellMap(session.report, tavo::mapComparison(file->image, done.contents, done.chip.size));
 }
 
 }  // namespace
 
 Run declareVerify(Arguments& arguments) {
     auto options = std::make_shared<Options>();
-    arguments.required("FILE", options->file, "the Intel HEX file to compare with");
+    declareImage(arguments, "FILE", kImageHelp, options->image);
     arguments.flag("--rest-blank", options->how.restBlank, "what the file does not cover must be erased (FF)");
     arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
     arguments.flag("--map", options->map,

@@ -14,6 +14,7 @@
 #include "cli/output/progress.h"
 #include "cli/output/report.h"
 #include "cli/output/stopwatch.h"
+#include "cli/running/images.h"
 #include "cli/running/interrupt.h"
 #include "cli/running/outcome.h"
 #include "tavo/service/device.h"
@@ -34,6 +35,8 @@ public:
     Log log;
     Progress progress{log};
     Report report{log, progress};
+    /// Shared by all devices of one command line.
+    std::shared_ptr<Images> images = std::make_shared<Images>();
     Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
     bool hasDevice() const { return device_.has_value(); }

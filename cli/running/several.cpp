@@ -90,11 +90,12 @@ void checkOutputs(const Invocation& invocation, const std::vector<Member>& membe
     }
 }
 
-void prepare(Member& member, int argc, char** argv) {
+void prepare(Member& member, const Session& whole, int argc, char** argv) {
     member.invocation = readCommandLine(argc, argv);
     member.invocation.options.devices = {member.spec};
     member.invocation.options.all = false;
     member.session = std::make_unique<Session>(member.invocation.options, *member.invocation.command);
+    member.session->images = whole.images;
     member.session->setName(member.name, member.spec);
 }
 
@@ -159,7 +160,7 @@ Exit runSeveral(Session& session, const Invocation& invocation, int argc, char**
     if (session.command.asks != nullptr && !session.options.dryRun) {
         session.confirm(std::string(session.command.asks) + " of " + countText(members.size(), "interface") + "?");
     }
-    for (auto& member : members) prepare(member, argc, argv);
+    for (auto& member : members) prepare(member, session, argc, argv);
     workOnAll(members);
     return tellResults(members, invocation);
 }

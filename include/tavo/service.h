@@ -285,7 +285,7 @@ typedef struct tavo_read_options {
     uint32_t format;     ///< TAVO_FORMAT_...; automatic: by the content, and raw binary by the name's ending (.bin)
     uint32_t strict;     ///< 1: plain Intel HEX only: record types 00, 01 and 04, line feeds, nothing else
     uint32_t chip_size;  ///< data above it are a fault: bytes; 0: 16 MiB, which is all that can be addressed
-    uint32_t address;    ///< of the first byte of a raw binary
+    uint32_t address;    ///< of the first byte of a raw binary; other than 0 a fault for the other formats
     uint32_t spare;      ///< 0
 } tavo_read_options;
 

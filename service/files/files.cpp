@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,8 +9,24 @@
 #include <utility>
 
 #include "tavo/service/files.h"
+#include "tavo/service/operation.h"
 
 namespace tavo {
+namespace {
+
+constexpr int kLookEveryMs = 100;
+
+/// A signal may come just before the wait, or to another thread: neither ends a read.
+void waitForInput(int descriptor, const CancelToken& cancel) {
+    pollfd input{descriptor, POLLIN, 0};
+    for (int found = 0; found == 0;) {
+        if (cancel.isCancelled()) throw Error(Problem::Interrupted, "interrupted");
+        found = poll(&input, 1, kLookEveryMs);
+        if (found < 0 && errno == EINTR) found = 0;
+    }
+}
+
+}  // namespace
 
 Descriptor::~Descriptor() {
     if (descriptor_ >= 0) close(descriptor_);
@@ -46,9 +63,10 @@ std::uint64_t sizeOf(const Descriptor& file) {
     return fstat(file.get(), &facts) == 0 ? static_cast<std::uint64_t>(facts.st_size) : 0;
 }
 
-std::size_t readSome(int descriptor, char* data, std::size_t size, const std::string& name) {
+std::size_t readSome(int descriptor, char* data, std::size_t size, const std::string& name, const CancelToken* cancel) {
     std::size_t filled = 0;
     while (filled < size) {
+        if (cancel != nullptr) waitForInput(descriptor, *cancel);
         const ssize_t count = read(descriptor, data + filled, size - filled);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) throw fileError("read " + name, errno);

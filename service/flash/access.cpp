@@ -163,11 +163,12 @@ void requireFits(Operation& op, const Image& image, const FlashChip& chip, const
     const auto ranges = image.ranges();
     if (ranges.empty() || ranges.back().last < chip.size) return;
     const auto fault = file != nullptr ? file->faultAbove(std::min(chip.size, kAddressable)) : std::nullopt;
-    if (fault) op.fail(refusal(name, *fault));
-    op.fail(Error(Problem::FileRefused,
-                  (name.empty() ? std::string("the image") : name) + " refused: data at " +
-                      hexAddress(ranges.back().last) + " lie above the chip of " + sizeText(chip.size),
-                  "choose an image made for a chip of " + sizeText(chip.size)));
+    const std::string shown = name.empty() ? "the image" : name;
+    if (fault) op.fail(refusal(shown, *fault));
+    op.fail(Error(
+        Problem::FileRefused,
+        shown + " refused: data at " + hexAddress(ranges.back().last) + " lie above the chip of " + sizeText(chip.size),
+        "choose an image made for a chip of " + sizeText(chip.size)));
 }
 
 }  // namespace tavo

@@ -110,14 +110,7 @@ std::vector<AddressRange> readableRanges(const Image& image) {
 }
 
 Format dumpFormat(const std::string& path) {
-    const Format format = formatByName(path);
-    const auto dot = path.rfind('.');
-    const bool packed = dot != std::string::npos && (path.substr(dot) == ".gz" || path.substr(dot) == ".GZ");
-    if (packed || format == Format::Elf) {
-        throw Error(Problem::BadArgument, path + ": a dump is not written in that format",
-                    "choose a name that ends in .hex, .srec or .bin");
-    }
-    return format == Format::Automatic ? Format::Hex : format;
+    return formatToWrite(path);
 }
 
 ReadFlashResult readFlash(Device& device, const Control& control) {

@@ -32,7 +32,7 @@ bool placeSegment(ImageCollector& collector, const std::vector<char>& bytes, std
     // Above 32 bits nothing is placed, so that the end of the addresses cannot be passed.
     const std::uint64_t address = std::min<std::uint64_t>(segment.p_paddr, std::uint64_t{1} << 32);
     collector.place(0, address, reinterpret_cast<const std::uint8_t*>(bytes.data()) + segment.p_offset,
-                    segment.p_filesz);
+                    segment.p_filesz, segment.p_offset);
     return true;
 }
 

@@ -17,11 +17,8 @@ constexpr Named kNames[] = {{"an image", Format::Automatic},
                             {"raw binary", Format::Binary},
                             {"ELF", Format::Elf}};
 
-constexpr Named kWords[] = {{"auto", Format::Automatic},
-                            {"hex", Format::Hex},
-                            {"srec", Format::SRecord},
-                            {"binary", Format::Binary},
-                            {"elf", Format::Elf}};
+constexpr Named kWords[] = {{"auto", Format::Automatic}, {"hex", Format::Hex},       {"srec", Format::SRecord},
+                            {"bin", Format::Binary},     {"binary", Format::Binary}, {"elf", Format::Elf}};
 
 constexpr Named kEndings[] = {{"hex", Format::Hex},      {"ihex", Format::Hex},    {"ihx", Format::Hex},
                               {"srec", Format::SRecord}, {"s19", Format::SRecord}, {"s28", Format::SRecord},
@@ -71,6 +68,17 @@ Format formatByName(const std::string& path) {
         if (name.substr(dot + 1) == row.text) return row.format;
     }
     return Format::Automatic;
+}
+
+Format formatToWrite(const std::string& path) {
+    const Format format = formatByName(path);
+    const auto dot = path.rfind('.');
+    const bool isPacked = dot != std::string::npos && lowered(path.substr(dot)) == ".gz";
+    if (isPacked || format == Format::Elf) {
+        throw Error(Problem::BadArgument, path + ": that format is not written",
+                    "choose a name that ends in .hex, .srec or .bin");
+    }
+    return format == Format::Automatic ? Format::Hex : format;
 }
 
 std::optional<Format> formatByContent(std::string_view head) {

@@ -192,6 +192,20 @@ std::vector<AddressRange> Image::ranges() const {
     return found;
 }
 
+Image Image::part(const AddressRange& range) const {
+    Image found;
+    for (const auto& each : ranges()) {
+        const std::uint64_t end = std::uint64_t{std::min(each.last, range.last)} + 1;
+        for (std::uint64_t at = std::max(each.first, range.first); at < end;) {
+            const std::uint64_t count = std::min(end, (at / kPageSize + 1) * kPageSize) - at;
+            const auto address = static_cast<std::uint32_t>(at);
+            found.add(address, page(address / kPageSize) + address % kPageSize, count);
+            at += count;
+        }
+    }
+    return found;
+}
+
 std::string Image::identity() const {
     Sha256 digest;
     const auto all = ranges();

@@ -26,9 +26,9 @@ enum class Change : std::uint8_t {
 
 /// What to do about a fault; the same words in all formats.
 namespace hint {
-inline constexpr const char* kConvert = "tavo-util convert IN OUT.hex";
+inline constexpr const char* kConvert = "leave --strict out, or convert it: tavo-util convert IN OUT.hex";
 inline constexpr const char* kMakeAgain = "the file is damaged: make or copy it again";
-inline constexpr const char* kWrongFile = "name the Intel HEX file that the firmware's build made";
+inline constexpr const char* kWrongFile = "name the image that the firmware's build made";
 }  // namespace hint
 
 class ImageCollector {
@@ -40,16 +40,19 @@ public:
 
     void fault(std::uint64_t line, const std::string& text, const std::string& remedy);
     /// A fault that many lines may have in common: told once, at the first of them.
-    void cause(const std::string& name, std::uint64_t line, const std::string& text, const std::string& remedy);
+    void cause(const std::string& name, std::uint64_t line, const std::string& text, const std::string& remedy,
+               std::uint64_t offset = 0);
     void change(Change what) { ++changes_[static_cast<std::size_t>(what)]; }
     /// A change that is told as it is, before the counted ones.
     void note(const std::string& text) { file_.changes.push_back(text); }
 
-    /// Data of one record, or of a segment (line 0). Too high: a fault. address is below 2^33.
-    void place(std::uint64_t line, std::uint64_t address, const std::uint8_t* bytes, std::size_t size);
+    /// Data of one record, or of a part of a file without lines (line 0, and its offset). Too high: a fault. address is
+    /// below 2^33.
+    void place(std::uint64_t line, std::uint64_t address, const std::uint8_t* bytes, std::size_t size,
+               std::uint64_t offset = 0);
 
-    /// The fault of data that do not fit.
-    void tooHigh(std::uint64_t line, std::uint64_t first, std::uint64_t last);
+    /// The fault of data that do not fit; offset: of the byte at first.
+    void tooHigh(std::uint64_t line, std::uint64_t first, std::uint64_t last, std::uint64_t offset = 0);
 
     /// Sorts the faults and words the changes; afterwards the file is complete.
     void finish();
@@ -60,6 +63,7 @@ private:
         std::uint64_t lines = 0;
         std::string text;
         std::string remedy;
+        std::uint64_t offset = 0;
     };
 
     ImageFile& file_;

@@ -40,8 +40,8 @@ struct ImageSource::Unpacker {
     bool betweenMembers = false;
 };
 
-ImageSource::ImageSource(int descriptor, const std::string& name, bool withDigest)
-    : descriptor_(descriptor), name_(name), withDigest_(withDigest) {
+ImageSource::ImageSource(int descriptor, const std::string& name, const ReadOptions& options)
+    : descriptor_(descriptor), name_(name), withDigest_(options.digest), cancel_(options.cancel) {
     fillHead();
     const auto packed = head();
     if (packed.substr(0, 3) != "\x1F\x8B\x08") return;  // gzip, deflated
@@ -90,7 +90,7 @@ std::size_t ImageSource::readLimited(char* data, std::size_t size) {
 }
 
 std::size_t ImageSource::readStored(char* data, std::size_t size) {
-    const std::size_t count = readSome(descriptor_, data, size, name_);
+    const std::size_t count = readSome(descriptor_, data, size, name_, cancel_);
     if (withDigest_) digest_.add(data, count);
     stored_ += count;
     return count;

@@ -8,13 +8,14 @@
 #include <vector>
 
 #include "service/image/sha256.h"
+#include "tavo/service/imageFile.h"
 
 namespace tavo {
 
 class ImageSource {
 public:
     /// descriptor stays the caller's. Throws Error when it cannot be read, here and in the other functions.
-    ImageSource(int descriptor, const std::string& name, bool withDigest);
+    ImageSource(int descriptor, const std::string& name, const ReadOptions& options);
     ~ImageSource();
 
     bool isGzip() const { return unpacker_ != nullptr; }
@@ -42,6 +43,7 @@ private:
     int descriptor_;
     const std::string& name_;
     bool withDigest_;
+    const CancelToken* cancel_;
     Sha256 digest_;
     std::vector<char> head_;
     std::size_t headTaken_ = 0;

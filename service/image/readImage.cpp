@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstdio>
 
 #include "service/image/readers.h"
 #include "tavo/service/files.h"
@@ -64,13 +65,15 @@ bool readBinary(ImageSource& source, ImageCollector& collector) {
     constexpr std::size_t kPiece = 64 * 1024;
     const ReadOptions& options = collector.options();
     std::vector<char> bytes(kPiece);
-    std::uint64_t end = options.address;
+    const std::uint32_t first = options.address.value_or(0);
+    std::uint64_t end = first;
     for (std::size_t count = 0; (count = source.read(bytes.data(), kPiece)) > 0; end += count) {
         if (end + count <= options.chipSize)
-            collector.place(0, end, reinterpret_cast<const std::uint8_t*>(bytes.data()), count);
+            collector.place(0, end, reinterpret_cast<const std::uint8_t*>(bytes.data()), count, end - first);
     }
-    if (end > options.chipSize) collector.tooHigh(0, options.address, end - 1);
-    collector.note("raw binary read, its first byte at " + hexAddress(options.address));
+    if (end > options.chipSize) collector.tooHigh(0, first, end - 1);
+    collector.note("raw binary read, its first byte at " + hexAddress(first) +
+                   (options.address ? "" : " as no other address is given"));
     collector.file().endOfFileRecord = true;
     return true;
 }
@@ -80,11 +83,16 @@ ImageFile checkImage(int descriptor, const std::string& name, const ReadOptions&
     limited.chipSize = std::min(options.chipSize, kAddressable);
     ImageFile file;
     ImageCollector collector(file, limited);
-    ImageSource source(descriptor, name, options.digest);
+    ImageSource source(descriptor, name, options);
     const Choice choice = chooseFormat(source, name, options);
     file.format = choice.format;
     if (!choice.fault.empty()) {
         collector.fault(0, choice.fault, choice.remedy);
+        return file;
+    }
+    if (options.address && choice.format != Format::Binary) {
+        collector.fault(0, std::string(formatName(choice.format)) + " has addresses of its own: none can be given",
+                        "leave --address out; a raw binary is named by --format bin");
         return file;
     }
     if (source.isGzip()) collector.note("gzip unpacked");
@@ -116,7 +124,11 @@ Image readImage(const std::string& path, const ReadOptions& options) {
 }
 
 std::string faultText(const ImageFault& fault) {
-    return fault.line == 0 ? fault.text : "line " + std::to_string(fault.line) + ": " + fault.text;
+    if (fault.line > 0) return "line " + std::to_string(fault.line) + ": " + fault.text;
+    if (!fault.offset) return fault.text;
+    char place[32];
+    std::snprintf(place, sizeof place, "offset 0x%llX: ", static_cast<unsigned long long>(*fault.offset));
+    return place + fault.text;
 }
 
 Error refusal(const std::string& name, const ImageFault& fault) {

@@ -99,8 +99,7 @@ bool isPlainText(ImageCollector& collector, const TextLine& line) {
         line.number,
         "byte 0x" + hexByteText(static_cast<unsigned char>(*found)) + ": not a text file, so not " +
             formatName(collector.file().format),
-        "a raw binary? Give it a name that ends in .bin, then: tavo-util convert FILE.bin IMAGE.hex; otherwise name "
-        "the image that the build made");
+        "a raw binary? Say so: --format bin --address ADDRESS; otherwise name the image that the build made");
     return false;
 }
 

@@ -98,6 +98,7 @@ class Completion(ShellTest):
                 ("program image.hex --backup ", {FILES}, {"list"}),
                 ("--js", {"--json"}, {"--color"}),
                 ("convert a.hex ", {FILES}, {"list"}),
+                ("check --format ", {"srec", "bin"}, {"list", FILES}),
                 ("mode ", {"unconfigured", "service"}, {"list", FILES}),
                 ("scb0 ", {"spi", "i2c"}, {FILES}),
                 ("erase ", set(), {"list", "spi", FILES}),

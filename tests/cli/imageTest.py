@@ -25,7 +25,7 @@ BAD_FILES = [
     ("folder", "folder", 8, "directory", ""),
     ("fifo", "fifo", 8, "not a regular file", ""),
     ("empty", b"", 7, "empty", ""),
-    ("binary", noise(3000), 7, "not a text file", "tavo-util convert FILE.bin"),
+    ("binary", noise(3000), 7, "not a text file", "--format bin"),
     ("text", ["this is a note"], 7, "line 1: begins with 't'", ""),
     ("crlf", "crlf", 7, "line 1: carriage return", "convert"),
     ("checksum", [GOOD[0], spoiled(GOOD[1]), *GOOD[2:]], 7, f"line 2: wrong checksum: expected {GOOD[1][-2:]}", ""),
@@ -65,7 +65,8 @@ class BadFiles(ToolTest):
         self.fill_flash(before)
         for name, contents, code, text, hint in BAD_FILES:
             with self.subTest(name):
-                result = self.run_tool("program", self.make(name, contents))
+                strict = ["--strict"] if hint == "convert" else []
+                result = self.run_tool("program", self.make(name, contents), *strict)
                 self.assertExit(result, code)
                 self.assertIn(text, result.err)
                 self.assertIn(hint, result.err.split("  hint:")[1])
@@ -179,7 +180,7 @@ class DamagedFiles(ToolTest):
                        noise(chance.randrange(1, 90), chance.random())) for _ in range(3)]
             lines = self.damaged(chance, image(*pieces, width=chance.choice([1, 16, 21, 32])))
             wanted = self.decoded(lines)
-            result = self.run_tool("--json", "check", self.write("image.hex", lines), device=False)
+            result = self.run_tool("--json", "check", "--strict", self.write("image.hex", lines), device=False)
             self.assertExit(result, 7 if wanted is None else 0)
             if wanted is None:
                 continue

@@ -1,9 +1,12 @@
 """Commands that keep an image safe: dump, verify, blank-check, backup, convert."""
 
+import concurrent.futures
+import gzip
 import hashlib
 import os
 import resource
 import shutil
+import struct
 import subprocess
 import unittest
 
@@ -253,16 +256,22 @@ class Convert(ToolTest):
                 self.assertExit(result, 0)
                 self.assertEqual(self.read("out.hex").decode().splitlines(), wanted)
                 self.assertEqual(len(result.json["result"]["changed"]), changes)
-                self.assertExit(self.run_tool("check", self.path("out.hex"), device=False), 0)
+                self.assertExit(self.run_tool("check", "--strict", self.path("out.hex"), device=False), 0)
 
     def test_the_name_of_the_output_chooses_its_format(self):
         source = self.write("in.hex", image((0, b"abc")))
-        for name, start in (("o.hex", b":"), ("o", b":"), ("o.elf", b":"), ("o.s19", b"S"), ("o.srec", b"S"), ("o.bin", b"abc")):
+        for name, start in (("o.hex", b":"), ("o", b":"), ("o.s19", b"S"), ("o.srec", b"S"), ("o.bin", b"abc")):
             with self.subTest(name):
                 self.assertExit(self.run_tool("convert", source, name, device=False), 0)
                 self.assertTrue(self.read(name).startswith(start), self.read(name))
                 self.assertExit(self.run_tool("convert", "-f", name, "back.hex", device=False), 0)
                 self.assertEqual(self.read("back.hex"), self.read("in.hex"))
+        for args in (["o2.elf"], ["o2.hex.gz"], ["-", "--json"]):
+            self.assertExit(self.run_tool("convert", source, *args, device=False), 2)
+        self.assertEqual([name for name in os.listdir(self.folder) if name.startswith(("o2", "-"))], [])
+        with open(source) as stdin:
+            result = self.run_tool("convert", "-", "-", "--to", "bin", device=False, stdin=stdin)
+        self.assertEqual((result.out, result.err.count("nothing had to be changed")), ("abc", 1))
 
     def test_what_is_not_valid_is_refused_and_nothing_written(self):
         good = image((0, b"abc"))
@@ -292,9 +301,84 @@ class Convert(ToolTest):
                         ["srec_cat", "image.bin", "-Binary", "-o", "image.hex", "-Intel", "-address-length=3"]):
             with self.subTest(command[0]):
                 subprocess.run(command, cwd=self.folder, check=True)
-                self.assertExit(self.run_tool("program", self.path("image.hex")), 7)
-                self.assertExit(self.run_tool("program", "--convert", self.path("image.hex")), 0)
+                self.assertExit(self.run_tool("program", "--strict", self.path("image.hex")), 7)
+                self.assertExit(self.run_tool("program", self.path("image.hex")), 0)
                 self.assertEqual(self.flash()[:150000], noise(150000))
+
+
+class Formats(ToolTest):
+    DATA = noise(5000)
+
+    def srec(self, kind, address, data=b""):
+        body = bytes([len(data) + 3]) + address.to_bytes(2, "big") + data
+        return f"S{kind}" + (body + bytes([~sum(body) & 0xFF])).hex().upper()
+
+    def elf(self, address, data):
+        header = b"\x7fELF\x01\x01\x01" + bytes(9) + struct.pack("<HHIIIIIHHHHHH", 2, 0, 1, 0, 52, 0, 0, 52, 32, 1, 0, 0, 0)
+        return header + struct.pack("<IIIIIIII", 1, 84, 0, address, len(data), len(data), 5, 1) + data
+
+    def dresses(self):
+        """The same image, as people have it: contents, options, what is said of it."""
+        lines = image((0x100, self.DATA))
+        srec = [self.srec(1, 0x100 + at, self.DATA[at:at + 32]) for at in range(0, 5000, 32)] + [self.srec(9, 0)]
+        return [(("\r\n".join(lines) + "\r\n").encode(), [], "carriage returns taken away, 158 lines"),
+                ("\n".join([record(2, 0, [0, 0]), *lines]).encode(), [], "segment address records"),
+                ("\n".join(srec).encode(), [], "Motorola S-record read"),
+                (gzip.compress("\n".join(lines).encode()), [], "gzip unpacked"),
+                (self.elf(0x100, self.DATA), [], "ELF read: 1 segment"),
+                (self.DATA, ["--format", "bin", "--address", "0x100"], "raw binary read, its first byte at 0x000100")]
+
+    def test_every_dress_of_an_image_is_taken_told_in_one_note_and_has_one_identity(self):
+        plain = self.write("plain", image((0x100, self.DATA)))
+        identity = self.run_tool("--json", "check", "--strict", plain, device=False).json["result"]["sha256"]
+
+        def use(dress):  # each on a board of its own: most of a run is waiting
+            number, (content, options, note) = dress
+            path, board = self.write(f"image{number}", content), f"sim:board{number},pace=fast,size=64K"
+            runs = [self.run_tool("-d", board, *args, path, device=False)
+                    for args in (["program", *options], ["verify", *options], ["program", "--strict"])]
+            told = self.run_tool("--json", "check", path, *options, device=False).json["result"]
+            return note, runs, told, self.read(f"board{number}/flash.bin")
+        with concurrent.futures.ThreadPoolExecutor(6) as pool:
+            for note, (done, verified, strict), told, flash in pool.map(use, enumerate(self.dresses())):
+                with self.subTest(note):
+                    self.assertEqual([run.code for run in (done, verified, strict)], [0, 0, 7], done.err + verified.err)
+                    self.assertEqual(flash, b"\xff" * 0x100 + self.DATA + b"\xff" * (0x10000 - 0x1488))
+                    notes = [line for line in done.out.splitlines() if line.startswith("converted: ")]
+                    self.assertEqual((len(notes), note in notes[0]), (1, True), done.out)
+                    self.assertEqual((told["sha256"], len(told["changed"])), (identity, 1))
+                    self.assertRegex(strict.err, "hint: .*(--strict|--format)")
+
+    def test_a_raw_binary_says_where_it_is_put_and_no_other_format_takes_an_address(self):
+        path = self.write("image.bin", self.DATA)
+        self.assertIn("its first byte at 0x000000 as no other address is given", self.run_tool("program", path).out)
+        for args, code, text in ((["check", self.write("nothing", self.DATA)], 7, "--format bin"),
+                                 (["check", self.write("i.hex", image((0, b"a"))), "--address", "64K"], 7, "of its own"),
+                                 (["check", path, "--format", "binn"], 2, "--format"),
+                                 (["check", path, "--address", "16M"], 2, "is no address of the flash")):
+            result = self.run_tool(*args, device=False)
+            self.assertExit(result, code)
+            self.assertIn(text, result.out + result.err)
+
+    def test_standard_input_is_read_once_for_all_devices(self):
+        devices = []
+        for name in ("a", "b", "c"):
+            devices += ["-d", f"sim:{self.path(name)},pace=fast,size=64K"]
+        path = self.write("image.srec", gzip.compress(self.dresses()[2][0]))
+        for args, code in ((["program", "-"], 0), (["verify", "-"], 0), (["verify", "--strict", "-"], 7)):
+            with self.subTest(args), open(path, "rb") as stdin:
+                result = self.run_tool(*devices, *args, device=False, stdin=stdin)
+                self.assertExit(result, code)
+                self.assertEqual(result.err.count("standard input refused"), 3 if code else 0)
+        for name in ("a", "b", "c"):
+            self.assertEqual(self.read(name + "/flash.bin")[0x100:0x1488], self.DATA)
+
+    def test_ctrl_c_ends_the_wait_for_standard_input(self):
+        with subprocess.Popen(self.command(["-v", "program", "-"]), stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, text=True, env=self.environment(), cwd=self.folder) as process:
+            result = self.interrupt_when(process, "check")
+        self.assertExit(result, 130)
+        self.assertIn("device not touched", result.err)
 
 
 if __name__ == "__main__":

@@ -104,9 +104,9 @@ class ToolTest(unittest.TestCase):
     def command(self, args, sim=(), device=True):
         return [TOOL] + (self.device(*sim) if device else []) + list(args)
 
-    def run_tool(self, *args, sim=(), device=True, env=None, timeout=60, **more):
+    def run_tool(self, *args, sim=(), device=True, env=None, timeout=60, stdin=subprocess.DEVNULL, **more):
         """Runs the tool without a terminal."""
-        done = subprocess.run(self.command(args, sim, device), stdin=subprocess.DEVNULL, capture_output=True, text=True,
+        done = subprocess.run(self.command(args, sim, device), stdin=stdin, capture_output=True, text=True,
                               env=self.environment(env), timeout=timeout, cwd=self.folder, **more)
         return Result(done.returncode, done.stdout, done.stderr)
 

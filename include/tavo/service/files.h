@@ -10,6 +10,8 @@
 
 namespace tavo {
 
+class CancelToken;
+
 /// An open file descriptor with one owner.
 class TAVO_API Descriptor {
 public:
@@ -30,8 +32,11 @@ TAVO_API Error fileError(const std::string& doing, int error, const std::string&
 TAVO_API Descriptor openForReading(const std::string& path);
 TAVO_API std::uint64_t sizeOf(const Descriptor& file);
 
-/// Reads up to size bytes, fewer only at the end of the file. Throws Error. name: what messages call it.
-TAVO_API std::size_t readSome(int descriptor, char* data, std::size_t size, const std::string& name);
+/// Reads up to size bytes, fewer only at the end of the file. Throws Error.
+/// @param name    what messages call it
+/// @param cancel  ends the wait for a pipe or a terminal (Problem::Interrupted); may be null
+TAVO_API std::size_t readSome(int descriptor, char* data, std::size_t size, const std::string& name,
+                              const CancelToken* cancel = nullptr);
 /// Writes all of it; throws Error.
 TAVO_API void writeAll(int descriptor, const char* data, std::size_t size, const std::string& name);
 

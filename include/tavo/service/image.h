@@ -63,6 +63,8 @@ public:
     std::uint32_t pagesWithData() const;  ///< pages with a byte that is not FF
     std::uint32_t blankPages() const;     ///< pages with bytes, all FF
     std::vector<AddressRange> ranges() const;
+    /// What it has in that range.
+    Image part(const AddressRange& range) const;
 
     /// SHA-256 of bytes and addresses, 64 lower-case digits: the same whatever the image was read from.
     /// Of an image without gaps that begins at 0 it is the SHA-256 of its bytes, as of a raw binary. Of any

@@ -13,13 +13,18 @@
 
 namespace tavo {
 
+class CancelToken;
+
 enum class Format : std::uint8_t { Automatic, Hex, SRecord, Binary, Elf };
 
 TAVO_API const char* formatName(Format format);  ///< for people: "Intel HEX", "Motorola S-record" ...
-/// By a word for programs and options: hex, srec, binary, elf, auto. Empty for any other.
+/// By a word for programs and options: hex, srec, bin, elf, auto. Empty for any other.
 TAVO_API std::optional<Format> formatOf(const std::string& word);
 /// By the ending of a file name, ".gz" passed over; Automatic when it tells nothing.
 TAVO_API Format formatByName(const std::string& path);
+/// What a file under that name is written as: by its ending, else Intel HEX. Throws Error (BadArgument) for the ending
+/// of something that is not written: ELF, gzip.
+TAVO_API Format formatToWrite(const std::string& path);
 
 struct ReadOptions {
     /// Automatic: told by the content, and raw binary by the name's ending (.bin).
@@ -29,22 +34,25 @@ struct ReadOptions {
     bool strict = false;
     /// Data above it are a fault. Bytes, at most kAddressable.
     std::uint32_t chipSize = kAddressable;
-    /// Of the first byte of a raw binary.
-    std::uint32_t address = 0;
+    /// Of the first byte of a raw binary; none: 0. Given for a file of another format it is a fault.
+    std::optional<std::uint32_t> address;
     /// For a rewriting of the file: fills ImageFile::pieces, and counts as changes what only a rewriting
     /// changes (lower-case digits, records without effect).
     bool keepPieces = false;
     /// False leaves ImageFile::sha256 empty: it takes half of the time of a reading.
     bool digest = true;
+    /// Ends the wait for a pipe or a terminal; borrowed.
+    const CancelToken* cancel = nullptr;
 };
 
 struct ImageFault {
-    std::uint64_t line = 0;  ///< from 1; 0: of the file as a whole
+    std::uint64_t line = 0;  ///< from 1; 0: of the file as a whole, or of a format without lines
     std::string text;
-    std::string hint;  ///< what to do about it
+    std::string hint;                          ///< what to do about it
+    std::optional<std::uint64_t> offset = {};  ///< in the unpacked file, of a format without lines
 };
 
-/// "line 3: wrong checksum: expected A4, found A5"
+/// "line 3: wrong checksum: expected A4, found A5", "offset 0x54: ..."
 TAVO_API std::string faultText(const ImageFault& fault);
 
 /// Bytes that one record of the file carries.
@@ -60,7 +68,7 @@ struct TAVO_API ImageFile {
 
     Image image;  ///< as far as it could be read, when there are faults
     Format format = Format::Automatic;
-    std::vector<ImageFault> faults;  ///< by line
+    std::vector<ImageFault> faults;  ///< by line or offset
     std::uint64_t faultCount = 0;
     bool endOfFileRecord = false;      ///< also true when the format has none and the file is whole
     std::uint64_t fileBytes = 0;       ///< as stored, before any unpacking
@@ -71,7 +79,7 @@ struct TAVO_API ImageFile {
     bool isGood() const { return faultCount == 0; }
 
     /// The fault of data that a chip of that size cannot hold, if there are any: for a chip that became
-    /// known after the reading. The line is told when the size is a power of two.
+    /// known after the reading. The line or offset is told when the size is a power of two.
     std::optional<ImageFault> faultAbove(std::uint32_t chipSize) const;
 
     struct Reach {
@@ -79,6 +87,7 @@ struct TAVO_API ImageFile {
         std::uint64_t lines = 0;
         std::uint32_t first = 0;
         std::uint32_t last = 0;
+        std::uint64_t offset = 0;
     };
     /// The first record that ends at 2^(i-1) to 2^i - 1, and how many do.
     std::array<Reach, 25> reaches{};
