@@ -17,9 +17,8 @@ class ActionModule(ActionBase):
         result = super().run(tmp, task_vars)
         _checked, arguments = self.validate_argument_spec(argument_spec=dict(
             folder=dict(type='path', required=True), results=dict(type='str', required=True), image=dict(type='str', default='')))
-        rows = [report.row(host, task_vars['hostvars'][host].get(arguments['results']), self._play_context.check_mode)
-                for host in task_vars['ansible_play_hosts_all']]
         folder = os.path.abspath(arguments['folder'])
+        rows = self._rows(folder, arguments['results'], task_vars)
         try:
             report.write(folder, rows, arguments['image'])
         except OSError as error:
@@ -28,3 +27,20 @@ class ActionModule(ActionBase):
             return result
         result.update(folder=folder, counts=report.counts(rows))
         return result
+
+    def _rows(self, folder, name, task_vars):
+        """A host's variables take Ansible some 10 ms, so only those of the batch are looked at; the others' rows are
+        those of the report after the batch before."""
+        hosts, batch = task_vars['ansible_play_hosts_all'], task_vars['ansible_play_batch']
+
+        def result_of(host):
+            return task_vars['hostvars'][host].get(name)
+
+        before = report.read(folder)
+        done = [host for host, each in before.items() if each['outcome'] != 'waiting' and host not in batch]
+        if not (done and done[0] in task_vars['hostvars'] and result_of(done[0])):
+            before = {}  # of an earlier run: in this one that host had no turn
+        rows = {host: before.get(host) or report.row(host, None) for host in hosts}
+        for host in batch:
+            rows[host] = report.row(host, result_of(host), self._play_context.check_mode)
+        return list(rows.values())

@@ -30,6 +30,8 @@ options:
     default: ''
 notes:
   - Runs on the controller only; use it with C(run_once).
+  - Tells of the hosts that are active in the batch. Let the task before it register a failure and go on, with
+    C(ignore_errors) and C(ignore_unreachable), as the playbook C(tavo.util.update) does.
 attributes:
   action:
     description: Needs nothing on the host.

@@ -104,6 +104,15 @@ def replace(path, text):
         raise
 
 
+def read(folder):
+    """The rows of the report that is there, by host; none if it cannot be read."""
+    try:
+        with open(os.path.join(folder, 'report.json'), encoding='utf-8') as file:
+            return {each['host']: {name: each[name] for name in FIELDS} for each in json.load(file)['interfaces']}
+    except (OSError, ValueError, KeyError, TypeError):
+        return {}
+
+
 def write(folder, rows, image):
     os.makedirs(folder, exist_ok=True)
     when = time.strftime('%Y-%m-%d %H:%M:%S %z')
