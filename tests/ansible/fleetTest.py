@@ -57,10 +57,13 @@ class Fleet(unittest.TestCase):
         with open(self.path(host + "/flash.bin"), "rb") as file:
             return file.read()
 
-    def play(self, playbook, *options, hosts=HOSTS, faults=None, code=0, **variables):
-        """Runs a playbook on the hosts, whose interfaces may have faults, and returns what it printed."""
+    def play(self, playbook, *options, hosts=HOSTS, faults=None, away=(), code=0, **variables):
+        """Runs a playbook on the hosts, whose interfaces may have faults, and returns what it printed. A host that is
+        away has a closed port."""
         of_host = {host: {"tavo_device": f"sim:{self.path(host)},size=64K,serial=U{host[4:]},"
                           + (faults or {}).get(host, "pace=fast")} for host in hosts}
+        for host in away:
+            of_host[host].update(ansible_connection="ssh", ansible_host="127.0.0.1", ansible_port=1)
         common = {"ansible_connection": "local", "ansible_python_interpreter": sys.executable, "tavo_tool": TOOL,
                   "tavo_image_file": self.image, "tavo_report_folder": self.path("report"), **variables}
         with open(self.path("inventory.json"), "w") as file:
@@ -107,6 +110,7 @@ class Fleet(unittest.TestCase):
             self.assertEqual(bool(hosts[host]["image_sha256"]), host not in faults, host)
         self.assertEqual((hosts["unit05"]["exit_status"], hosts["unit05"]["state"]), (5, "device not touched"))
         self.assertIn("plugdev", hosts["unit05"]["hint"])
+        self.assertRegex(out, r'(?m)^fatal: \[unit05\].*"msg": "cannot open .*state: device not touched.* Hint: log in')
         for host in ("unit13", "unit20"):
             self.assertEqual(hosts[host]["exit_status"], 11, hosts[host])
             self.assertIn("flash incomplete", hosts[host]["state"])
@@ -138,11 +142,17 @@ class Fleet(unittest.TestCase):
 
     def test_too_many_failures_end_the_run_before_the_next_batch(self):
         faults = {"unit01": "pace=fast,dead-flash=0"}
-        self.play("tavo.util.update", hosts=HOSTS[:6], faults=faults, code=2, tavo_batches=[3], tavo_max_fail_percentage=20)
+        self.play("tavo.util.update", hosts=HOSTS[:6], faults=faults, away=["unit02"], code=2, tavo_batches=[3],
+                  tavo_max_fail_percentage=50)
         counts, hosts = self.report()
-        self.assertEqual(counts, {"failed": 1, "updated": 2, "waiting": 3})
+        self.assertEqual(counts, {"failed": 1, "unreachable": 1, "updated": 1, "waiting": 3})
         self.assertEqual(hosts["unit01"]["exit_status"], 10)
+        self.assertIn("run the play again", hosts["unit02"]["hint"])
         self.assertFalse(os.path.exists(self.path("unit03")), "an interface of the next batch was touched")
+
+        faults = {"unit00": "pace=fast,dead-flash=0"}
+        self.play("tavo.util.update", hosts=HOSTS[:6], faults=faults, code=2, tavo_batches=[1])
+        self.assertEqual(self.report()[0], {"failed": 1, "waiting": 5}, "what an earlier run found is no news")
 
     def test_every_other_module_predicts_does_and_then_does_nothing(self):
         self.play(os.path.join(SOURCES, "tests/ansible/modules.yml"), hosts=HOSTS[:1], folder=self.folder, image=self.image)

@@ -13,6 +13,9 @@ import time
 OUTCOMES = ('failed', 'unreachable', 'updated', 'would-change', 'current', 'waiting')  # what needs a look comes first
 FIELDS = ('host', 'serial', 'path', 'outcome', 'image_sha256', 'state', 'problem', 'hint', 'exit_status', 'pages_written', 'seconds')
 
+NOT_REACHED = {'state': 'not known: the connection failed before the task, or during it',
+               'hint': 'see that the computer answers, then run the play again; what was cut off is finished then'}
+
 PAGE = '''<!DOCTYPE html>
 <html lang="en"><head><meta charset="utf-8"><meta name="viewport" content="width=device-width"><title>{title}</title><style>
 :root {{ color-scheme: light dark }}
@@ -55,7 +58,9 @@ def problem(result):
 
 def row(host, result, check_mode=False):
     """What the report says of a host. image_sha256 is empty where it is not known what the chip holds."""
-    result = result or {}
+    result = dict(result or {})
+    if result.get('unreachable'):
+        result.update(NOT_REACHED)
     device = result.get('device') or {}
     done = result.get('program') or {}
     return {
