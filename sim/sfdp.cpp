@@ -30,7 +30,9 @@ std::uint32_t timeField(std::uint64_t microseconds, std::span<const std::uint64_
     return unit << 5 | static_cast<std::uint32_t>(count - 1);
 }
 
-std::uint32_t eraseField(const EraseType& type, std::size_t size) {
+/// Nothing for more than the whole chip.
+std::uint32_t eraseField(const EraseType& type, std::size_t size, std::size_t chipSize) {
+    if (size > chipSize) return 0;
     return static_cast<std::uint32_t>(type.opcode) << 8 | static_cast<std::uint32_t>(std::countr_zero(size));
 }
 
@@ -52,8 +54,8 @@ std::vector<std::uint8_t> sfdpOf(std::size_t size, bool lying) {
         0xFFFF'FFEE,
         0x0000'FFFF,
         0x0000'FFFF,
-        eraseField(kEraseTypes[0], sizes[0]) | eraseField(kEraseTypes[1], sizes[1]) << 16,
-        eraseField(kEraseTypes[2], sizes[2]),  // and no fourth
+        eraseField(kEraseTypes[0], sizes[0], size) | eraseField(kEraseTypes[1], sizes[1], size) << 16,
+        eraseField(kEraseTypes[2], sizes[2], size),  // and no fourth
         kEraseMultiplier | eraseTime(0) << 4 | eraseTime(1) << 11 | eraseTime(2) << 18,
         kProgramMultiplier | 8u << 4 /* pages of 2^8 bytes */ | timeField(kPageProgramTime, kPageProgramUnits) << 8 |
             3u << 14 | 1u << 18 /* first byte 32 us */ | 2u << 19 /* each further one 3 us */ |

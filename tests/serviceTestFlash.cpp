@@ -6,6 +6,7 @@
 #include <random>
 
 #include "platform/cyusbserial.h"
+#include "service/flash/plan.h"
 #include "tavo/Configurator.h"
 #include "tavo/flash.h"
 #include "tavo/service/flash.h"
@@ -493,7 +494,9 @@ TEST_F(Flash, AForecastIsWhatTheRunDoesAndFailsAsItWould) {
     how.ifDifferent = true;
     const auto forecast = forecastProgram(image, how);
     EXPECT_THAT(forecast.steps, ElementsAre("read", "backup", "erase", "program", "verify"));
-    EXPECT_GT(forecast.seconds, 0);
+    EXPECT_EQ(forecast.chipSize, 64U << 10);
+    EXPECT_GT(forecast.leastSeconds, 0.6);  // 64 KiB at 900 kHz
+    EXPECT_GT(forecast.seconds, forecast.leastSeconds);
     EXPECT_FALSE(std::filesystem::exists(how.backup));
     const auto done = programFlash(device(), image, how);
     EXPECT_EQ(forecast.pagesWritten, done.pagesWritten);
@@ -682,7 +685,8 @@ TEST_F(Flash, OnlyWhatMustBeIsErasedAndWritten) {
         {"a page", [](Bytes& b) { std::fill_n(b.begin() + 0x2000, 256, std::uint8_t{0}); }, 1, 16},
         {"a blank page where data are to be",
          [](Bytes& b) { std::fill_n(b.begin() + 0x2000, 256, std::uint8_t{0xFF}); }, 0, 1},
-        {"most of a block", [](Bytes& b) { std::fill_n(b.begin(), 0x6000, std::uint8_t{0}); }, 6, 96},
+        {"half of a block", [](Bytes& b) { std::fill_n(b.begin(), 0x4000, std::uint8_t{0}); }, 4, 64},
+        {"most of a block", [](Bytes& b) { std::fill_n(b.begin(), 0x7000, std::uint8_t{0}); }, 1, 128},
     };
     for (const Change& each : changes) {
         SCOPED_TRACE(each.what);
@@ -704,6 +708,82 @@ TEST_F(Flash, OnlyWhatMustBeIsErasedAndWritten) {
     EXPECT_TRUE(holds(wanted));
     EXPECT_EQ(programFlash(device(), wanted, {.full = true}).way, tavo::ProgramWay::Full);
     EXPECT_THROW(programFlash(device(), wanted, {.full = true, .ifDifferent = true}), tavo::Error);
+}
+
+TEST(FlashPlan, IsTheShorterWay) {
+    tavo::FlashChip chip;
+    chip.size = 1U << 20;
+    chip.eraseTypical = 2;
+    chip.eraseTypes = {{0x20, 4U << 10, 0.045, 0}, {0xD8, 64U << 10, 0.15, 0}};
+    tavo::FlashChip plain;
+    plain.size = chip.size;
+    const Bytes whole = noise(chip.size, 5);
+    const auto zero = [](std::size_t at, std::size_t size) {
+        return [=](Bytes& b) { std::fill_n(b.begin() + static_cast<long>(at), size, std::uint8_t{0}); };
+    };
+    using Way = tavo::ProgramWay;
+    struct Case {
+        const char* what;
+        const tavo::FlashChip& chip;
+        std::function<void(Bytes&)> apply;
+        Way way;
+        std::vector<std::uint32_t> erases;
+        std::size_t writes;
+    };
+    const Case cases[] = {
+        {"the same", chip, [](Bytes&) {}, Way::Nothing, {}, 0},
+        {"bits to clear", plain, [](Bytes& b) { b[0x1234] = 0xFF; }, Way::Sectors, {}, 1},
+        {"a bit to set, no sectors known", plain, zero(0x1234, 1), Way::Full, {}, 4096},
+        {"a bit to set", chip, zero(0x1234, 1), Way::Sectors, {0x1000}, 16},
+        {"a block but for a sector", chip, zero(0x11000, 0xF000), Way::Sectors, {0x10000}, 256},
+        {"two ends", chip, [&](Bytes& b) { zero(0, 1)(b), zero(0xFFFFF, 1)(b); }, Way::Sectors, {0, 0xFF000}, 32},
+        {"all", chip, zero(0, chip.size), Way::Full, {}, 4096},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.what);
+        Bytes before = whole;
+        each.apply(before);
+        const auto plan = planProgram(each.chip, imageOf({{0, whole}}), imageOf({{0, before}}));
+        EXPECT_EQ(plan.way, each.way);
+        std::vector<std::uint32_t> erases;
+        for (const tavo::BlockErase& erase : plan.erases) erases.push_back(erase.address);
+        EXPECT_EQ(erases, each.erases);
+        EXPECT_EQ(plan.writes.size(), each.writes);
+        EXPECT_EQ(plan.pagesKept + plan.writes.size(), 4096u);
+        EXPECT_EQ(std::count(plan.compared.begin(), plan.compared.end(), true), 4096);
+    }
+    const auto write = planProgram(plain, imageOf({{0x120, {1, 2}}}), {}).writes.at(0);
+    EXPECT_EQ(write.address, 0x120u);
+    EXPECT_EQ(write.size, 2u);
+
+    // A part of the chip tells that all of it is to be written; unless it holds what it should.
+    const tavo::Image image = imageOf({{0, whole}});
+    const tavo::ReadOrder order = readOrder(chip, image);
+    EXPECT_EQ(order.samples, 16u);
+    EXPECT_EQ(order.ranges.size(), 256u);
+    Bytes partly = whole;
+    zero(0x50000, 0xD000)(partly);
+    for (const auto& [before, isFull] : {std::pair{noise(chip.size, 6), true}, {partly, false}, {whole, false}}) {
+        tavo::Image read;
+        for (std::uint32_t i = 0; i < order.samples; ++i)
+            read.add(order.ranges[i].first, &before[order.ranges[i].first], order.ranges[i].size());
+        EXPECT_EQ(isFullShorter(chip, image, read), isFull);
+    }
+}
+
+TEST_F(Flash, AChipThatDiffersThroughoutIsNotReadToItsEnd) {
+    options.folder.clear();
+    options.flashSize = 1U << 20;
+    fresh();
+    const Bytes before = noise(cells().size(), 7);
+    std::copy(before.begin(), before.end(), cells().begin());
+    const tavo::Image wanted = imageOf({{0, noise(cells().size(), 8)}});
+    EXPECT_EQ(programFlash(device(), wanted).way, tavo::ProgramWay::Full);
+    EXPECT_TRUE(holds(wanted));
+    EXPECT_EQ(rig.board().flash.reads, 16u + 17 + 256);  // samples, the proof of a long read, the comparison
+    std::fill_n(cells().begin() + 0x8000, 0x1000, std::uint8_t{0});
+    EXPECT_EQ(programFlash(device(), wanted).pagesWritten, 16u);
+    EXPECT_TRUE(holds(wanted));
 }
 
 /// An image, and a chip that needs an erase, kept pages and written ones.

@@ -32,10 +32,15 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["pages_planned"] = forecast.pagesWritten;
     report.result["pages_blank"] = forecast.pagesBlank;
     report.result["estimated_seconds"] = forecast.seconds;
+    report.result["estimated_seconds_least"] = forecast.leastSeconds;
+    report.result["estimated_seconds_sector"] = forecast.sectorSeconds;
     report.line(steps(session, options, forecast));
-    report.line("about " + secondsText(std::ceil(forecast.seconds)) + " on a device for every page" +
-                (options.how.full ? "" : ", 9.5 s a MiB of the chip to read it") +
-                ", and the erase: by the chip's size 2 to 200 s");
+    report.line("the whole erase and every page: about " + secondsText(std::ceil(forecast.seconds)) +
+                " on a chip of " + sizeText(forecast.chipSize));
+    if (!options.how.full) {
+        report.line("by sectors: about " + secondsText(std::ceil(forecast.leastSeconds)) + " to look, and " +
+                    secondsText(forecast.sectorSeconds) + " for each 4 KiB to be changed");
+    }
     report.line("nothing was done (--dry-run)");
 }
 

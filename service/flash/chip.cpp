@@ -19,6 +19,7 @@ namespace {
 namespace opcode {
 constexpr std::uint8_t kPageProgram = 0x02;
 constexpr std::uint8_t kReadData = 0x03;
+constexpr std::uint8_t kWriteEnable = 0x06;
 constexpr std::uint8_t kReadSfdp = 0x5A;  // a dummy byte follows the address
 constexpr std::uint8_t kReadJedecId = 0x9F;
 constexpr std::uint8_t kChipErase = 0xC7;
@@ -32,6 +33,7 @@ constexpr std::uint8_t kFloating = 0xFF;  // nobody drives the line
 constexpr std::uint32_t kHeaderSize = 4;  // command, then a 24-bit address, most significant byte first
 constexpr UINT32 kTransferTimeoutMs = 10000;
 constexpr long kPollIntervalMs = 1;
+constexpr unsigned kPromptPolls = 4;   // of a page program: over the longest of most data sheets
 constexpr double kPatience = 10;       // times the data sheet's longest
 constexpr unsigned kFewestPolls = 50;  // before a wait is too long, however late this process was woken
 
@@ -71,6 +73,7 @@ class Patience {
 public:
     explicit Patience(double longest) : longest_(longest) {}
 
+    unsigned polls() const { return polls_; }
     void countPoll(std::uint8_t status) {
         ++polls_;
         // A chip drives its status also while it is busy.
@@ -126,7 +129,7 @@ CY_RETURN_STATUS FlashDriver::waitUntilIdle(const BusyWait& wait, std::uint8_t& 
         if (patience.isSilent()) op_.fail(staysBusy("no longer answers: its status has read FF for a second"));
         if (patience.isOver()) op_.fail(waitedTooLong(wait));
         if (mayStop(wait, patience, status)) op_.throwIfCancelled();
-        Poco::Thread::sleep(kPollIntervalMs);
+        if (patience.polls() >= wait.prompt) Poco::Thread::sleep(kPollIntervalMs);
     }
 }
 
@@ -192,23 +195,35 @@ CY_RETURN_STATUS FlashDriver::waitUntilWritable() const {
     return waitUntilIdle(wait, status);
 }
 
-CY_RETURN_STATUS FlashDriver::attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size) const {
-    const BusyWait during{kLongestPageProgram, "a page program", BusyWait::Stop::WhenLate};
+// Here and in attempt what comes in is dropped. Its last byte tells that the bridge is through: of a transfer
+// that only writes, the bridge has to be asked, which costs another USB frame.
+CY_RETURN_STATUS FlashDriver::enableWrite() const {
+    std::uint8_t out[] = {opcode::kWriteEnable};
+    std::uint8_t dropped[sizeof out];
+    return transfer(out, dropped, sizeof out);
+}
+
+CY_RETURN_STATUS FlashDriver::attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size,
+                                      double longest) const {
+    const BusyWait during{longest, "a page program", BusyWait::Stop::WhenLate, kPromptPolls};
+    std::array<std::uint8_t, kHeaderSize + kPageSize> dropped;
     std::uint8_t status = 0;
-    if (const auto result = primitives_.enableWrite(); result != CY_SUCCESS) return result;
+    if (const auto result = enableWrite(); result != CY_SUCCESS) return result;
     putHeader(out, opcode::kPageProgram, address);
-    if (const auto result = transfer(out, nullptr, kHeaderSize + size); result != CY_SUCCESS) return result;
+    if (const auto result = transfer(out, dropped.data(), kHeaderSize + size); result != CY_SUCCESS) return result;
     return waitUntilIdle(during, status);
 }
 
-PageOutcome FlashDriver::programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const {
+PageOutcome FlashDriver::programPage(const FlashChip& chip, std::uint32_t address, const std::uint8_t* data,
+                                     std::uint32_t size) const {
+    const double longest = std::max(chip.programLongest, kLongestPageProgram);
     std::array<std::uint8_t, kHeaderSize + kPageSize> out{};
     std::copy_n(data, size, out.data() + kHeaderSize);
     PageOutcome outcome;
     do {
         // What a step that failed has left in the chip is not known; after one that did not it is idle.
         if (++outcome.attempts > 1) outcome.status = waitUntilWritable();
-        if (outcome.status == CY_SUCCESS) outcome.status = attempt(out.data(), address, size);
+        if (outcome.status == CY_SUCCESS) outcome.status = attempt(out.data(), address, size, longest);
     } while (outcome.status != CY_SUCCESS && outcome.attempts < kAttempts);
     return outcome;
 }

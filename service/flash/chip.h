@@ -12,6 +12,8 @@ namespace tavo {
 
 /// Data bytes of one read: as many as a record of the library's dump has.
 inline constexpr std::uint32_t kReadChunk = 255;
+/// Of the bridge, as the library sets it.
+inline constexpr std::uint32_t kUsualClockHz = 900000;
 /// Data bytes of one long read. With the command it makes 4,100 bytes, which bridges have been seen to take.
 inline constexpr std::uint32_t kLongRead = 4096;
 
@@ -22,6 +24,8 @@ struct BusyWait {
     /// When a cancellation ends the wait: letting the Neuron go to a busy flash is no good, so never before
     /// the step should long be done; Never as long as the chip answers.
     enum class Stop : std::uint8_t { AtOnce, WhenLate, Never } stop;
+    /// So many polls are made without a sleep between them: one takes a USB frame by itself.
+    unsigned prompt = 0;
 };
 
 /// Longest whole-chip erase of that size by data sheets, in seconds.
@@ -69,14 +73,16 @@ public:
     CY_RETURN_STATUS waitUntilWritable() const;
     /// Programs up to kPageSize bytes of one page of an idle chip, which is waited for but not read back. A step that
     /// fails costs an attempt.
-    PageOutcome programPage(std::uint32_t address, const std::uint8_t* data, std::uint32_t size) const;
+    PageOutcome programPage(const FlashChip& chip, std::uint32_t address, const std::uint8_t* data,
+                            std::uint32_t size) const;
 
 private:
-    CY_RETURN_STATUS attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size) const;
+    CY_RETURN_STATUS attempt(std::uint8_t* out, std::uint32_t address, std::uint32_t size, double longest) const;
     CY_RETURN_STATUS erase(std::uint8_t* command, std::uint32_t size, double longest) const;
     CY_RETURN_STATUS fetch(std::uint8_t command, std::uint32_t header, std::uint32_t address, std::uint8_t* data,
                            std::uint32_t size) const;
     CY_RETURN_STATUS transfer(std::uint8_t* out, std::uint8_t* in, std::uint32_t length) const;
+    CY_RETURN_STATUS enableWrite() const;
 
     Operation& op_;
     const CyHandle& handle_;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <chrono>
 #include <cstring>
 #include <map>
@@ -63,6 +64,7 @@ public:
 
 private:
     void makePlan(FlashReader& reader);
+    std::optional<Image> readForPlan(FlashReader& reader);
     void keep(const Image& contents);
     void erase(const FlashDriver& driver);
     TAVO_STATUS eraseByPlan(const FlashDriver& driver);
@@ -85,13 +87,29 @@ private:
     std::uint64_t compared_ = 0;                  // bytes
 };
 
+/// All of the chip; nothing when a part of it tells that the whole erase is the shorter way.
+std::optional<Image> Programming::readForPlan(FlashReader& reader) {
+    const ReadOrder order = readOrder(result_.chip, image_);
+    std::uint32_t read = 0;
+    bool stopped = false;
+    Image before = readRanges(op_, reader, order.ranges, Phase::Read, [&](const Image& known, const AddressRange&) {
+        stopped = ++read == order.samples && isFullShorter(result_.chip, image_, known);
+        return !stopped;
+    });
+    if (stopped) return std::nullopt;
+    return before;
+}
+
 /// What is in the chip now, read once for the plan and for the backup.
 void Programming::makePlan(FlashReader& reader) {
     // Without 24 address bits for all of it, nothing but the whole erase is known to do it.
     const bool full = options_.full || result_.chip.size > kAddressable;
     std::optional<Image> before;
-    if (!full || backup_) before = readChip(op_, reader, result_.chip, backup_ ? Phase::Backup : Phase::Read);
-    plan_ = full ? planFull(result_.chip, image_) : planProgram(result_.chip, image_, *before);
+    if (backup_)
+        before = readChip(op_, reader, result_.chip, Phase::Backup);
+    else if (!full)
+        before = readForPlan(reader);
+    plan_ = full || !before ? planFull(result_.chip, image_) : planProgram(result_.chip, image_, *before);
     result_.way = plan_.way;
     op_.step(std::string("plan: ") + programWayName(plan_.way) + ", " + std::to_string(plan_.erases.size()) +
              " blocks to erase, " + std::to_string(plan_.writes.size()) + " pages to write");
@@ -235,7 +253,7 @@ void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
     op_.throwIfCancelled();
     unsigned& attempts = attempts_[write.address / kPageSize];
     const unsigned before = attempts;
-    const PageOutcome page = driver.programPage(write.address, bytesOf(image_, write), write.size);
+    const PageOutcome page = driver.programPage(result_.chip, write.address, bytesOf(image_, write), write.size);
     attempts += page.attempts;
     if (attempts > 1) {
         if (before <= 1) result_.retries.push_back(write.address);
@@ -281,16 +299,21 @@ const char* programWayName(ProgramWay way) {
 ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options) {
     requireSense(options);
     openBackup(options);
-    FlashChip any;
-    any.size = kAddressable;
-    const FlashPlan plan = planFull(any, image);
+    constexpr std::uint32_t kSmallestChip = 64U << 10;
+    const auto ranges = image.ranges();
+    FlashChip chip;
+    chip.size = std::max(kSmallestChip, ranges.empty() ? 0 : std::bit_ceil(ranges.back().last + 1));
+    const FlashPlan plan = planFull(chip, image);
     ProgramForecast forecast;
     if (!options.full) forecast.steps = {"read"};
     if (!options.backup.empty()) forecast.steps.emplace_back("backup");
     for (const char* step : {"erase", "program", "verify"}) forecast.steps.emplace_back(step);
     forecast.pagesWritten = static_cast<std::uint32_t>(plan.writes.size());
     forecast.pagesBlank = image.blankPages();
-    forecast.seconds = plan.seconds - usualErase(any) + kFixedSeconds;
+    forecast.chipSize = chip.size;
+    forecast.seconds = plan.seconds + kFixedSeconds;
+    forecast.leastSeconds = options.full ? forecast.seconds : readSeconds(chip.size) + kFixedSeconds;
+    forecast.sectorSeconds = options.full ? 0 : sectorSeconds();
     return forecast;
 }
 
