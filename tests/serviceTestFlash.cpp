@@ -786,45 +786,122 @@ TEST_F(Flash, AChipThatDiffersThroughoutIsNotReadToItsEnd) {
     EXPECT_TRUE(holds(wanted));
 }
 
-/// An image, and a chip that needs an erase, kept pages and written ones.
+// A chip that needs an erase, kept pages and written ones.
 TEST_F(Flash, CutOffAtAnyTransferTheNextRunRepairsIt) {
     violationsExpected = true;  // the Neuron is let go while the flash is busy
     const Bytes whole = noise(options.flashSize, 5);
-    const tavo::Image wanted = imageOf({{0, Bytes(whole.begin(), whole.end() - 700)}});
-    const auto makeOld = [&] {
+    Bytes old = whole;
+    std::fill_n(old.begin() + 0x1000, 300, std::uint8_t{0});
+    std::fill_n(old.begin() + 0x2100, 300, std::uint8_t{0xFF});
+    const auto put = [&](const Bytes& bytes) {
         fresh();
         rig.keepJournal = false;
-        std::copy(whole.begin(), whole.end(), cells().begin());
-        std::fill_n(cells().begin() + 0x1000, 300, std::uint8_t{0});
-        std::fill_n(cells().begin() + 0x2100, 300, std::uint8_t{0xFF});
+        std::copy(bytes.begin(), bytes.end(), cells().begin());
     };
-    makeOld();
-    ASSERT_EQ(programFlash(device(), wanted).way, tavo::ProgramWay::Sectors);
-    unsigned cuts = 0;
-    for (bool finished = false; !finished; ++cuts) {
-        SCOPED_TRACE(cuts);
-        makeOld();
-        finished = true;
-        rig.failFrom("CySpiReadWrite", cuts + 1, CY_ERROR_DEVICE_NOT_FOUND);
-        try {
-            programFlash(device(), wanted);
-        } catch (const tavo::Error& error) {
-            finished = false;
-            // What has changed is told, and remembered.
-            const bool changed = rig.board().flash.changes > 0;
-            if (changed) {
-                EXPECT_TRUE(error.state.isFlashLost());
-                EXPECT_TRUE(remembered());
+    const tavo::Image most = imageOf({{0, Bytes(whole.begin(), whole.end() - 700)}});
+    const tavo::Image part = imageOf({{0x1050, Bytes(whole.begin() + 0x1050, whole.begin() + 0x2200)}});
+    Bytes oldWithPart = old;
+    std::copy(whole.begin() + 0x1050, whole.begin() + 0x2200, oldWithPart.begin() + 0x1050);
+    struct Case {
+        const tavo::Image& image;
+        bool keep;
+        tavo::Image after;
+    };
+    for (const Case& each : {Case{most, false, most}, Case{part, true, imageOf({{0, oldWithPart}})}}) {
+        SCOPED_TRACE(each.keep);
+        const tavo::ProgramOptions how{.keep = each.keep};
+        unsigned before = 0;  // transfers that only look
+        put(old);
+        observe = [&](const tavo::Event& event) {
+            if (event.kind == tavo::Event::Kind::PhaseBegins && event.phase == tavo::Phase::Erase)
+                before = rig.calls("CySpiReadWrite");
+        };
+        ASSERT_EQ(programFlash(device(), each.image, how, control()).way, tavo::ProgramWay::Sectors);
+        observe = nullptr;
+        EXPECT_TRUE(holds(each.after));
+        unsigned cuts = before - 1;
+        for (bool finished = false; !finished; ++cuts) {
+            SCOPED_TRACE(cuts);
+            put(old);
+            finished = true;
+            rig.failFrom("CySpiReadWrite", cuts + 1, CY_ERROR_DEVICE_NOT_FOUND);
+            try {
+                programFlash(device(), each.image, how);
+            } catch (const tavo::Error& error) {
+                finished = false;
+                // What has changed is told, and remembered, and so are the bytes to be kept.
+                if (rig.board().flash.changes > 0) {
+                    EXPECT_TRUE(error.state.isFlashLost());
+                    ASSERT_TRUE(remembered());
+                    EXPECT_EQ(std::filesystem::exists(remembered()->kept), each.keep);
+                }
             }
+            put(Bytes(cells().begin(), cells().end()));
+            programFlash(device(), each.image, how);
+            ASSERT_TRUE(holds(each.after));
+            EXPECT_FALSE(remembered());
         }
-        const Bytes left(cells().begin(), cells().end());
-        fresh();
-        std::copy(left.begin(), left.end(), cells().begin());
-        programFlash(device(), wanted);
-        ASSERT_TRUE(holds(wanted));
-        EXPECT_FALSE(remembered());
+        EXPECT_GT(cuts, before + 50);
     }
-    EXPECT_GT(cuts, 100u);
+    for (const auto& file : std::filesystem::directory_iterator(options.folder))
+        EXPECT_THAT(file.path().filename(), Not(testing::StartsWith("kept")));
+}
+
+TEST_F(Flash, WhatIsToBeKeptIsInAPrivateFileUntilItIsInTheChip) {
+    const Bytes old = noise(cells().size(), 9);
+    std::copy(old.begin(), old.end(), cells().begin());
+    const tavo::Image small = imageOf({{0x20, noise(700, 1)}});
+    tavo::ProgramOptions how{.keep = true, .imageName = folder + "/small.hex"};
+    cancelIn(tavo::Phase::Erase, tavo::Event::Kind::PhaseBegins);
+    failureOfProgram(how);
+    EXPECT_FALSE(remembered()) << "nothing was changed";
+    const auto cutInProgram = [this](const tavo::Event& event) {
+        if (event.kind == tavo::Event::Kind::PhaseBegins && event.phase == tavo::Phase::Program)
+            rig.failFrom("CySpiReadWrite", 6, CY_ERROR_PIPE_HALTED);
+    };
+    token.reset();
+    observe = cutInProgram;
+    const tavo::Error error = failureOfProgram(how);
+    ASSERT_TRUE(remembered());
+    const std::filesystem::path kept = remembered()->kept;
+    EXPECT_EQ(std::filesystem::status(kept).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+    EXPECT_THAT(error.hint, HasSubstr("again with --keep"));
+    EXPECT_THAT(error.details, ElementsAre(HasSubstr(kept.string())));
+    EXPECT_THAT(interruptedHint(*remembered()), HasSubstr("program --keep " + how.imageName));
+
+    // Another run that is cut off does not take what is left for what was there; a copy that is not whole is told.
+    fresh();
+    failureOfProgram(how);
+    EXPECT_EQ(remembered()->kept, kept);
+    fresh();
+    observe = nullptr;
+    std::filesystem::resize_file(kept, 100);
+    EXPECT_EQ(failureOfProgram(how).problem, Problem::FileSystem);
+    std::ofstream(kept, std::ios::binary).write(reinterpret_cast<const char*>(old.data()), 64 << 10);
+    // Without --keep nothing is taken from it, and it stays.
+    programFlash(device(), small, {}, control());
+    EXPECT_TRUE(holds(small));
+    EXPECT_THAT(warnings, ElementsAre(HasSubstr(kept.string())));
+    EXPECT_TRUE(std::filesystem::exists(kept));
+    EXPECT_FALSE(remembered());
+
+    // A host that cannot save it leaves the flash alone.
+    std::filesystem::create_directories(options.folder + "/interrupted.run");
+    std::ofstream(options.folder + "/interrupted.run/x") << "x";
+    clearJournal();
+    const tavo::Image other = imageOf({{0x20, noise(700, 2)}});
+    EXPECT_EQ(failureOf([&] { programFlash(device(), other, how); }).problem, Problem::FileSystem);
+    EXPECT_TRUE(holds(small));
+    EXPECT_THROW(programFlash(device(), small, {.full = true, .keep = true}), tavo::Error);
+    // Without sectors of its own the chip is erased as a whole, and all of it written back.
+    options.sfdp = sim::Sfdp::None;
+    options.folder = folder + "/other";
+    fresh();
+    std::copy(old.begin(), old.end(), cells().begin());
+    EXPECT_EQ(programFlash(device(), small, how).way, tavo::ProgramWay::Full);
+    for (const std::uint32_t at : {0u, 0x1Fu, 0x2DCu, 0xFFFFu}) EXPECT_EQ(cells()[at], old[at]);
+    EXPECT_EQ(cells()[0x20], small.at(0x20));
 }
 
 TEST_F(Flash, AnEraseThatDoesNothingIsFound) {

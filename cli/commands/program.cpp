@@ -19,7 +19,9 @@ std::string steps(const Session& session, const Options& options, const tavo::Pr
     std::string text = "would ";
     if (!options.how.full) text += "read the flash, leave it alone if it holds just this image, else ";
     if (!options.how.backup.empty()) text += "save the flash in " + options.how.backup + ", ";
-    text += options.how.full ? "erase the whole flash of " : "erase the whole flash or what must be erased of ";
+    text += options.how.full   ? "erase the whole flash of "
+            : options.how.keep ? "erase what must be erased of "
+                               : "erase the whole flash or what must be erased of ";
     return text + session.deviceName() + ", then program and verify " + (options.how.full ? "" : "up to ") +
            countText(forecast.pagesWritten, "page") + " (" + std::to_string(forecast.pagesBlank) + " blank)";
 }
@@ -35,8 +37,9 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["estimated_seconds_least"] = forecast.leastSeconds;
     report.result["estimated_seconds_sector"] = forecast.sectorSeconds;
     report.line(steps(session, options, forecast));
-    report.line("the whole erase and every page: about " + secondsText(std::ceil(forecast.seconds)) +
-                " on a chip of " + sizeText(forecast.chipSize));
+    report.line(std::string(options.how.keep ? "every sector of the file" : "the whole erase and every page") +
+                ": about " + secondsText(std::ceil(forecast.seconds)) + " on a chip of " +
+                sizeText(forecast.chipSize));
     if (!options.how.full) {
         report.line("by sectors: about " + secondsText(std::ceil(forecast.leastSeconds)) + " to look, and " +
                     secondsText(forecast.sectorSeconds) + " for each 4 KiB to be changed");
@@ -86,6 +89,7 @@ Run declareProgram(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     declareImage(arguments, "FILE", kImageHelp, options->image);
     arguments.flag("--full", options->how.full, "erase the whole flash and program every page, without looking first");
+    arguments.flag("--keep", options->how.keep, "leave everything outside FILE as it is, not erased");
     arguments.flag("--if-different", options->how.ifDifferent,
                    "leave the flash alone if it holds just this image; done anyway without --full");
     arguments.text("--backup", "OUT", options->how.backup,

@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "service/device/stateFolder.h"
 #include "tavo/service/files.h"
 #include "tavo/service/text.h"
 
@@ -44,6 +45,7 @@ constexpr Field kFields[] = {
     {"started", [](Record& r) -> std::string& { return r.run.started; }},
     {"image", [](Record& r) -> std::string& { return r.run.image; }},
     {"sha256", [](Record& r) -> std::string& { return r.run.sha256; }},
+    {"kept", [](Record& r) -> std::string& { return r.run.kept; }},
     {"backup", [](Record& r) -> std::string& { return r.run.backup; }},
 };
 
@@ -75,9 +77,23 @@ std::vector<fs::path> folders(const DeviceDescription& device) {
     return all;
 }
 
+std::string fileName(const DeviceDescription& device, const std::string& begin, const std::string& ending) {
+    if (isSimulated(device)) return begin + ending;
+    return begin + "-" + safeName(device.path) + "-" + safeName(device.serial) + ending;
+}
 std::string fileName(const DeviceDescription& device) {
-    if (isSimulated(device)) return std::string("interrupted") + kEnding;
-    return "interrupted-" + safeName(device.path) + "-" + safeName(device.serial) + kEnding;
+    return fileName(device, "interrupted", kEnding);
+}
+
+/// Makes it, if it is not there yet.
+fs::path existingFolder(const DeviceDescription& device) {
+    const fs::path folder = ownFolder(device);
+    if (folder.empty())
+        throw failure("find the folder for the history (neither XDG_STATE_HOME nor HOME is set)", ENOENT);
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw failure("make the folder " + folder.string(), error.value());
+    return folder;
 }
 
 // A file name may hold a line feed.
@@ -180,12 +196,7 @@ std::optional<InterruptedRun> interruptedRun(const DeviceDescription& device) {
 
 void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
     if (device.path == kInMemory) return;
-    const fs::path folder = ownFolder(device);
-    if (folder.empty())
-        throw failure("find the folder for the history (neither XDG_STATE_HOME nor HOME is set)", ENOENT);
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) throw failure("make the folder " + folder.string(), error.value());
+    const fs::path folder = existingFolder(device);
     Record record{device.path, device.serial, run};
     record.run.image = absolute(run.image);
     record.run.backup = absolute(run.backup);
@@ -195,6 +206,18 @@ void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
     NewFile file(path, true);
     writeAll(file.descriptor(), text.data(), text.size(), path);
     file.commit();
+}
+
+std::string newStateFile(const DeviceDescription& device, const std::string& begin, const std::string& ending) {
+    if (device.path == kInMemory) return {};
+    const fs::path folder = existingFolder(device);
+    const std::string stem = begin + "-" + safeName(now());
+    std::error_code error;  // a name that cannot be looked at is found out when the file is written
+    for (unsigned number = 0;; ++number) {
+        const fs::path path =
+            folder / fileName(device, stem + (number > 0 ? "-" + std::to_string(number) : ""), ending);
+        if (!fs::exists(path, error)) return path.string();
+    }
 }
 
 void forgetRun(const DeviceDescription& device) {
@@ -219,8 +242,9 @@ std::string interruptedText(const InterruptedRun& run) {
 }
 
 std::string interruptedHint(const InterruptedRun& run) {
-    const std::string again =
-        run.image.empty() ? "program an image" : "program it again: tavo-util program " + shellWord(run.image);
+    const std::string command = std::string("tavo-util program ") + (run.kept.empty() ? "" : "--keep ");
+    std::string again = run.image.empty() ? "program an image" : "program it again: " + command + shellWord(run.image);
+    if (!run.kept.empty()) again += "; what is to stay around it is taken from " + run.kept;
     return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
 }
 

@@ -294,12 +294,15 @@ FlashPlan planFull(const FlashChip& chip, const Image& image, std::uint32_t cloc
     return Planner(chip, image, nullptr, clockHz).full();
 }
 
-FlashPlan planProgram(const FlashChip& chip, const Image& image, const Image& before, std::uint32_t clockHz) {
+FlashPlan planKeeping(const FlashChip& chip, const Image& image, const Image& before, std::uint32_t clockHz) {
     const Planner planner(chip, image, &before, clockHz);
-    if (planner.needsChipErase()) return planner.full();
-    FlashPlan sectors = planner.sectors();
-    if (sectors.way == ProgramWay::Nothing) return sectors;
-    FlashPlan full = planner.full();
+    return planner.needsChipErase() ? planner.full() : planner.sectors();
+}
+
+FlashPlan planProgram(const FlashChip& chip, const Image& image, const Image& before, std::uint32_t clockHz) {
+    FlashPlan sectors = planKeeping(chip, image, before, clockHz);
+    if (sectors.way != ProgramWay::Sectors) return sectors;
+    FlashPlan full = planFull(chip, image, clockHz);
     return full.seconds < sectors.seconds ? full : sectors;
 }
 

@@ -37,6 +37,10 @@ FlashPlan planFull(const FlashChip& chip, const Image& image, std::uint32_t cloc
 FlashPlan planProgram(const FlashChip& chip, const Image& image, const Image& before,
                       std::uint32_t clockHz = kUsualClockHz);
 
+/// The same without a whole erase, unless the chip tells of no sectors: for an image of all that the chip holds.
+FlashPlan planKeeping(const FlashChip& chip, const Image& image, const Image& before,
+                      std::uint32_t clockHz = kUsualClockHz);
+
 /// What to read of a chip, in that order: first some of it all over, of what the image covers and of the rest,
 /// by which isFullShorter may judge; then the others.
 struct ReadOrder {

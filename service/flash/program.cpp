@@ -21,12 +21,16 @@ namespace {
 
 constexpr const char* kOtherName = "choose another name: a backup is never overwritten";
 constexpr const char* kProgramAgain = "program the image again before the interface is used";
+constexpr const char* kProgramAgainKeeping =
+    "program the image again with --keep before the interface is used: what is to be kept is safe on this computer";
 constexpr std::size_t kToldRetries = 8;
 constexpr double kFixedSeconds = 1.7;  // the waits around a run
 
 void requireSense(const ProgramOptions& options) {
-    if (!options.full || !options.ifDifferent) return;
-    throw Error(Problem::BadArgument, "--full programs without looking: --if-different says the opposite",
+    if (!options.full || !(options.ifDifferent || options.keep)) return;
+    throw Error(Problem::BadArgument,
+                std::string("--full programs without looking: ") + (options.keep ? "--keep" : "--if-different") +
+                    " says the opposite",
                 "leave one of them out");
 }
 
@@ -56,6 +60,7 @@ public:
             erase(driver);
             writeAndCompare(driver, reader);
         } catch (Error& error) {
+            if (op_.state.flash == FlashState::Unchanged && options_.keep && !isResumed_) forgetKept(op_);
             explain(error);
             throw;
         }
@@ -65,7 +70,10 @@ public:
 private:
     void makePlan(FlashReader& reader);
     std::optional<Image> readForPlan(FlashReader& reader);
-    void keep(const Image& contents);
+    void setTarget(const std::optional<Image>& before);
+    FlashPlan planFrom(const std::optional<Image>& before) const;
+    void backUp(const Image& contents);
+    void finish();
     void erase(const FlashDriver& driver);
     TAVO_STATUS eraseByPlan(const FlashDriver& driver);
     void writeAndCompare(const FlashDriver& driver, FlashReader& reader);
@@ -79,6 +87,8 @@ private:
     Operation& op_;
     const Image& image_;
     const ProgramOptions& options_;
+    Image wanted_;            // what the chip is to hold; FF where it has no byte
+    bool isResumed_ = false;  // what is to be kept was saved by a run that was cut off
     FlashPlan plan_;
     std::unique_ptr<NewFile> backup_;
     ProgramResult result_;
@@ -107,9 +117,12 @@ void Programming::makePlan(FlashReader& reader) {
     std::optional<Image> before;
     if (backup_)
         before = readChip(op_, reader, result_.chip, Phase::Backup);
+    else if (options_.keep)
+        before = readChip(op_, reader, result_.chip, Phase::Read);
     else if (!full)
         before = readForPlan(reader);
-    plan_ = full || !before ? planFull(result_.chip, image_) : planProgram(result_.chip, image_, *before);
+    setTarget(before);
+    plan_ = full ? planFull(result_.chip, wanted_) : planFrom(before);
     result_.way = plan_.way;
     op_.step(std::string("plan: ") + programWayName(plan_.way) + ", " + std::to_string(plan_.erases.size()) +
              " blocks to erase, " + std::to_string(plan_.writes.size()) + " pages to write");
@@ -118,13 +131,43 @@ void Programming::makePlan(FlashReader& reader) {
     result_.upToDate = plan_.way == ProgramWay::Nothing;
     if (result_.upToDate) {
         op_.state.flash = FlashState::Unchanged;  // also when a run that was cut off just missed its end
-        forgetChange(op_);
-    } else if (backup_) {
-        keep(*before);
+        return finish();
+    }
+    if (backup_) backUp(*before);
+    if (!options_.keep || isResumed_) return;
+    op_.throwIfCancelled();
+    saveKept(op_, *before, options_.imageName, image_.identity(), result_.backup);
+}
+
+FlashPlan Programming::planFrom(const std::optional<Image>& before) const {
+    if (!before) return planFull(result_.chip, wanted_);
+    return options_.keep ? planKeeping(result_.chip, wanted_, *before) : planProgram(result_.chip, wanted_, *before);
+}
+
+/// With what is to be kept: as the chip holds it, or as it did before a run that was cut off.
+void Programming::setTarget(const std::optional<Image>& before) {
+    wanted_ = image_;
+    if (!options_.keep) return;
+    const auto saved = savedKept(op_, result_.chip.size);
+    isResumed_ = saved.has_value();
+    if (!isResumed_ && op_.state.flash == FlashState::Incomplete)
+        op_.warn("what a run that was cut off has left in the flash is kept around the image");
+    wanted_ = isResumed_ ? *saved : *before;
+    for (const AddressRange& range : image_.ranges()) {
+        for (std::uint64_t at = range.first; at <= range.last; at = at / kPageSize * kPageSize + kPageSize) {
+            const auto address = static_cast<std::uint32_t>(at);
+            const std::uint32_t size = std::min(kPageSize - address % kPageSize, range.last - address + 1);
+            wanted_.add(address, image_.page(address / kPageSize) + address % kPageSize, size);
+        }
     }
 }
 
-void Programming::keep(const Image& contents) {
+/// The flash holds what it should.
+void Programming::finish() {
+    options_.keep ? forgetKept(op_) : forgetChange(op_);
+}
+
+void Programming::backUp(const Image& contents) {
     const Format format = dumpFormat(options_.backup);
     WriteOptions how;
     how.format = format;
@@ -203,7 +246,7 @@ void Programming::writeAndCompare(const FlashDriver& driver, FlashReader& reader
     }
     op_.state.flash = FlashState::Programmed;
     result_.pagesWritten = static_cast<std::uint32_t>(plan_.writes.size());
-    forgetChange(op_);
+    finish();
     op_.end("every page was read back and compared");
     tellRetries();
 }
@@ -228,7 +271,7 @@ void Programming::compareWindow(const FlashDriver& driver, FlashReader& reader, 
         reader.read(first * kPageSize, found.data(), (last + 1 - first) * kPageSize);
         for (std::uint32_t page = first; page <= last; ++page) {
             const std::uint8_t* holds = &found[(page - first) * kPageSize];
-            const std::uint8_t* wanted = pageOf(image_, page);
+            const std::uint8_t* wanted = pageOf(wanted_, page);
             if (!plan_.compared[page] || std::memcmp(wanted, holds, kPageSize) == 0) continue;
             const auto write = std::find_if(plan_.writes.begin(), plan_.writes.end(),
                                             [&](const PageWrite& each) { return each.address / kPageSize == page; });
@@ -253,7 +296,7 @@ void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
     op_.throwIfCancelled();
     unsigned& attempts = attempts_[write.address / kPageSize];
     const unsigned before = attempts;
-    const PageOutcome page = driver.programPage(result_.chip, write.address, bytesOf(image_, write), write.size);
+    const PageOutcome page = driver.programPage(result_.chip, write.address, bytesOf(wanted_, write), write.size);
     attempts += page.attempts;
     if (attempts > 1) {
         if (before <= 1) result_.retries.push_back(write.address);
@@ -283,7 +326,11 @@ void Programming::tellRetries() const {
 }
 
 void Programming::explain(Error& error) const {
-    if (error.problem != Problem::Interrupted && error.problem != Problem::Internal) error.hint = kProgramAgain;
+    const bool isOfDevice = error.problem != Problem::Interrupted && error.problem != Problem::Internal;
+    if (isOfDevice) error.hint = options_.keep ? kProgramAgainKeeping : kProgramAgain;
+    if (const auto run = interruptedRun(op_.device.description()); options_.keep && run && !run->kept.empty())
+        error.details.push_back("what is to be kept is safe in " + run->kept +
+                                ": repeated with --keep it is taken from there");
     if (result_.backup.empty()) return;
     error.hint += "; what was in the flash before is in " + result_.backup;
     error.details.push_back("backup: " + result_.backup + ", sha256 " + result_.backupSha256);
@@ -295,6 +342,21 @@ const char* programWayName(ProgramWay way) {
     constexpr const char* kNames[] = {"nothing", "sectors", "full"};
     return kNames[static_cast<std::size_t>(way)];
 }
+
+namespace {
+
+std::uint32_t touchedSectors(const Image& image) {
+    constexpr std::uint32_t kSectorPages = 4096 / kPageSize;
+    std::uint32_t count = 0;
+    for (std::uint32_t page = 0, next = 0; page < kAddressable / kPageSize; ++page) {
+        if (page < next || image.page(page) == nullptr) continue;
+        ++count;
+        next = page / kSectorPages * kSectorPages + kSectorPages;
+    }
+    return count;
+}
+
+}  // namespace
 
 ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options) {
     requireSense(options);
@@ -314,6 +376,10 @@ ProgramForecast forecastProgram(const Image& image, const ProgramOptions& option
     forecast.seconds = plan.seconds + kFixedSeconds;
     forecast.leastSeconds = options.full ? forecast.seconds : readSeconds(chip.size) + kFixedSeconds;
     forecast.sectorSeconds = options.full ? 0 : sectorSeconds();
+    if (options.keep) {
+        forecast.seconds =
+            forecast.leastSeconds + readSeconds(chip.size) + touchedSectors(image) * forecast.sectorSeconds;
+    }
     return forecast;
 }
 

@@ -125,9 +125,9 @@ class NeuronId(BridgeTest):
 
 class Help(BridgeTest):
     def test_recover_lets_go_what_a_killed_run_held(self):
-        path = self.write("image.hex", image((0, noise(65536))))
+        path = self.write("image.hex", image((0, noise(40960))))
         with self.start_tool("program", path, sim=["pace=real"]) as process:
-            killed = self.interrupt_when(process, "program: begins", signal.SIGKILL)
+            killed = self.interrupt_when(process, "program: 10 %", signal.SIGKILL)
         self.assertEqual(killed.code, -signal.SIGKILL)
         self.assertExit(self.run_tool("neuron-id", "store"), 12)
         # Looked at, and left as it is, as often as one likes.

@@ -203,6 +203,19 @@ class ProgramSafely(ToolTest):
         self.assertEqual(self.run_tool("program", "--if-different", self.image).out,
                          "already up to date: nothing erased, nothing written\n")
 
+    def test_what_the_file_does_not_cover_is_kept_on_wish(self):
+        old = noise(0x20000, 5)
+        self.run_tool("program", self.write("old.hex", image((0, old))))
+        new = self.write("new.hex", image((0x1010, noise(300, 6))))
+        done = self.run_tool("--json", "program", "--keep", new).json["result"]
+        self.assertEqual((done["plan"], done["sectors_erased"], done["pages_written"], done["pages_kept"]),
+                         ("sectors", 1, 16, 496))
+        self.assertEqual(self.flash()[:0x20000], old[:0x1010] + noise(300, 6) + old[0x1010 + 300:])
+        self.assertFalse([name for name in os.listdir(self.board) if name.startswith("kept")])
+        planned = self.run_tool("-n", "program", "--keep", new).out
+        self.assertIn("erase what must be erased of", planned)
+        self.assertExit(self.run_tool("program", "--keep", "--full", new), 2)
+
     def test_a_dry_run_fails_as_the_real_run_would_and_names_every_step(self):
         self.write("there.hex", ["mine"])
         result = self.run_tool("-n", "program", self.image, "--backup", self.path("there.hex"))

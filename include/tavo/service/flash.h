@@ -59,6 +59,10 @@ struct ProgramOptions {
     bool full = false;
     /// Nothing is written when the chip holds just this image: as it always is without full.
     bool ifDifferent = false;
+    /// What the image does not cover stays as it is in the chip, not FF. All of the chip is first put into a private
+    /// file in the folder of the history, from which the next run takes it, should this one be cut off; a success
+    /// removes it. Not with full.
+    bool keep = false;
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
     std::string backup = {};
@@ -83,7 +87,7 @@ struct ProgramForecast {
     std::uint32_t pagesBlank = 0;    ///< pages of FF: the erase leaves them so
     // Of the run on a full-speed bus, by typical times, waits and reading before included.
     std::uint32_t chipSize = 0;  ///< that the times are for, in bytes: the smallest usual chip that holds the image
-    double seconds = 0;          ///< erasing the whole chip and programming all
+    double seconds = 0;          ///< erasing the whole chip, with keep all sectors of the image, and programming all
     double leastSeconds = 0;     ///< when the image is there already
     double sectorSeconds = 0;    ///< more than that, for each 4 KiB that must be erased and programmed
 };
@@ -106,12 +110,12 @@ struct ProgramResult {
     DeviceState state;
 };
 
-/// Brings the image into the chip, FF elsewhere, by the shorter way: reads what is there, then erases the
-/// whole chip or the sectors that must lose a bit, and programs what differs. Every page of the image is
-/// compared with the chip: one that was written after its last write, the others after the last of all.
-/// Cut off at any point, the next run finishes it. Blocks for reading the chip (9 ms a KiB; a sixteenth of it when all
-/// of that differs), the erase, about 7.3 ms a page, and 1.6 s of waits.
-/// Throws Error also when the chip is too small, or the backup cannot be written: nothing is erased then.
+/// Brings the image into the chip, FF elsewhere (but see ProgramOptions::keep), by the shorter way: reads what is
+/// there, then erases the whole chip or the sectors that must lose a bit, and programs what differs. Every page of the
+/// image is compared with the chip: one that was written after its last write, the others after the last of all. Cut
+/// off at any point, the next run finishes it. Blocks for reading the chip (9 ms a KiB; a sixteenth of it when all of
+/// that differs), the erase, about 7.3 ms a page, and 1.6 s of waits. Throws Error also when the chip is too small, or
+/// the backup cannot be written: nothing is erased then.
 TAVO_API ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options = {},
                                     const Control& control = {});
 

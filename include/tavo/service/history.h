@@ -12,10 +12,11 @@ namespace tavo {
 /// A run that began to change a flash and has not been followed by one that finished. All empty when its
 /// record is there and cannot be read.
 struct InterruptedRun {
-    std::string image;    ///< absolute path of the file that was being programmed; empty for an erase
-    std::string sha256;   ///< of the image, 64 digits; may be empty
-    std::string backup;   ///< absolute path of what was in the flash before; empty without a backup
-    std::string started;  ///< local time with its offset from UTC: "2024-05-01T14:03:59+0200"
+    std::string image;         ///< absolute path of the file that was being programmed; empty for an erase
+    std::string sha256;        ///< of the image, 64 digits; may be empty
+    std::string backup;        ///< absolute path of what was in the flash before; empty without a backup
+    std::string started = {};  ///< local time with its offset from UTC: "2024-05-01T14:03:59+0200"
+    std::string kept = {};  ///< absolute path of the bytes of the chip around what is programmed; empty: none to keep
 };
 
 // One small text file per interface in $XDG_STATE_HOME/tavo-util, by default ~/.local/state/tavo-util, for
