@@ -1,5 +1,5 @@
-// As service/device/simulated.cpp, where this library is part of the program: the program's calls are bound to what it was
-// linked with, and a simulated interface that is preloaded would leave it on the real ones.
+// As service/device/simulated.cpp, where this library is part of the program: the program's calls are bound to what it
+// was linked with, and a simulated interface that is preloaded would leave it on the real ones.
 #include "tavo/service/simulated.h"
 
 #include "tavo/service/device.h"
@@ -19,7 +19,8 @@ bool isSimulated(const std::string& spec) {
 }
 
 std::vector<std::pair<std::string, std::string>> simulatedEnvironment(const std::vector<std::string>&) {
-    throw Error(Problem::BadArgument, "this program is linked statically and cannot be started on a simulated interface",
+    throw Error(Problem::BadArgument,
+                "this program is linked statically and cannot be started on a simulated interface",
                 "use one that is linked with the shared libraries (built without -DTAVO_STATIC=ON)");
 }
 

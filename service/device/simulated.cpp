@@ -37,7 +37,8 @@ Error notInstalled(const std::string& what) {
     std::istringstream lines(what);
     std::string first;
     std::getline(lines, first);
-    Error error(Problem::Internal, first, "install the simulated interface beside this program (Debian: tavo-util-sim)");
+    Error error(Problem::Internal, first,
+                "install the simulated interface beside this program (Debian: tavo-util-sim)");
     for (std::string line; std::getline(lines, line);) error.details.push_back(line);
     return error;
 }
