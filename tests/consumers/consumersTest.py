@@ -3,6 +3,7 @@
 TAVO_BUILD is the build that is installed for it, or TAVO_PREFIX says where they are installed already.
 """
 
+import json
 import os
 import random
 import shutil
@@ -72,9 +73,10 @@ class Consumers(unittest.TestCase):
         run("cmake", "-P", self.path("newer.cmake"))
 
     def test_make_with_pkg_config(self):
-        run("make", "-C", HERE, self.path("programSafely"), env=self.environment)
-        self.assertPrograms(*self.on_board(self.path("programSafely"), "sim:board", "image.bin", "before-make.hex"),
-                            environment=self.found_by_linker())
+        run("make", "-C", HERE, env=self.environment)
+        for program in ("programSafely", "programInC"):
+            self.assertPrograms(*self.on_board(self.path(program), "sim:board", "image.bin", program + ".hex"),
+                                environment=self.found_by_linker())
 
     def test_meson(self):
         run("meson", "setup", self.path("meson"), HERE, env=self.environment)
@@ -97,8 +99,15 @@ class Consumers(unittest.TestCase):
         self.assertNotIn("sim:", loaded.stdout, "what is preloaded does not reach it")
 
     @unittest.skipIf("TAVO_PREFIX" in os.environ, "dpkg has done it")
-    def test_an_install_says_how_its_libraries_are_found(self):
+    def test_an_install_says_how_its_libraries_are_found_and_what_they_are_made_of(self):
         self.assertIn("-Wl,-rpath," + self.libraries, self.said)
+        with open(os.path.join(self.prefix, "share/tavo-util/tavo-util.spdx.json")) as file:
+            bill = json.load(file)
+        names = {each["SPDXID"]: each["name"] for each in bill["packages"]}
+        related = {names[each["relatedSpdxElement"]] for each in bill["relationships"]}
+        self.assertEqual(related, set(names.values()), "each package has its relation")
+        for part in ("libc", "usb", "elf", "nettle", "json"):
+            self.assertTrue(any(part in name for name in related), part + " is missing: " + str(related))
 
 
 if __name__ == "__main__":
