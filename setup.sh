@@ -1,10 +1,10 @@
 #!/bin/sh
 # Installs the Debian packages that are missing for the given purposes (see packages.txt).
-#   ./setup.sh build [demo] [test] [check] [bench]
+#   ./setup.sh build [demo] [test] [check] [bench] [package]
 set -eu
 cd "$(dirname "$0")"
 
-[ $# -gt 0 ] || { echo "usage: ./setup.sh build [demo] [test] [check] [bench]" >&2; exit 2; }
+[ $# -gt 0 ] || { echo "usage: ./setup.sh build [demo] [test] [check] [bench] [package]" >&2; exit 2; }
 wanted=$(for purpose; do awk -v p="$purpose" '$1 == p { print $2 }' packages.txt; done | sort -u)
 
 # dpkg knows virtual and pinned packages better than any list of programs; without it, look for what a build needs.
