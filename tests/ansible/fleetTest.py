@@ -135,10 +135,14 @@ class Fleet(unittest.TestCase):
         with open(self.path("unit01/flash.bin"), "r+b") as file:
             file.seek(60000)  # beyond the image, where FF belongs
             file.write(b"\x42")
-        self.play("tavo.util.update", "--check", hosts=HOSTS[:3], tavo_batches=[3])
+        identity = hosts["unit00"]["image_sha256"]
+        with open(self.path("firmware.bin"), "wb") as file:
+            file.write(DATA)  # the same image in another file
+        self.play("tavo.util.update", "--check", hosts=HOSTS[:3], tavo_batches=[3], tavo_image_sha256=identity,
+                  tavo_image_file=self.path("firmware.bin"))
         counts, hosts = self.report()
         self.assertEqual((counts, hosts["unit01"]["outcome"]), ({"current": 2, "would-change": 1}, "would-change"))
-        self.assertIsNone(hosts["unit01"]["image_sha256"])
+        self.assertEqual([hosts[host]["image_sha256"] for host in HOSTS[:3]], [identity, None, identity])
 
     def test_too_many_failures_end_the_run_before_the_next_batch(self):
         faults = {"unit01": "pace=fast,dead-flash=0"}

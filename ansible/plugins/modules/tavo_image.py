@@ -21,6 +21,7 @@ options:
   src:
     description:
       - The image file, on the controller unless I(remote_src) is set. It is brought to the host for the time of the task.
+      - Intel HEX, S-record, ELF or raw binary, also compressed with gzip.
     type: path
     required: true
   remote_src:
@@ -28,6 +29,16 @@ options:
       - The file is on the host.
     type: bool
     default: false
+  format:
+    description:
+      - How the file is read. C(auto) tells by its content.
+    type: str
+    choices: [auto, hex, srec, bin, elf]
+    default: auto
+  address:
+    description:
+      - The address of the first byte of a raw binary, for example C(0x10000). It is 0 otherwise.
+    type: str
   state:
     description:
       - What the flash has to hold.
@@ -36,8 +47,8 @@ options:
     default: present
   sha256:
     description:
-      - The SHA-256 that the tool tells of the image (C(tavo-util check)). A file with another one is refused before the
-        interface is touched.
+      - The SHA-256 that the tool tells of the image (C(tavo-util check)); it is that of bytes and addresses, the same in every
+        format. A file with another one is refused before the interface is touched.
     type: str
   backup:
     description:
@@ -68,7 +79,7 @@ EXAMPLES = r'''
 
 RETURN = r'''
 sha256:
-  description: The SHA-256 that the tool tells of the image. On success the chip holds this image.
+  description: The identity of the image, whatever the format of its file. On success the chip holds this image.
   returned: when the image was read
   type: str
   sample: f8041ad50635997a28ea23ce310d4eed94a4a3f1c7801291ed735c6a42e325a2
@@ -147,9 +158,14 @@ def differing(found):
             'before_header': 'the flash, %d pages different' % found['pages_different'], 'after_header': 'the image'}
 
 
+def image_words(parameters):
+    words = [parameters['src'], '--format', parameters['format']]
+    return words + ['--address', parameters['address']] if parameters['address'] else words
+
+
 def compare(tool, result):
     """Reads the chip and tells whether it holds the image and nothing else."""
-    answer = tool.ask('verify', '--rest-blank', '--every', tool.module.params['src'], allowed=(DONE, DIFFERS), result=result)
+    answer = tool.ask('verify', '--rest-blank', '--every', *image_words(tool.module.params), allowed=(DONE, DIFFERS), result=result)
     found = answer['result']
     result.update(device=answer['device'], state=answer['state'], verified=found['equal'],
                   pages_different=found['pages_different'], differences=found['differences'])
@@ -159,7 +175,7 @@ def compare(tool, result):
 
 
 def program(tool, result):
-    words = ['program', '--if-different', tool.module.params['src']]
+    words = ['program', '--if-different', *image_words(tool.module.params)]
     if tool.module.params['backup']:
         words += ['--backup', tool.module.params['backup']]
     answer = tool.ask(*words, result=result)
@@ -170,10 +186,11 @@ def program(tool, result):
 def main():
     module = AnsibleModule(supports_check_mode=True, argument_spec=dict(
         ARGUMENTS, src=dict(type='path', required=True), remote_src=dict(type='bool', default=False),
+        format=dict(type='str', choices=['auto', 'hex', 'srec', 'bin', 'elf'], default='auto'), address=dict(type='str'),
         state=dict(type='str', choices=['present'], default='present'), sha256=dict(type='str'), backup=dict(type='str')))
     tool = Tool(module)
     result = dict(verified=False)
-    result['sha256'] = tool.ask('check', module.params['src'], result=result)['result']['sha256']
+    result['sha256'] = tool.ask('check', *image_words(module.params), result=result)['result']['sha256']
     wanted = module.params['sha256']
     if wanted and wanted.lower() != result['sha256']:
         tool.fail(invented('%s is not the image that was asked for: its SHA-256 is %s' % (module.params['src'], result['sha256']),
