@@ -430,6 +430,35 @@ TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
     EXPECT_TRUE(remembered());
 }
 
+TEST_F(Flash, AnEraseOfAPartTakesThatPartAndIsRememberedUntilItIsDone) {
+    const Bytes before = noise(cells().size(), 3);
+    const auto fill = [&] { std::copy(before.begin(), before.end(), cells().begin()); };
+    fill();
+    const tavo::EraseOptions part{.range = tavo::AddressRange{0x3000, 0x4FFF}};
+    const auto done = eraseFlash(device(), part, control());
+    EXPECT_EQ(done.sectorsErased, 2u);
+    EXPECT_EQ(done.state.flash, FlashState::Incomplete);
+    EXPECT_FALSE(remembered());
+    for (const std::uint32_t at : {0x2FFFu, 0x5000u, 0u}) EXPECT_EQ(cells()[at], before[at]);
+    EXPECT_TRUE(std::all_of(&cells()[0x3000], &cells()[0x5000], [](std::uint8_t byte) { return byte == 0xFF; }));
+
+    fill();
+    observe = [this](const tavo::Event& event) {  // the chip takes more than it says
+        if (event.kind == tavo::Event::Kind::PhaseEnds && event.phase == tavo::Phase::Erase) cells()[0x6000] = 0xFF;
+    };
+    const tavo::Error more = failureOf([&] { eraseFlash(device(), part, control()); });
+    EXPECT_THAT(more.what(), HasSubstr("changed 0x006000 too"));
+    EXPECT_EQ(more.state.flash, FlashState::Incomplete);
+    EXPECT_TRUE(remembered());
+    observe = nullptr;
+
+    eraseFlash(device(), part);  // does not put right what the run before has left
+    EXPECT_TRUE(remembered());
+    const tavo::EraseOptions all{.range = tavo::AddressRange{0, static_cast<std::uint32_t>(cells().size() - 1)}};
+    EXPECT_EQ(eraseFlash(device(), all).state.flash, FlashState::Erased);
+    EXPECT_FALSE(remembered());
+}
+
 TEST_F(Flash, AHostThatCannotRememberIsToldAndMayProgram) {
     std::filesystem::create_directories(options.folder + "/interrupted.run");  // where the record would be
     std::ofstream(options.folder + "/interrupted.run/x") << "x";

@@ -56,16 +56,21 @@ public:
     /// must be a {serial} in it. (In every text argument {serial} is replaced.)
     void isOutput(std::string& value) { outputs_.push_back(&value); }
 
+    /// The question of a command that asks, when its arguments make another one of it than that of the table.
+    void asks(std::function<std::string()> question) { question_ = std::move(question); }
+
     /// The words that an argument or option may be, by its name.
     const std::map<std::string, std::vector<std::string>>& choices() const { return choices_; }
     const std::vector<std::string*>& texts() const { return texts_; }
     const std::vector<std::string*>& outputs() const { return outputs_; }
+    const std::function<std::string()>& question() const { return question_; }
 
 private:
     CLI::App& app_;
     std::map<std::string, std::vector<std::string>> choices_;
     std::vector<std::string*> texts_;
     std::vector<std::string*> outputs_;
+    std::function<std::string()> question_;
 };
 
 enum class Needs {

@@ -218,6 +218,7 @@ struct CommandLine {
         std::map<std::string, std::vector<std::string>> choices;
         std::vector<std::string*> texts;
         std::vector<std::string*> outputs;
+        std::function<std::string()> asks;
     };
     std::vector<Entry> entries;
 
@@ -261,7 +262,8 @@ void CommandLine::add(const Command& command) {
                 "\n\nGlobal options and exit codes: tavo-util --help");
     Arguments arguments(*sub);
     Run run = command.declare(arguments);
-    entries.push_back({&command, sub, std::move(run), arguments.choices(), arguments.texts(), arguments.outputs()});
+    entries.push_back({&command, sub, std::move(run), arguments.choices(), arguments.texts(), arguments.outputs(),
+                       arguments.question()});
 }
 
 void checkUsbIds(const std::vector<std::string>& ids) {
@@ -499,6 +501,7 @@ Invocation readCommandLine(int argc, char** argv) {
         invocation.run = entry.run;
         invocation.texts = entry.texts;
         invocation.outputs = entry.outputs;
+        invocation.asks = entry.asks;
     }
     // What works without a device touches one only when it is asked for on this very command line.
     if (invocation.command != nullptr && invocation.command->needs != Needs::NamedDevice)

@@ -1,6 +1,7 @@
 // The command line: what it may hold, its help, and what it says.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct Invocation {
     Run run;
     std::vector<std::string*> texts;    ///< argument values in which {serial} is replaced; owned by run
     std::vector<std::string*> outputs;  ///< those of them that name files to be written
+    std::function<std::string()> asks;  ///< in place of the command's question; may be empty
     int exitCode = 0;
 };
 

@@ -4,6 +4,7 @@
 
 #include "cli/commands/commands.h"
 #include "cli/commands/imageFile.h"
+#include "cli/commands/range.h"
 #include "cli/running/session.h"
 #include "tavo/service/files.h"
 #include "tavo/service/flash.h"
@@ -14,6 +15,7 @@ namespace {
 struct Options {
     std::string file;
     std::string format = "auto";
+    RangeArguments range;
     bool force = false;
 };
 
@@ -23,22 +25,28 @@ void dump(Session& session, const Options& options) {
     if (toOutput) requireFreeOutput(report);
     tavo::WriteOptions how;
     how.format = writtenFormat(options.file, options.format);
+    tavo::ReadFlashOptions reading;
+    reading.range = takeRange(session, options.range);
+    if (reading.range) how.address = reading.range->first;
     if (session.options.dryRun) {
-        report.note("would read the whole flash of " + session.deviceName() + " into " + options.file);
+        report.note("would read " + partText(reading.range) + " of " + session.deviceName() + " into " + options.file);
         return;
     }
     std::unique_ptr<tavo::NewFile> out;
     if (!toOutput) out = std::make_unique<tavo::NewFile>(options.file, options.force);
-    const auto read = tavo::readFlash(session.device(), session.control());
+    const auto read = tavo::readFlash(session.device(), reading, session.control());
     session.report.state = read.state;
     tavo::writeImage(read.contents, toOutput ? STDOUT_FILENO : out->descriptor(), options.file, how);
     if (toOutput) return;
     out->commit();
     const std::string sha256 = read.contents.identity();
     report.result["file"] = options.file;
-    report.result["bytes"] = read.chip.size;
+    report.result["bytes"] = read.contents.byteCount();
     report.result["sha256"] = sha256;
-    report.note(sizeText(read.chip.size) + " in " + options.file + ", sha256 " + sha256);
+    const std::string part = reading.range ? " (" + rangeText(*reading.range) + ")" : "";
+    report.note(sizeText(read.contents.byteCount()) + part + " in " + options.file + ", sha256 " + sha256);
+    if (reading.range && how.format == tavo::Format::Binary)
+        report.note("a raw binary has no addresses: --address " + hexAddress(how.address) + " puts it back there");
 }
 
 }  // namespace
@@ -51,6 +59,7 @@ Run declareDump(Arguments& arguments) {
     arguments.isOutput(options->file);
     arguments.choice("--format", "FORMAT", options->format, kWrittenFormats,
                      "what is written: auto (told by the name), hex, srec, bin");
+    declareRange(arguments, "copy only a part", options->range);
     arguments.flag("-f,--force", options->force, "replace FILE if it exists");
     return [options](Session& session) { dump(session, *options); };
 }

@@ -4,6 +4,7 @@
 
 #include "cli/commands/commands.h"
 #include "cli/commands/imageFile.h"
+#include "cli/commands/range.h"
 #include "cli/output/map.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
@@ -15,6 +16,7 @@ constexpr std::size_t kListedDifferences = 20;
 
 struct Options {
     ImageArguments image;
+    RangeArguments range;
     bool map = false;
     tavo::VerifyOptions how;
 };
@@ -62,8 +64,10 @@ void tell(Session& session, const tavo::VerifyResult& done) {
 }
 
 void verify(Session& session, Options& options) {
+    options.how.range = takeRange(session, options.range);
     const auto file = readImage(session, options.image);
-    if (session.options.dryRun) return session.report.note("would read the flash and compare");
+    if (session.options.dryRun)
+        return session.report.note("would read " + partText(options.how.range) + " and compare");
     options.how.file = file.get();
     options.how.imageName = inputName(options.image.file);
     options.how.whole = options.map;
@@ -71,7 +75,10 @@ void verify(Session& session, Options& options) {
     const auto done = tavo::verifyFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tell(session, done);
-    if (options.map) tellMap(session.report, tavo::mapComparison(file->image, done.contents, done.chip.size));
+    if (!options.map) return;
+    const tavo::AddressRange all{0, tavo::kAddressable - 1};
+    const tavo::Image wanted = file->image.part(options.how.range.value_or(all));
+    tellMap(session.report, tavo::mapComparison(wanted, done.contents, done.chip.size));
 }
 
 }  // namespace
@@ -79,6 +86,7 @@ void verify(Session& session, Options& options) {
 Run declareVerify(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     declareImage(arguments, "FILE", kImageHelp, options->image);
+    declareRange(arguments, "compare only a part", options->range);
     arguments.flag("--rest-blank", options->how.restBlank, "what the file does not cover must be erased (FF)");
     arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
     arguments.flag("--map", options->map,

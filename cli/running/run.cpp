@@ -75,11 +75,16 @@ Exit guarded(Session& session, const std::function<Exit()>& work) {
 Exit runCommand(Session& session, const Invocation& invocation) {
     const auto trace = session.trace();
     openLog(session);
-    session.prepare();
+    session.prepare(questionOf(invocation));
     replaceSerial(session, invocation);
     invocation.run(session);
     session.progress.end();
     return session.exit;
+}
+
+std::string questionOf(const Invocation& invocation) {
+    if (invocation.asks) return invocation.asks();
+    return invocation.command->asks == nullptr ? "" : invocation.command->asks;
 }
 
 bool hasSerialMark(const std::string& text) {

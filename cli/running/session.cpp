@@ -62,12 +62,12 @@ void Session::take(const tavo::Event& event) {
     }
 }
 
-void Session::prepare() {
+void Session::prepare(const std::string& question) {
     if (command.needs == Needs::List) attached_ = tavo::devices(options.devices);
     if (!needsDevice(command.needs)) return;
     if (command.needs == Needs::NamedDevice && options.devices.empty()) return;
     chooseDevice();
-    if (command.asks != nullptr && !options.dryRun) confirm(std::string(command.asks) + " of " + deviceName() + "?");
+    if (!question.empty() && !options.dryRun) confirm(question + " of " + deviceName() + "?");
 }
 
 void Session::chooseDevice() {

@@ -61,8 +61,9 @@ public:
     /// Asks on the terminal; yes with -y. Throws Failure (exit 13) for a no, or without a terminal.
     void confirm(const std::string& question);
 
-    /// Finds what the command needs; throws Failure.
-    void prepare();
+    /// Finds what the command needs, and puts its question; throws Failure.
+    /// @param question  "erase the whole flash"; empty: none
+    void prepare(const std::string& question);
 
 private:
     void chooseDevice();

@@ -157,8 +157,8 @@ Exit runSeveral(Session& session, const Invocation& invocation, int argc, char**
         members = findMembers(session);
     }
     checkOutputs(invocation, members);
-    if (session.command.asks != nullptr && !session.options.dryRun) {
-        session.confirm(std::string(session.command.asks) + " of " + countText(members.size(), "interface") + "?");
+    if (const std::string question = questionOf(invocation); !question.empty() && !session.options.dryRun) {
+        session.confirm(question + " of " + countText(members.size(), "interface") + "?");
     }
     for (auto& member : members) prepare(member, session, argc, argv);
     workOnAll(members);

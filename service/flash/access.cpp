@@ -6,6 +6,7 @@
 #include "service/device/health.h"
 #include "service/device/spiReset.h"
 #include "tavo/service/history.h"
+#include "tavo/service/range.h"
 #include "tavo/service/text.h"
 
 namespace tavo {
@@ -148,6 +149,25 @@ void waitForBoot(Operation& op) {
     op.begin(Phase::Boot, "the Neuron starts", 0, kBootMs / 1000.0);
     op.sleep(kBootMs);
     op.end();
+}
+
+AddressRange partOf(Operation& op, const FlashChip& chip, const std::optional<AddressRange>& range) {
+    if (!range) requireAddressable(op, chip);
+    if (!range) return {0, chip.size - 1};
+    if (range->last < chip.size) return *range;
+    op.fail(
+        Error(Problem::BadArgument,
+              "the range " + rangeText(*range) + " reaches above the chip's last address, " + hexAddress(chip.size - 1),
+              "the chip holds " + sizeText(chip.size) + ": end the range in it"));
+}
+
+Image partOfImage(const Image& image, const AddressRange& range, const std::string& name, bool needsData) {
+    Image part = image.part(range);
+    if (!part.isEmpty() || !needsData) return part;
+    const auto all = image.ranges();
+    throw Error(
+        Problem::FileRefused, (name.empty() ? "the image" : name) + " has no data in " + rangeText(range),
+        all.empty() ? "name another image" : "its data lie in " + rangeText({all.front().first, all.back().last}));
 }
 
 void requireAddressable(Operation& op, const FlashChip& chip) {

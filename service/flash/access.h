@@ -79,12 +79,18 @@ auto withFlash(Operation& op, long settleMs, Work work) {
 
 /// Unprotects and erases the whole chip. Raises the state before.
 TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& chip);
+/// Erases a part of it by sectors, and looks that just this part was erased. @return how many
+std::uint32_t erasePart(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range);
 
 /// The Neuron starts with what is in the flash now: the time that the library gives it.
 void waitForBoot(Operation& op);
 
+/// The range, which must lie in the chip; without one the whole chip, which must be addressable.
+AddressRange partOf(Operation& op, const FlashChip& chip, const std::optional<AddressRange>& range);
 /// Refuses a chip that 24 address bits cannot reach in whole: reads would wrap unnoticed.
 void requireAddressable(Operation& op, const FlashChip& chip);
+/// What the image has in that range. Throws Error (FileRefused) when that is nothing and some is needed.
+Image partOfImage(const Image& image, const AddressRange& range, const std::string& name, bool needsData);
 /// Refuses (FileRefused) an image with data above this chip. file: names the line; may be null.
 void requireFits(Operation& op, const Image& image, const FlashChip& chip, const std::string& name,
                  const ImageFile* file);

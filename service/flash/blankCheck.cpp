@@ -4,8 +4,9 @@
 namespace tavo {
 namespace {
 
-BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashChip& chip, bool every) {
-    requireAddressable(op, chip);
+BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashChip& chip,
+                          const BlankCheckOptions& options) {
+    const AddressRange part = partOf(op, chip, options.range);
     const Image nothing;
     BlankCheckResult found;
     found.chip = chip;
@@ -14,10 +15,10 @@ BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashC
         const Comparison data = compare(nothing, contents, now, true);
         found.pages += data.pages;
         if (!data.equal() && !found.first) found.first = data.differences.front().range.first;
-        found.isComplete = now.last == chip.size - 1;
-        return every || !found.first;
+        found.isComplete = now.last == part.last;
+        return options.every || !found.first;
     };
-    found.contents = readRanges(op, reader, {{0, chip.size - 1}}, Phase::Read, more);
+    found.contents = readRanges(op, reader, {part}, Phase::Read, more);
     found.blank = !found.first;
     return found;
 }
@@ -27,7 +28,7 @@ BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashC
 BlankCheckResult blankCheckFlash(Device& device, const BlankCheckOptions& options, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
-        return findData(op, driver, chip, options.every);
+        return findData(op, driver, chip, options);
     });
     waitForBoot(op);
     result.state = op.state;

@@ -32,15 +32,22 @@ TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& 
     return cypressToTavo(driver.eraseChip(chip));
 }
 
-EraseResult eraseFlash(Device& device, const Control& control) {
+EraseResult eraseFlash(Device& device, const EraseOptions& options, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettleBeforeErase, [&](const FlashDriver& driver, FlashChip chip) {
         readSfdp(op, driver, chip);
         const auto start = std::chrono::steady_clock::now();
-        eraseByWish(op, driver, chip);
+        EraseResult done{chip, 0, 0, {}};
+        const bool isPart = options.range && partOf(op, chip, options.range).size() < chip.size;
+        if (isPart)
+            done.sectorsErased = erasePart(op, driver, chip, *options.range);
+        else
+            eraseByWish(op, driver, chip);
         op.throwIfCancelled();
-        return EraseResult{chip, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count(), {}};
+        done.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        return done;
     });
+    if (result.sectorsErased > 0) waitForBoot(op);  // an erased chip has nothing to start
     result.state = op.state;
     return result;
 }

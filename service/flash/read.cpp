@@ -113,11 +113,12 @@ Format dumpFormat(const std::string& path) {
     return formatToWrite(path);
 }
 
-ReadFlashResult readFlash(Device& device, const Control& control) {
+ReadFlashResult readFlash(Device& device, const ReadFlashOptions& options, const Control& control) {
     Operation op(device, control);
     auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
         FlashReader reader(op, driver);
-        return ReadFlashResult{chip, readChip(op, reader, chip, Phase::Dump), {}};
+        const AddressRange part = partOf(op, chip, options.range);
+        return ReadFlashResult{chip, readRanges(op, reader, {part}, Phase::Dump), {}};
     });
     waitForBoot(op);
     result.state = op.state;

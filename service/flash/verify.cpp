@@ -7,9 +7,9 @@ namespace {
 VerifyResult readAndCompare(Operation& op, const FlashDriver& driver, const FlashChip& chip, const Image& image,
                             const VerifyOptions& options) {
     const bool whole = options.restBlank || options.whole;
-    if (whole) requireAddressable(op, chip);
+    const auto part = whole || options.range ? std::optional(partOf(op, chip, options.range)) : std::nullopt;
     requireFits(op, image, chip, options.imageName, options.file);
-    const auto ranges = whole ? std::vector<AddressRange>{{0, chip.size - 1}} : readableRanges(image);
+    const auto ranges = whole ? std::vector<AddressRange>{*part} : readableRanges(image);
     VerifyResult found;
     found.chip = chip;
     std::uint32_t last = 0;
@@ -28,8 +28,12 @@ VerifyResult readAndCompare(Operation& op, const FlashDriver& driver, const Flas
 
 VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options, const Control& control) {
     Operation op(device, control);
+    const bool needsData = options.range && !options.restBlank && !options.whole;
+    std::optional<Image> part;
+    if (options.range) part = partOfImage(image, *options.range, options.imageName, needsData);
+    const Image& wanted = part ? *part : image;
     auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
-        return readAndCompare(op, driver, chip, image, options);
+        return readAndCompare(op, driver, chip, wanted, options);
     });
     waitForBoot(op);
     result.state = op.state;

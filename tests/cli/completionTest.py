@@ -99,6 +99,7 @@ class Completion(ShellTest):
                 ("--js", {"--json"}, {"--color"}),
                 ("convert a.hex ", {FILES}, {"list"}),
                 ("check --format ", {"srec", "bin"}, {"list", FILES}),
+                ("erase --layout ", {FILES}, {"list"}),
                 ("mode ", {"unconfigured", "service"}, {"list", FILES}),
                 ("scb0 ", {"spi", "i2c"}, {FILES}),
                 ("erase ", set(), {"list", "spi", FILES}),

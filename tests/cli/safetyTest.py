@@ -319,6 +319,78 @@ class Convert(ToolTest):
                 self.assertEqual(self.flash()[:150000], noise(150000))
 
 
+class Ranges(ToolTest):
+    """Only that part is read, compared or erased."""
+
+    CHIP = noise(300000) + b"\xff" * (MIB - 300000)
+
+    def setUp(self):
+        super().setUp()
+        self.fill_flash(self.CHIP)
+
+    def test_a_part_is_dumped_with_its_addresses(self):
+        self.write("layout", ["# mine", "00010000:0001ffff app", "100000-100fff above"])
+        for args, first, last in ((["--range", "0x10000-0x1FFFF"], 0x10000, 0x1FFFF), (["--range", "100+1"], 100, 100),
+                                  (["--range", "app", "--layout", "layout"], 0x10000, 0x1FFFF)):
+            with self.subTest(args):
+                told = self.run_tool("--json", "dump", "-f", "part.hex", *args).json["result"]
+                self.assertEqual((told["bytes"], told["range"]), (last - first + 1, {"first": first, "last": last}))
+                self.assertEqual(self.read("part.hex").decode().splitlines(), image((first, self.CHIP[first:last + 1])))
+        result = self.run_tool("dump", "part.bin", "--range", "64K+64K")
+        self.assertIn("--address 0x010000 puts it back there", result.out)
+        self.assertEqual(self.read("part.bin"), self.CHIP[0x10000:0x20000])
+        self.assertEqual(self.run_tool("verify", "part.bin", "--address", "64K").code, 0)
+        for args, text in ((["--range", "2-1"], "ends before it begins"), (["--range", "nope"], "is no range"),
+                           (["--layout", "layout"], "none is chosen"), (["--range", "1M+1"], "above the chip's last address"),
+                           (["--range", "above", "--layout", "layout"], "above the chip's last address"),
+                           (["--range", "boot", "--layout", "layout"], "a name of the layout: app, above")):
+            result = self.run_tool("dump", "no.hex", *args)
+            self.assertExit(result, 2)
+            self.assertIn(text, result.err)
+        result = self.run_tool("dump", "no.hex", "--range", "x", "--layout", self.write("bad", ["0-FFF a", "x-y b"]))
+        self.assertExit(result, 7)
+        self.assertIn("bad refused: line 2: 'x-y' is no range\n", result.err)
+        self.assertIn("state: device not touched", result.err)
+        self.assertFalse(os.path.exists(self.path("no.hex")))
+
+    def test_only_that_part_is_compared_or_looked_at(self):
+        spoiled = bytearray(self.CHIP[:300000])
+        spoiled[0x20000] ^= 1
+        path = self.write("image.hex", image((0, spoiled)))
+        for args, code, text in ((["--range", "0-0x1FFFF"], 0, "equal"), (["--range", "0x20000+1"], 9, "differs at 0x020000"),
+                                 (["--range", "0x1F000-0x2FFFF", "--every"], 9, "(1 page)"),
+                                 (["--range", "512K+4K", "--rest-blank"], 0, "equal"),
+                                 (["--range", "512K+4K"], 7, "its data lie in 0x000000-0x0493DF")):
+            with self.subTest(args):
+                result = self.run_tool("verify", path, *args)
+                self.assertExit(result, code)
+                self.assertIn(text, result.out + result.err)
+        result = self.run_tool("blank-check", "--range", "300000+4K")
+        self.assertEqual((result.code, result.out), (0, "blank: 4 KiB of FF in 0x0493E0-0x04A3DF\n"))
+        self.assertEqual(self.run_tool("--json", "blank-check", "--range", "299999+4K").json["result"]["first"], 299999)
+
+    def test_a_part_is_erased_on_the_borders_of_sectors_and_the_rest_stays(self):
+        for sim in ([], ["sfdp=none"]):
+            with self.subTest(sim):
+                self.fill_flash(self.CHIP)
+                told = self.run_tool("--json", "erase", "-y", "--range", "0xF000-0x20FFF", sim=sim).json
+                self.assertEqual((told["exit_status"], told["flash_state"]), (0, "incomplete"))
+                self.assertEqual(told["result"]["sectors_erased"], 18 if sim else 3)
+                self.assertEqual(self.flash(), self.CHIP[:0xF000] + b"\xff" * 0x12000 + self.CHIP[0x21000:])
+        before = self.flash()
+        result = self.run_tool("erase", "-y", "--range", "0x1800-0x3FFE")
+        self.assertExit(result, 2)
+        self.assertErrorForm(result, "flash contents unchanged", "does not begin and end where sectors of 4 KiB do")
+        self.assertIn("hint:  give --range 0x001000-0x003FFF or --range 0x002000-0x002FFF", result.err)
+        self.assertExit(self.run_tool("erase", "--range", "0+4K"), 13)
+        self.assertIn("erase 0x000000-0x000FFF of the flash of", self.run_tool("erase", "--range", "0+4K").err)
+        self.assertExit(self.run_tool("-n", "erase", "--range", "0+4K"), 0)
+        result = self.run_tool("erase", "-y", "--range", "0x30000+4K", sim=["lose-erase=1"])
+        self.assertExit(result, 11)
+        self.assertErrorForm(result, "flash incomplete: part of the image is missing", "left data at 0x030000")
+        self.assertEqual(self.flash(), before)
+
+
 class Formats(ToolTest):
     DATA = noise(5000)
 

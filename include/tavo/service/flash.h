@@ -125,6 +125,7 @@ struct VerifyOptions {
     bool whole = false;               ///< reads the whole chip, also what the image does not cover
     const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
     std::string imageName = {};
+    std::optional<AddressRange> range = {};  ///< of image and chip only this part is compared
 };
 
 struct VerifyResult {
@@ -139,9 +140,13 @@ struct VerifyResult {
 TAVO_API VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options = {},
                                   const Control& control = {});
 
+struct ReadFlashOptions {
+    std::optional<AddressRange> range = {};  ///< none: the whole chip
+};
+
 struct ReadFlashResult {
     FlashChip chip;
-    Image contents;  ///< every byte of the chip
+    Image contents;  ///< every byte of the range
     DeviceState state;
 };
 
@@ -149,20 +154,37 @@ struct ReadFlashResult {
 /// ending of something that a dump is not.
 TAVO_API Format dumpFormat(const std::string& path);
 
-/// Reads the whole chip. Times as verifyFlash.
-TAVO_API ReadFlashResult readFlash(Device& device, const Control& control = {});
+/// Reads the chip or a part of it. Times as verifyFlash.
+TAVO_API ReadFlashResult readFlash(Device& device, const ReadFlashOptions& options, const Control& control = {});
+/// Reads the whole chip.
+inline ReadFlashResult readFlash(Device& device, const Control& control = {}) {
+    return readFlash(device, ReadFlashOptions{}, control);
+}
+
+struct EraseOptions {
+    /// None: the whole chip. Its borders are multiples of the chip's smallest sector, 4 KiB for one that tells nothing.
+    std::optional<AddressRange> range = {};
+};
 
 struct EraseResult {
     FlashChip chip;
+    std::uint32_t sectorsErased = 0;  ///< blocks of whatever size; the whole chip is none
     double seconds = 0;
     DeviceState state;
 };
 
-/// Erases the whole chip: seconds to minutes.
-TAVO_API EraseResult eraseFlash(Device& device, const Control& control = {});
+/// Erases the whole chip (seconds to minutes), or a part of it by sectors; the part is read afterwards, and so is what
+/// lies around it, before and after. Throws Error (BadArgument) for a range off the borders, naming the nearest ones
+/// that are on them: nothing is erased then.
+TAVO_API EraseResult eraseFlash(Device& device, const EraseOptions& options, const Control& control = {});
+/// Erases the whole chip.
+inline EraseResult eraseFlash(Device& device, const Control& control = {}) {
+    return eraseFlash(device, EraseOptions{}, control);
+}
 
 struct BlankCheckOptions {
-    bool every = false;  ///< counts every page with data, instead of stopping after the first
+    bool every = false;                      ///< counts every page with data, instead of stopping after the first
+    std::optional<AddressRange> range = {};  ///< none: the whole chip
 };
 
 struct BlankCheckResult {
@@ -171,7 +193,7 @@ struct BlankCheckResult {
     std::optional<std::uint32_t> first;  ///< address of the first byte that is not FF
     std::uint32_t pages = 0;             ///< with such a byte, in what was read
     Image contents;                      ///< what was read
-    bool isComplete = false;             ///< the whole chip was read
+    bool isComplete = false;             ///< the whole chip or range was read
     DeviceState state;
 };
 

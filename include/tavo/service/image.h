@@ -26,6 +26,7 @@ struct AddressRange {
     std::uint64_t size() const { return std::uint64_t{last} - first + 1; }
     bool contains(std::uint32_t address) const { return first <= address && address <= last; }
     bool operator==(const AddressRange& other) const { return first == other.first && last == other.last; }
+    bool operator!=(const AddressRange& other) const { return !(*this == other); }
 };
 
 /// Memory: 72 KiB for each 64 KiB of addresses that hold a byte.
