@@ -29,6 +29,12 @@ void requireFreeOutput(const Report& report) {
                       "name a file, or leave --json out");
 }
 
+std::string optionsText(const ImageArguments& image) {
+    std::string text = image.format == "auto" ? "" : "--format " + image.format;
+    if (image.address) text += (text.empty() ? "" : " ") + ("--address " + tavo::hexAddress(*image.address));
+    return text;
+}
+
 std::string conversionText(const tavo::ImageFile& file) {
     std::string text;
     for (const auto& change : file.changes) text += (text.empty() ? "converted: " : "; ") + change;

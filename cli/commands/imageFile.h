@@ -24,6 +24,9 @@ void declareImage(Arguments& arguments, const char* name, const char* help, Imag
 
 tavo::ReadOptions readOptions(const ImageArguments& image);
 
+/// Those of the options that tell what a file is, as on a command line; empty for one that tells that itself.
+std::string optionsText(const ImageArguments& image);
+
 /// The file, good or not; what is known of it is in the result.
 std::shared_ptr<const tavo::ImageFile> lookAtImage(Session& session, const ImageArguments& image,
                                                    const tavo::ReadOptions& options);

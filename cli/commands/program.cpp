@@ -3,6 +3,7 @@
 
 #include "cli/commands/commands.h"
 #include "cli/commands/imageFile.h"
+#include "cli/commands/range.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
 
@@ -11,6 +12,7 @@ namespace {
 
 struct Options {
     ImageArguments image;
+    RangeArguments range;
     bool convert = false;
     tavo::ProgramOptions how;
 };
@@ -38,8 +40,7 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["estimated_seconds_sector"] = forecast.sectorSeconds;
     report.line(steps(session, options, forecast));
     report.line(std::string(options.how.keep ? "every sector of the file" : "the whole erase and every page") +
-                ": about " + secondsText(std::ceil(forecast.seconds)) + " on a chip of " +
-                sizeText(forecast.chipSize));
+                ": about " + secondsText(std::ceil(forecast.seconds)) + " on a chip of " + sizeText(forecast.chipSize));
     if (!options.how.full) {
         report.line("by sectors: about " + secondsText(std::ceil(forecast.leastSeconds)) + " to look, and " +
                     secondsText(forecast.sectorSeconds) + " for each 4 KiB to be changed");
@@ -73,7 +74,13 @@ void tellDone(Session& session, const tavo::ProgramResult& done) {
 }
 
 void program(Session& session, Options& options) {
+    options.how.range = takeRange(session, options.range);
+    options.how.keep = options.how.keep || options.how.range;
     const auto file = readImage(session, options.image);
+    options.how.imageOptions = optionsText(options.image);
+    if (options.how.range)
+        options.how.imageOptions +=
+            (options.how.imageOptions.empty() ? "--range " : " --range ") + rangeText(*options.how.range);
     if (!isStandardStream(options.image.file)) options.how.imageName = options.image.file;
     options.how.file = file.get();
     if (session.options.dryRun) return tellPlan(session, options, *file);
@@ -90,6 +97,7 @@ Run declareProgram(Arguments& arguments) {
     declareImage(arguments, "FILE", kImageHelp, options->image);
     arguments.flag("--full", options->how.full, "erase the whole flash and program every page, without looking first");
     arguments.flag("--keep", options->how.keep, "leave everything outside FILE as it is, not erased");
+    declareRange(arguments, "program only that part of FILE, and leave everything else as it is", options->range);
     arguments.flag("--if-different", options->how.ifDifferent,
                    "leave the flash alone if it holds just this image; done anyway without --full");
     arguments.text("--backup", "OUT", options->how.backup,

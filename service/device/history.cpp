@@ -45,6 +45,7 @@ constexpr Field kFields[] = {
     {"started", [](Record& r) -> std::string& { return r.run.started; }},
     {"image", [](Record& r) -> std::string& { return r.run.image; }},
     {"sha256", [](Record& r) -> std::string& { return r.run.sha256; }},
+    {"options", [](Record& r) -> std::string& { return r.run.options; }},
     {"kept", [](Record& r) -> std::string& { return r.run.kept; }},
     {"backup", [](Record& r) -> std::string& { return r.run.backup; }},
 };
@@ -244,6 +245,7 @@ std::string interruptedText(const InterruptedRun& run) {
 std::string interruptedHint(const InterruptedRun& run) {
     const std::string command = std::string("tavo-util program ") + (run.kept.empty() ? "" : "--keep ");
     std::string again = run.image.empty() ? "program an image" : "program it again: " + command + shellWord(run.image);
+    if (!run.image.empty() && !run.options.empty()) again += " " + run.options;
     if (!run.kept.empty()) again += "; what is to stay around it is taken from " + run.kept;
     return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
 }

@@ -38,8 +38,9 @@ void writeCopy(const std::string& path, const Image& contents) {
 
 /// What an earlier run that was cut off has saved stays known: it is what was there before.
 InterruptedRun runOf(const DeviceDescription& device, const std::string& image, const std::string& sha256,
-                     const std::string& backup) {
+                     const std::string& backup, const std::string& options) {
     InterruptedRun run{image, sha256, backup};
+    run.options = options;
     if (const auto before = interruptedRun(device)) {
         if (!before->backup.empty()) run.backup = before->backup;
         run.kept = before->kept;
@@ -61,10 +62,11 @@ std::string forget(Operation& op) {
 
 }  // namespace
 
-void rememberChange(Operation& op, const std::string& image, const std::string& sha256, const std::string& backup) {
+void rememberChange(Operation& op, const std::string& image, const std::string& sha256, const std::string& backup,
+                    const std::string& options) {
     const DeviceDescription& device = op.device.description();
     try {
-        rememberRun(device, runOf(device, image, sha256, backup));
+        rememberRun(device, runOf(device, image, sha256, backup, options));
     } catch (const Error& error) {
         op.warn(std::string(error.what()) + ": " + kNotRemembered, error.hint);
     }
@@ -83,9 +85,9 @@ void forgetKept(Operation& op) {
 }
 
 void saveKept(Operation& op, const Image& contents, const std::string& image, const std::string& sha256,
-              const std::string& backup) {
+              const std::string& backup, const std::string& options) {
     const DeviceDescription& device = op.device.description();
-    InterruptedRun run = runOf(device, image, sha256, backup);
+    InterruptedRun run = runOf(device, image, sha256, backup, options);
     run.kept = newStateFile(device, "kept", ".bin");
     if (run.kept.empty()) return;
     try {

@@ -14,6 +14,7 @@
 #include "service/flash/sfdp.h"
 #include "tavo/service/files.h"
 #include "tavo/service/history.h"
+#include "tavo/service/range.h"
 #include "tavo/service/text.h"
 
 namespace tavo {
@@ -21,18 +22,40 @@ namespace {
 
 constexpr const char* kOtherName = "choose another name: a backup is never overwritten";
 constexpr const char* kProgramAgain = "program the image again before the interface is used";
-constexpr const char* kProgramAgainKeeping =
-    "program the image again with --keep before the interface is used: what is to be kept is safe on this computer";
+constexpr const char* kKeptIsSafe = " before the interface is used: what is to be kept is safe on this computer";
 constexpr std::size_t kToldRetries = 8;
 constexpr double kFixedSeconds = 1.7;  // the waits around a run
 
+/// The option that keeps something; empty when nothing is kept.
+std::string keepOption(const ProgramOptions& options) {
+    if (options.range) return "--range " + rangeText(*options.range);
+    return options.keep ? "--keep" : "";
+}
+
 void requireSense(const ProgramOptions& options) {
-    if (!options.full || !(options.ifDifferent || options.keep)) return;
-    throw Error(Problem::BadArgument,
-                std::string("--full programs without looking: ") + (options.keep ? "--keep" : "--if-different") +
-                    " says the opposite",
+    const std::string opposite = options.ifDifferent ? "--if-different" : keepOption(options);
+    if (!options.full || opposite.empty()) return;
+    throw Error(Problem::BadArgument, "--full programs without looking: " + opposite + " says the opposite",
                 "leave one of them out");
 }
+
+/// What is to be programmed, and how.
+struct Job {
+    Job(const Image& whole, const ProgramOptions& asked) : options(asked), image(whole) {
+        requireSense(options);
+        if (!options.range) return;
+        part = partOfImage(whole, *options.range, options.imageName, true);
+        options.keep = true;
+    }
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+
+    const Image& programmed() const { return part ? *part : image; }
+
+    ProgramOptions options;
+    const Image& image;
+    std::optional<Image> part;
+};
 
 /// The file of the backup: opened before the device is touched, so that one that cannot be written does not
 /// cost the Neuron a restart.
@@ -136,7 +159,7 @@ void Programming::makePlan(FlashReader& reader) {
     if (backup_) backUp(*before);
     if (!options_.keep || isResumed_) return;
     op_.throwIfCancelled();
-    saveKept(op_, *before, options_.imageName, image_.identity(), result_.backup);
+    saveKept(op_, *before, options_.imageName, image_.identity(), result_.backup, options_.imageOptions);
 }
 
 FlashPlan Programming::planFrom(const std::optional<Image>& before) const {
@@ -195,7 +218,7 @@ void Programming::erase(const FlashDriver& driver) {
     op_.begin(Phase::Erase, full ? usualEraseTime(result_.chip) : "", bytes);
     if (full) op_.stopNote(kEraseStopNote);
     const TAVO_STATUS status = op_.tryCall("program the flash", [&] {
-        rememberChange(op_, options_.imageName, image_.identity(), result_.backup);
+        rememberChange(op_, options_.imageName, image_.identity(), result_.backup, options_.imageOptions);
         return full ? eraseAll(op_, driver, result_.chip) : eraseByPlan(driver);
     });
     if (status != TAVO_SUCCESS) {
@@ -327,10 +350,12 @@ void Programming::tellRetries() const {
 
 void Programming::explain(Error& error) const {
     const bool isOfDevice = error.problem != Problem::Interrupted && error.problem != Problem::Internal;
-    if (isOfDevice) error.hint = options_.keep ? kProgramAgainKeeping : kProgramAgain;
+    if (isOfDevice)
+        error.hint =
+            options_.keep ? "program the image again with " + keepOption(options_) + kKeptIsSafe : kProgramAgain;
     if (const auto run = interruptedRun(op_.device.description()); options_.keep && run && !run->kept.empty())
-        error.details.push_back("what is to be kept is safe in " + run->kept +
-                                ": repeated with --keep it is taken from there");
+        error.details.push_back("what is to be kept is safe in " + run->kept + ": repeated with " +
+                                keepOption(options_) + " it is taken from there");
     if (result_.backup.empty()) return;
     error.hint += "; what was in the flash before is in " + result_.backup;
     error.details.push_back("backup: " + result_.backup + ", sha256 " + result_.backupSha256);
@@ -358,8 +383,10 @@ std::uint32_t touchedSectors(const Image& image) {
 
 }  // namespace
 
-ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options) {
-    requireSense(options);
+ProgramForecast forecastProgram(const Image& whole, const ProgramOptions& asked) {
+    const Job job(whole, asked);
+    const Image& image = job.programmed();
+    const ProgramOptions& options = job.options;
     openBackup(options);
     constexpr std::uint32_t kSmallestChip = 64U << 10;
     const auto ranges = image.ranges();
@@ -385,10 +412,10 @@ ProgramForecast forecastProgram(const Image& image, const ProgramOptions& option
 
 ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options, const Control& control) {
     if (image.isEmpty()) throw Error(Problem::BadArgument, "the image is empty", "there is nothing to program");
-    requireSense(options);
+    const Job job(image, options);
     const auto start = std::chrono::steady_clock::now();
     Operation op(device, control);
-    Programming programming(op, image, options);
+    Programming programming(op, job.programmed(), job.options);
     ProgramResult result = withFlash(
         op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
     if (!result.upToDate) waitForBoot(op);

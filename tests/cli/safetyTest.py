@@ -4,7 +4,9 @@ import concurrent.futures
 import gzip
 import hashlib
 import os
+import re
 import resource
+import shlex
 import shutil
 import struct
 import subprocess
@@ -215,6 +217,27 @@ class ProgramSafely(ToolTest):
         planned = self.run_tool("-n", "program", "--keep", new).out
         self.assertIn("erase what must be erased of", planned)
         self.assertExit(self.run_tool("program", "--keep", "--full", new), 2)
+
+    def test_a_part_of_the_file_is_programmed_and_a_cut_is_put_right_by_the_command_that_is_named(self):
+        old, new = noise(0x20000, 5), noise(0x9000, 6)
+        self.run_tool("program", self.write("old.hex", image((0, old))))
+        raw, part = self.write("a new image", new), ["--format", "bin", "--address", "0x1000", "--range", "0x2100+0x200"]
+        told = self.run_tool("--json", "program", raw, *part).json
+        self.assertEqual((told["exit_status"], told["result"]["range"]), (0, {"first": 0x2100, "last": 0x22FF}))
+        self.assertEqual(self.flash()[:0x20000], old[:0x2100] + new[0x1100:0x1300] + old[0x2300:])
+        part[-1] = "0x7000-0x7FFF"
+        cut = self.run_tool("program", raw, *part, sim=["fault=CySpiReadWrite@310+:6"])
+        self.assertExit(cut, 11)
+        self.assertIn("with --range 0x007000-0x007FFF", cut.err)
+        named = re.search(r"program it again: (tavo-util .*?)(;|$)", self.run_tool("doctor").out, re.M)[1]
+        self.assertExit(self.run_tool(*shlex.split(named)[1:]), 0)
+        self.assertEqual(self.flash()[:0x20000],
+                         old[:0x2100] + new[0x1100:0x1300] + old[0x2300:0x7000] + new[0x6000:0x7000] + old[0x8000:])
+        for args, code, text in ((["--range", "0x20000+4K"], 7, "has no data in 0x020000-0x020FFF"),
+                                 (["--range", "4K+4K", "--full"], 2, "--range 0x001000-0x001FFF says the opposite")):
+            result = self.run_tool("program", raw, *part[:4], *args)
+            self.assertExit(result, code)
+            self.assertIn(text, result.err)
 
     def test_a_dry_run_fails_as_the_real_run_would_and_names_every_step(self):
         self.write("there.hex", ["mine"])

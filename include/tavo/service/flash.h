@@ -63,11 +63,15 @@ struct ProgramOptions {
     /// file in the folder of the history, from which the next run takes it, should this one be cut off; a success
     /// removes it. Not with full.
     bool keep = false;
+    /// Programs only what the image has in this range; implies keep.
+    std::optional<AddressRange> range = {};
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
     std::string backup = {};
     /// For messages, and for what this host remembers of a run that is cut off.
     std::string imageName = {};
+    /// What the command line that programs it again has beside the name: "--format bin --range 0x010000-0x01FFFF".
+    std::string imageOptions = {};
     /// Where the image was read from, if anywhere; borrowed. Names the line of data above the chip.
     const ImageFile* file = nullptr;
 };

@@ -16,6 +16,7 @@ struct InterruptedRun {
     std::string sha256;        ///< of the image, 64 digits; may be empty
     std::string backup;        ///< absolute path of what was in the flash before; empty without a backup
     std::string started = {};  ///< local time with its offset from UTC: "2024-05-01T14:03:59+0200"
+    std::string options = {};  ///< that the image was given with, as on the command line; often empty
     std::string kept = {};  ///< absolute path of the bytes of the chip around what is programmed; empty: none to keep
 };
 
