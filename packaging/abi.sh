@@ -11,8 +11,9 @@ build=${2:-build/dev}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# Types are told as far as they stand in a public header.
 dump() {
-  abidw --headers-dir include --drop-private-types --exported-interfaces-only --no-show-locs --no-comp-dir-path \
+  abidw --headers-dir include --headers-dir "$build/include" --drop-private-types --exported-interfaces-only --no-show-locs --no-comp-dir-path \
     --no-corpus-path --no-elf-needed --no-parameter-names --type-id-style hash "$1"
 }
 
