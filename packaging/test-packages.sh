@@ -32,7 +32,8 @@ sources=/etc/apt/sources.list.d/debian.sources
 [ -f "$sources" ] || sources=/etc/apt/sources.list
 # shellcheck disable=SC2016  # $1 is mmdebstrap's
 if mmdebstrap --quiet --variant=apt --format=null --customize-hook="copy-in $tree /" \
-  --customize-hook="touch $work/made" --customize-hook='chroot "$1" sh /tavo-packages/packaging/installed.sh' \
+  --customize-hook='echo force-unsafe-io >"$1/etc/dpkg/dpkg.cfg.d/not-for-long"' --customize-hook="touch $work/made" \
+  --customize-hook='chroot "$1" sh /tavo-packages/packaging/installed.sh' \
   "$codename" /dev/null "$sources"; then
   exit 0
 fi
