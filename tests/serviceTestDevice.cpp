@@ -506,23 +506,53 @@ TEST_F(Recover, InterruptedAtOnceItTellsWhatIsHeld) {
 class Overview : public LinesTest {};
 
 TEST_F(Overview, APartThatDoesNotAnswerIsAbsentAndTellsWhy) {
-    const auto whole = overview(device());
+    const auto whole = overview(device(), {tavo::FlashLook::Always});
     EXPECT_TRUE(whole.siliconId.value && whole.neuronId.value && whole.status.value && whole.flash.value);
     EXPECT_FALSE(whole.state.isSomethingHeld());
 
     rig.failFrom("ldv_open", 1, LDV_NOT_FOUND);
     rig.failFrom("CySpiReadWrite", 1, CY_ERROR_IO_TIMEOUT);
-    const auto without = overview(device());
+    const auto without = overview(device(), {tavo::FlashLook::Always});
     EXPECT_FALSE(without.neuronId.value || without.programId.value || without.status.value || without.flash.value);
     for (const std::string& why : {without.neuronId.why, without.status.why, without.flash.why}) EXPECT_NE(why, "");
     EXPECT_TRUE(without.siliconId.value);
+}
+
+TEST_F(Overview, OnlyANeuronThatIsSilentIsRestarted) {
+    const auto neuronOf = [](const tavo::Overview& all) { return all.parts.back().state; };
+    auto all = overview(device());
+    EXPECT_FALSE(all.neuronRestarted || all.flash.value);
+    EXPECT_EQ(neuronOf(all), "running, configured");
+
+    rig.failFrom("ldv_open", 1, LDV_NOT_FOUND);  // nobody knows whether it runs
+    all = overview(device());
+    EXPECT_FALSE(all.neuronRestarted);
+    EXPECT_THAT(neuronOf(all), testing::HasSubstr("cannot be asked"));
+
+    rig.clearFaults();
+    rig.failFrom("ldv_read", 1, LDV_DEVICE_ERR);
+    EXPECT_FALSE(overview(device(), {tavo::FlashLook::Never}).neuronRestarted);
+    all = overview(device());
+    EXPECT_TRUE(all.neuronRestarted && all.flash.value);
+    EXPECT_EQ(neuronOf(all), "silent");
+
+    rig.clearFaults();
+    leaveLikeAKilledRun();
+    all = overview(device());
+    EXPECT_FALSE(all.neuronRestarted);
+    EXPECT_EQ(neuronOf(all), "held in reset");
+    EXPECT_EQ(all.parts.back().verdict, tavo::Verdict::Fail);
+    recover(device());
+
+    rememberRun(device().description(), {"image.hex", "", "", ""});
+    EXPECT_EQ(overview(device()).parts[3].state, "incomplete image");
 }
 
 TEST_F(Overview, ADeviceThatCannotBeSeenToBeReleasedIsNoSuccess) {
     for (const char* function : {"CyGetGpioValue", "CyGetSpiConfig"}) {
         rig.clearFaults();
         rig.failFrom(function, 1, CY_ERROR_IO_TIMEOUT);
-        EXPECT_THROW(overview(device()), tavo::Error) << function;
+        EXPECT_THROW(overview(device(), {tavo::FlashLook::Always}), tavo::Error) << function;
     }
 }
 

@@ -1,5 +1,7 @@
 #include "tavo/service/doctor.h"
 
+#include <memory>
+
 #include "cli/commands/commands.h"
 #include "cli/running/session.h"
 
@@ -24,10 +26,10 @@ void tell(Report& report, const tavo::Check& check) {
     report.line(rowText(check));
 }
 
-void doctor(Session& session) {
+void doctor(Session& session, bool leaveFlash) {
     session.report.result["checks"] = Json::array();
     tavo::DoctorOptions options;
-    options.restartNeuron = !session.options.dryRun;
+    options.restartNeuron = !session.options.dryRun && !leaveFlash;
     options.each = [&](const tavo::Check& check) { tell(session.report, check); };
     const tavo::Diagnosis diagnosis = tavo::doctor(session.device(), options, session.control());
     session.report.state = diagnosis.state;
@@ -38,8 +40,10 @@ void doctor(Session& session) {
 
 }  // namespace
 
-Run declareDoctor(Arguments&) {
-    return doctor;
+Run declareDoctor(Arguments& arguments) {
+    auto leaveFlash = std::make_shared<bool>(false);
+    arguments.flag("--no-flash", *leaveFlash, "leave out the flash ID, for which the Neuron is restarted");
+    return [leaveFlash](Session& session) { doctor(session, *leaveFlash); };
 }
 
 }  // namespace cli

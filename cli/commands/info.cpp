@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 
 #include "cli/commands/commands.h"
 #include "cli/commands/interruptedRun.h"
 #include "cli/commands/neuronNames.h"
+#include "cli/output/picture.h"
 #include "cli/running/session.h"
 #include "tavo/service/overview.h"
 
@@ -88,21 +90,51 @@ void addFlash(const tavo::Told<tavo::FlashChip>& flash, Report& report, Items& i
     addSfdp(*flash.value, report, items);
 }
 
-void info(Session& session) {
-    const tavo::Overview all = tavo::overview(session.device(), session.control());
-    Items items(session.report);
+void addPicture(const std::vector<tavo::Part>& parts, Report& report) {
+    for (const tavo::Part& part : parts) {
+        const bool skipped = part.verdict == tavo::Verdict::Skipped;
+        report.result["parts"].push_back({{"part", part.name},
+                                          {"ok", skipped ? Json(nullptr) : Json(part.verdict == tavo::Verdict::Ok)},
+                                          {"state", part.state},
+                                          {"hint", part.hint.empty() ? Json(nullptr) : Json(part.hint)}});
+    }
+    for (const Line& row : picture(parts, console().showsUtf8())) report.line(row);
+    report.line("");
+}
+
+struct Options {
+    bool flash = false;
+    bool noFlash = false;
+
+    tavo::FlashLook look() const {
+        if (noFlash) return tavo::FlashLook::Never;
+        return flash ? tavo::FlashLook::Always : tavo::FlashLook::IfSilent;
+    }
+};
+
+void info(Session& session, const Options& options) {
+    Report& report = session.report;
+    if (options.flash && options.noFlash) throw Failure{Exit::Usage, "--flash and --no-flash", "give one of them", {}};
+    const tavo::Overview all = tavo::overview(session.device(), {options.look()}, session.control());
+    addPicture(all.parts, report);
+    Items items(report);
     addDevice(session.device().description(), items);
     items.add("silicon_id", "silicon ID", all.siliconId, siliconIdText);
     addNeuron(all, items);
-    addFlash(all.flash, session.report, items);
-    session.report.state = all.state;
-    tellInterrupted(session.report, session.deviceName(), all.interrupted);
+    addFlash(all.flash, report, items);
+    report.result["neuron_restarted"] = all.neuronRestarted;
+    if (all.neuronRestarted) report.note("the Neuron was restarted for the look at the flash");
+    report.state = all.state;
+    tellInterrupted(report, session.deviceName(), all.interrupted);
 }
 
 }  // namespace
 
-Run declareInfo(Arguments&) {
-    return info;
+Run declareInfo(Arguments& arguments) {
+    auto options = std::make_shared<Options>();
+    arguments.flag("--flash", options->flash, "look at the flash too; restarts the Neuron");
+    arguments.flag("--no-flash", options->noFlash, "not even if the Neuron is silent");
+    return [options](Session& session) { info(session, *options); };
 }
 
 }  // namespace cli

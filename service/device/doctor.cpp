@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include "bridge/configBlock.h"
@@ -33,6 +34,7 @@ struct Examination {
     bool isSpiLeftMaster = false;
     bool neuronRestarted = false;
     bool channelOpens = false;
+    std::optional<NeuronState> status = std::nullopt;
 
     /// Until it is recovered, the Neuron cannot run.
     bool isHeld() const { return op.state.resetLine == LineState::Held || op.state.serviceLine == LineState::Held; }
@@ -215,7 +217,7 @@ Check neuron(Examination& exam) {
     if (exam.isHeld()) return skipped("the Neuron is held");
     if (exam.neuronRestarted) exam.op.sleep(kBootMs);
     try {
-        readStatus(exam.device, exam.control);
+        exam.status = readStatus(exam.device, exam.control);
         return ok();
     } catch (const Error& error) {
         if (error.problem == Problem::Interrupted) throw;
@@ -248,6 +250,12 @@ unsigned Diagnosis::failed() const {
         std::count_if(checks.begin(), checks.end(), [](const Check& check) { return check.verdict == Verdict::Fail; }));
 }
 
+const Check& Diagnosis::check(const std::string& item) const {
+    const auto found = std::find_if(checks.begin(), checks.end(), [&](const Check& each) { return item == each.item; });
+    if (found == checks.end()) throw std::out_of_range("no check is called " + item);
+    return *found;
+}
+
 Diagnosis doctor(Device& device, const DoctorOptions& options, const Control& control) {
     Examination exam{device, options, control};
     Diagnosis diagnosis;
@@ -258,6 +266,7 @@ Diagnosis doctor(Device& device, const DoctorOptions& options, const Control& co
         if (options.each) options.each(check);
         diagnosis.checks.push_back(std::move(check));
     }
+    diagnosis.status = exam.status;
     diagnosis.state = exam.op.state;
     return diagnosis;
 }

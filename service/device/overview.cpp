@@ -1,5 +1,7 @@
 #include "tavo/service/overview.h"
 
+#include <initializer_list>
+
 #include "platform/cyusbserial.h"
 #include "service/flash/access.h"
 #include "tavo/cyboot.h"
@@ -54,28 +56,102 @@ std::uint32_t readSiliconId(Operation& op) {
     return id;
 }
 
+/// The first of these checks that failed; null when none did.
+const Check* firstFailure(const Diagnosis& found, std::initializer_list<const char*> items) {
+    for (const char* item : items) {
+        const Check& check = found.check(item);
+        if (check.verdict == Verdict::Fail) return &check;
+    }
+    return nullptr;
+}
+
 /// A Neuron that does not answer once is not asked again.
-void askNeuron(Device& device, const Control& control, Overview& all) {
-    const bool answers = ask(device, all.neuronId, [&] { return readNeuronId(device, control); }) &&
-                         ask(device, all.programId, [&] { return readProgramId(device, control); }) &&
-                         ask(device, all.status, [&] { return readStatus(device, control); });
-    if (answers) return;
+void askNeuron(Device& device, const Control& control, const Diagnosis& found, Overview& all) {
+    const Check& channel = found.check("LDV name");
+    const std::string& why = channel.verdict == Verdict::Ok ? found.check("Neuron answer").text : channel.text;
+    all.status = {found.status, found.status ? "" : why};
+    all.neuronId.why = all.programId.why = all.status.why;
+    if (!found.status) return;
+    if (ask(device, all.neuronId, [&] { return readNeuronId(device, control); })) {
+        ask(device, all.programId, [&] { return readProgramId(device, control); });
+    }
     if (!all.neuronId.value) all.programId.why = all.neuronId.why;
-    if (!all.programId.value) all.status.why = all.programId.why;
+}
+
+bool wantsFlash(FlashLook look, const Diagnosis& found) {
+    const bool isSilent = found.check("Neuron answer").verdict == Verdict::Fail;
+    return look == FlashLook::Always || (look == FlashLook::IfSilent && isSilent && !found.state.isSomethingHeld());
+}
+
+Part failed(const char* name, const Check& check, const std::string& state = "") {
+    return {name, Verdict::Fail, state.empty() ? std::string(check.item) + ": " + check.text : state, check.hint};
+}
+
+Part usb(const Device& device, const Diagnosis& found) {
+    const Check* failure = firstFailure(found, {"access", "kernel driver"});
+    if (failure != nullptr) return failed("USB", *failure);
+    return {"USB", Verdict::Ok, "open, " + device.description().path};
+}
+
+Part bridge(const Device& device, const Diagnosis& found) {
+    const Check& check = found.check("configuration checksum");
+    if (check.verdict == Verdict::Fail) return failed("bridge", check);
+    const std::string& serial = device.description().serial;
+    return {"bridge", check.verdict,
+            (serial.empty() ? "no serial number" : "serial number " + serial) +
+                (check.verdict == Verdict::Ok ? ", configuration right" : ", configuration not read")};
+}
+
+Part scb0(const Diagnosis& found) {
+    const Check& check = found.check("SCB0");
+    return {"SCB0", check.verdict, check.text, check.hint};
+}
+
+Part flash(const Overview& all, bool wasAsked, const Diagnosis& found) {
+    const Check& run = found.check("interrupted run");
+    if (all.interrupted) {
+        const bool isErased = interruptedState(*all.interrupted) == FlashState::Erased;
+        return failed("flash", run, isErased ? "erased, no image" : "incomplete image");
+    }
+    if (all.flash.value) return {"flash", Verdict::Ok, all.flash.value->text()};
+    return {"flash", wasAsked ? Verdict::Fail : Verdict::Skipped, all.flash.why};
+}
+
+Part neuron(const Diagnosis& found) {
+    constexpr const char* kName = "Neuron";
+    if (const Check& reset = found.check("reset line"); reset.verdict == Verdict::Fail) {
+        return failed(kName, reset, found.state.resetLine == LineState::Held ? "held in reset" : "");
+    }
+    if (const Check& service = found.check("service line"); service.verdict == Verdict::Fail) {
+        return failed(kName, service, found.state.serviceLine == LineState::Held ? "its service line is held" : "");
+    }
+    if (const Check& channel = found.check("LDV name"); channel.verdict != Verdict::Ok) {
+        return {kName, channel.verdict, "cannot be asked: " + channel.text, channel.hint};
+    }
+    const Check& answer = found.check("Neuron answer");
+    if (answer.verdict == Verdict::Fail) return failed(kName, answer, "silent");
+    if (!found.status) return {kName, Verdict::Skipped, answer.text};
+    return {kName, Verdict::Ok, std::string("running, ") + nodeStateName(found.status->nodeState)};
 }
 
 }  // namespace
 
-Overview overview(Device& device, const Control& control) {
+Overview overview(Device& device, const OverviewOptions& options, const Control& control) {
     Operation op(device, control);
     Overview all;
     all.interrupted = interruptedRun(device.description());
     if (all.interrupted) op.state.flash = interruptedState(*all.interrupted);
     requireAccess(op);
+    DoctorOptions looks;
+    looks.restartNeuron = false;
+    const Diagnosis found = doctor(device, looks, control);
     ask(device, all.siliconId, [&] { return readSiliconId(op); });
-    askNeuron(device, control, all);
-    ask(device, all.flash, [&] { return readFlashChip(op); });
-    all.state = op.state;
+    askNeuron(device, control, found, all);
+    const bool asksFlash = wantsFlash(options.flash, found);
+    all.flash.why = "not looked at: the Neuron is restarted for it (tavo-util info --flash)";
+    if (asksFlash) all.neuronRestarted = ask(device, all.flash, [&] { return readFlashChip(op); });
+    all.parts = {usb(device, found), bridge(device, found), scb0(found), flash(all, asksFlash, found), neuron(found)};
+    all.state = asksFlash ? op.state : found.state;
     return all;
 }
 

@@ -139,20 +139,39 @@ class Verify(ToolTest):
 
 class Info(ToolTest):
     def test_everything_is_told_and_nothing_needs_to_be_there(self):
-        told = self.run_tool("--json", "info").json["result"]
+        told = self.run_tool("--json", "info", "--flash").json["result"]
         self.assertEqual((told["flash_maker"], told["flash_size"], told["scb0"]), ("Winbond", MIB, "spi"))
         self.assertIn("silicon ID    " + told["silicon_id"], self.run_tool("info").out)
         self.assertEqual((told["neuron_id"], told["node_state"]), ("050102030405", {"name": "configured", "raw": 4}))
-        less = self.run_tool("--json", "info", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
+        less = self.run_tool("--json", "info", "--flash", sim=["fault=ldv_open@1+:1", "fault=CySpiReadWrite@1+:6",
                                                     "fault=libusb_control_transfer@2+:-9"]).json
         self.assertEqual(less["exit_status"], 0)
         self.assertEqual([less["result"][name] for name in ("neuron_id", "flash_size", "silicon_id")], [None] * 3)
+
+    def test_it_begins_with_a_picture_and_leaves_a_neuron_that_answers_alone(self):
+        shown = self.run_tool("info").out
+        self.assertEqual([line[:16] for line in shown.splitlines()[:6]],
+                         ["USB             ", "`- bridge       ", "   |- SCB0      ", "   |  `- flash  ", "   `- Neuron    ", ""])
+        for line in ("Neuron    running, configured\n", "flash  not looked at: "):
+            self.assertIn(line, shown)
+        told = self.run_tool("--json", "info").json["result"]
+        self.assertEqual([part["ok"] for part in told["parts"]], [True, True, True, None, True])
+        self.assertEqual((told["flash_size"], told["neuron_restarted"]), (None, False))
+        self.assertNotIn("neuron.reset-cause=02", self.read("board/board.txt").decode())  # 02: by its line
+        self.assertIn("the Neuron was restarted", self.run_tool("info", "--flash").out)
+        self.assertIn("neuron.reset-cause=02", self.read("board/board.txt").decode())
+        self.assertExit(self.run_tool("info", "--flash", "--no-flash"), 2)
+        self.assertIn("-     flash ID", self.run_tool("doctor", "--no-flash").out)
+
+    def test_the_picture_is_red_where_something_is_wrong(self):
+        shown = self.run_on_terminal("info", sim=["fault=ldv_read@1+:4"], env={"LC_ALL": "C.UTF-8"}).out
+        self.assertIn("└─ Neuron    \x1b[1;31mFAIL silent\x1b[0m - ", shown)
 
     def test_without_any_access_it_is_a_failure(self):
         self.assertExit(self.run_tool("info", sim=["fault=CyOpen@2+:1"]), 5)  # the first one is the look for interfaces
 
     def test_what_the_look_at_the_flash_leaves_held_is_told(self):
-        result = self.run_tool("info", sim=["fault=CySetGpioValue@2+:11"])
+        result = self.run_tool("info", "--flash", sim=["fault=CySetGpioValue@2+:11"])
         self.assertExit(result, 10)
         self.assertIn("the Neuron is held in reset (pin 8 low)", result.err)
         self.assertIn("tavo-util recover", result.err)

@@ -107,7 +107,7 @@ COMMANDS = {
     'configuration': ['config', 'read'],
     'status': ['status'],
     'domain': ['domain', 'read'],
-    'interface': ['info'],
+    'interface': ['info', '--flash'],
     'doctor': ['doctor'],
 }
 NO_DEVICE = 3  # exit codes

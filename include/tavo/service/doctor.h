@@ -2,9 +2,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tavo/neuron.h"
 #include "tavo/service/device.h"
 
 namespace tavo {
@@ -30,9 +32,11 @@ struct DoctorOptions {
 
 struct Diagnosis {
     std::vector<Check> checks;
+    std::optional<NeuronState> status;  ///< what the Neuron answered
     DeviceState state;  ///< the lines and SCB0 as they were found; the flash, when a run was interrupted
 
     TAVO_API unsigned failed() const;
+    TAVO_API const Check& check(const std::string& item) const;  ///< throws std::out_of_range
 };
 
 /// Looks at everything from the access to the Neuron's answer, in that order. The lines and SCB0 are looked at
