@@ -42,8 +42,10 @@ TEST_F(NeuronService, RequestsAndWaitsAreThoseOfTheLibrary) {
     EXPECT_EQ(journalOf([&] { tavo::readDomainTable(own); }),
               journalOf([&] { require(readDomainTable(own.info(), table)); }));
     const auto now = tavo::readDomainTable(own);
-    EXPECT_EQ(journalOf([&] { tavo::writeDomainTable(own, now, now); }),
-              journalOf([&] { require(writeDomainTable(own.info(), table)); }));
+    EXPECT_EQ(journalOf([&] { tavo::writeDomainTable(own, now, now); }), journalOf([&] {
+                  require(writeDomainTable(own.info(), table));
+                  require(readDomainTable(own.info(), table));  // read back
+              }));
     EXPECT_EQ(journalOf([&] { tavo::reset(own, tavo::ResetBy::Message); }).size(),
               journalOf([&] { require(softReset(own.info())); }).size() + 9);  // its last second in ten pieces
 }
@@ -151,6 +153,9 @@ TEST_F(NeuronService, AHalfWrittenDomainTableSaysWhichEntry) {
     EXPECT_THAT(changed, testing::ElementsAre(0u));
     tavo::writeDomainTable(device(), before, wanted, &changed);
     EXPECT_THAT(changed, testing::ElementsAre(0u, 1u));
+    rig.fail("ldv_read", 3, 4);  // the table cannot be read back
+    EXPECT_EQ(failureOf([&] { tavo::writeDomainTable(device(), wanted, before); }).problem, tavo::Problem::NoAnswer);
+    tavo::writeDomainTable(device(), before, wanted);
     EXPECT_EQ(tavo::readDomainTable(device())[1].subnet, 9);
 }
 

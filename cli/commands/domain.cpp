@@ -10,16 +10,30 @@
 namespace cli {
 namespace {
 
-void tell(Report& report, const tavo::DomainTable& table, bool showKeys) {
-    report.result["domains"] = Json::array();
-    for (unsigned i = 0; i < table.size(); ++i) {
-        report.result["domains"].push_back(domainJson(i, table[i], showKeys));
-        report.line(domainText(i, table[i], showKeys));
-    }
+Json json(const tavo::DomainTable& table, bool showKeys) {
+    Json entries = Json::array();
+    for (unsigned i = 0; i < table.size(); ++i) entries.push_back(domainJson(i, table[i], showKeys));
+    return entries;
 }
 
 void readDomains(Session& session, bool showKeys) {
-    tell(session.report, tavo::readDomainTable(session.device(), session.control()), showKeys);
+    const auto table = tavo::readDomainTable(session.device(), session.control());
+    session.report.result["domains"] = json(table, showKeys);
+    for (unsigned i = 0; i < table.size(); ++i) session.report.line(domainText(i, table[i], showKeys));
+}
+
+bool isOtherKey(const LonAddress& one, const LonAddress& other) {
+    return !std::equal(std::begin(one.authenticationKey), std::end(one.authenticationKey),
+                       std::begin(other.authenticationKey));
+}
+
+void tellChange(Report& report, const tavo::DomainTable& before, const tavo::DomainTable& after) {
+    report.result["before"] = json(before, false);
+    for (unsigned i = 0; i < after.size(); ++i) {
+        report.line("before  " + domainText(i, before[i], false));
+        report.line("after   " + domainText(i, after[i], false) +
+                    (isOtherKey(before[i], after[i]) ? ", key changed" : ""));
+    }
 }
 
 void put(const DomainEntry& entry, LonAddress& into) {
@@ -42,6 +56,7 @@ void writeTable(Session& session, const tavo::DomainTable& before, const tavo::D
         session.report.result["changed"] = changed;
         throw;
     }
+    session.report.result["after"] = json(wanted, false);  // read back
     session.report.note("written");
 }
 
@@ -51,8 +66,11 @@ void writeDomains(Session& session, const WriteOptions& options) {
     const auto before = tavo::readDomainTable(session.device(), session.control());
     auto wanted = before;
     for (const DomainEntry& entry : entries) put(entry, wanted[entry.index]);
-    tell(report, wanted, false);
-    if (session.options.dryRun) return report.note("would be the domain table; nothing was done (--dry-run)");
+    tellChange(report, before, wanted);
+    if (session.options.dryRun) {
+        report.result["after"] = json(wanted, false);
+        return report.note("would be changed like this; nothing was done (--dry-run)");
+    }
     session.confirm("write this domain table into the Neuron of " + session.deviceName() + "?");
     writeTable(session, before, wanted);
 }

@@ -1,5 +1,6 @@
 // The domain table.
 #include <cstring>
+#include <optional>
 
 #include "service/neuron/requests.h"
 
@@ -39,22 +40,24 @@ TAVO_STATUS writeEntries(Operation& op, const DomainTable& wanted) {
     return TAVO_SUCCESS;
 }
 
-/// What a failed write has left behind.
-PartState lookAfter(Operation& op, const DomainTable& before, const DomainTable& wanted,
-                    std::vector<unsigned>* changed) {
+std::optional<DomainTable> readBack(Operation& op) {
     DomainTable now;
     const TAVO_STATUS status = op.tryCall("read the domain table back", [&] { return readEntries(op, now); });
-    if (status != TAVO_SUCCESS) {
-        return {Knowledge::Uncertain, "the domain table may have changed: it cannot be read back"};
-    }
+    return status == TAVO_SUCCESS ? std::optional(now) : std::nullopt;
+}
+
+/// What a write has left behind.
+PartState stateAfter(const std::optional<DomainTable>& now, const DomainTable& before, const DomainTable& wanted,
+                     std::vector<unsigned>* changed) {
+    if (!now) return {Knowledge::Uncertain, "the domain table may have changed: it cannot be read back"};
     PartState state{Knowledge::Unchanged, "domain table read back:"};
-    for (unsigned i = 0; i < now.size(); ++i) {
-        const bool isUnchanged = isSame(now[i], before[i]);
+    for (unsigned i = 0; i < now->size(); ++i) {
+        const bool isUnchanged = isSame((*now)[i], before[i]);
         if (!isUnchanged) state.knowledge = Knowledge::Uncertain;
         if (!isUnchanged && changed != nullptr) changed->push_back(i);
-        const char* what = isUnchanged                 ? " unchanged"
-                           : isSame(now[i], wanted[i]) ? " written"
-                                                       : " holds something else";
+        const char* what = isUnchanged                    ? " unchanged"
+                           : isSame((*now)[i], wanted[i]) ? " written"
+                                                          : " holds something else";
         state.text += (i == 0 ? " entry " : ", entry ") + std::to_string(i) + what;
     }
     return state;
@@ -74,13 +77,16 @@ void writeDomainTable(Device& device, const DomainTable& before, const DomainTab
     Operation op(device, control);
     if (changed != nullptr) changed->clear();
     const TAVO_STATUS status = op.tryCall("write the domain table", [&] { return writeEntries(op, wanted); });
-    if (status != TAVO_SUCCESS) {
-        if (op.state.node.knowledge == Knowledge::Uncertain) op.state.node = lookAfter(op, before, wanted, changed);
-        op.fail(statusError(status, Side::Neuron, "write the domain table of " + device.name()));
+    std::optional<DomainTable> now;
+    if (op.state.node.knowledge == Knowledge::Uncertain) {
+        now = readBack(op);
+        op.state.node = stateAfter(now, before, wanted, changed);
     }
-    for (unsigned i = 0; i < wanted.size() && changed != nullptr; ++i) {
-        if (!isSame(before[i], wanted[i])) changed->push_back(i);
-    }
+    const std::string name = "the domain table of " + device.name();
+    if (status != TAVO_SUCCESS) op.fail(statusError(status, Side::Neuron, "write " + name));
+    if (!now) op.fail(statusError(TAVO_TRANSACTION_FAILED, Side::Neuron, "read back " + name));
+    if (isSame((*now)[0], wanted[0]) && isSame((*now)[1], wanted[1])) return;
+    op.fail(Error(Problem::DeviceFailed, name + " is another one than was written", "tavo-util domain read shows it"));
 }
 
 }  // namespace tavo

@@ -204,7 +204,9 @@ class Domains(NeuronToolTest):
     def test_one_entry_can_be_written_alone(self):
         before = self.table()
         both = self.write_json([self.ENTRY, {**UNUSED, "subnet": 1}])
-        self.assertExit(self.run_tool("-y", "domain", "write", both, "--index", "1"), 0)
+        hidden = self.result("domain", "read")["domains"]
+        told = self.result("-y", "domain", "write", both, "--index", "1")
+        self.assertEqual(told, {"before": hidden, "after": [hidden[0], {**UNUSED, "subnet": 1, "key": None}]})
         self.assertEqual(self.table(), [before[0], {**UNUSED, "subnet": 1}])
         self.assertExit(self.run_tool("-y", "domain", "write", self.write_json(self.ENTRY), "--index", "1"), 0)
         self.assertEqual(self.table()[1], {**self.ENTRY, "index": 1})
@@ -247,7 +249,8 @@ class Domains(NeuronToolTest):
         path = self.write_json(self.ENTRY)
         self.assertExit(self.run_tool("domain", "write", path), 13)
         self.assertExit(self.run_on_terminal("domain", "write", path, typed="n\n"), 13)
-        self.assertExit(self.run_tool("--dry-run", "domain", "write", path), 0)
+        shown = self.run_tool("--dry-run", "domain", "write", path)
+        self.assertRegex(shown.out, r"before  0  domain 4A .* key hidden\nafter   0  domain 0102AF .* key hidden, key changed\n")
         self.assertEqual(self.table(), before)
         self.assertExit(self.run_on_terminal("domain", "write", path, typed="y\n"), 0)
         self.assertEqual(self.table(), [self.ENTRY, before[1]])
@@ -264,6 +267,7 @@ class Domains(NeuronToolTest):
                 self.assertErrorForm(result, "domain table read back: " + state)
                 told = self.run_tool("--json", "-y", "domain", "write", other, sim=["fault=" + fault]).json
                 self.assertEqual((told["exit_status"], told["result"]["changed"]), (12, changed))
+                self.assertNotIn("after", told["result"])
         result = self.run_tool("-y", "domain", "write", path, sim=["fault=ldv_write@3+:4"])
         self.assertErrorForm(result, "the domain table may have changed: it cannot be read back")
 

@@ -59,8 +59,8 @@ using DomainTable = std::array<LonAddress, 2>;
 /// Both entries of the domain table. About twice as long as readStatus at most.
 TAVO_API DomainTable readDomainTable(Device& device, const Control& control = {});
 
-/// Writes both entries, 0 then 1. After a failure the table is read back: the state says which entry was
-/// written, and so does changed.
+/// Writes both entries, 0 then 1, and reads the table back: success is only told of a Neuron that holds it. After a
+/// failure the state says which entry was written, and so does changed.
 /// @param before   what readDomainTable gave: what "unchanged" means
 /// @param changed  may be null; receives the indexes of the entries that differ from before, also when this throws
 TAVO_API void writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
