@@ -178,17 +178,38 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     tavo_image* contents = NULL;
     tavo_flash_result result = {.size = sizeof result};
     uint8_t bytes[2];
-    GOOD(tavo_read_flash(device, NULL, &contents, &result, &problem));
+    GOOD(tavo_read_flash(device, NULL, NULL, &contents, &result, &problem));
     GOOD(tavo_get_bytes(contents, IMAGE_SIZE - 1, bytes, 2, &problem));
     CHECK(bytes[0] != 0xFF && bytes[1] == 0xFF && result.chip.capacity == 1U << 20);
     tavo_written_file file = {.size = sizeof file};
-    GOOD(tavo_dump_flash(device, in(folder, "dump.bin"), NULL, NULL, NULL, &file, &problem));
+    GOOD(tavo_dump_flash(device, NULL, in(folder, "dump.bin"), NULL, NULL, NULL, &file, &problem));
     CHECK(file.bytes == 1U << 20);
 
     tavo_blank_check_result blank = {.size = sizeof blank};
     GOOD(tavo_blank_check_flash(device, NULL, NULL, &blank, &problem));
     CHECK(!blank.blank && blank.first == 0);
-    GOOD(tavo_erase_flash(device, NULL, &result, &problem));
+    tavo_flash_options part = {.size = sizeof part, .has_range = 1, .range = {0x1000, 0x1FFF}};
+    tavo_image* read = NULL;
+    GOOD(tavo_read_flash(device, &part, NULL, &read, NULL, &problem));
+    tavo_image_description told = {.size = sizeof told};
+    GOOD(tavo_describe_image(read, &told, &problem));
+    CHECK(told.first == 0x1000 && told.last == 0x1FFF);
+    tavo_free_image(read);
+    GOOD(tavo_dump_flash(device, &part, in(folder, "part.bin"), NULL, NULL, NULL, &file, &problem));
+    CHECK(file.bytes == 0x1000);
+    GOOD(tavo_erase_flash(device, &part, NULL, &result, &problem));
+    CHECK(result.sectors_erased == 1);
+    const tavo_verify_options first = {.size = sizeof first, .has_range = 1, .range = {0, 0xFFF}};
+    GOOD(tavo_verify_flash(device, image, &first, NULL, &compared, &problem));
+    CHECK(compared.equal);
+    const tavo_blank_check_options second = {.size = sizeof second, .has_range = 1, .range = part.range};
+    GOOD(tavo_blank_check_flash(device, &second, NULL, &blank, &problem));
+    CHECK(blank.blank);
+    part.range.last = 0x1FFE;
+    CHECK(tavo_erase_flash(device, &part, NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+    part.range.last = 0;
+    CHECK(tavo_read_flash(device, &part, NULL, &read, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+    GOOD(tavo_erase_flash(device, NULL, NULL, &result, &problem));
     CHECK(result.state.flash == TAVO_FLASH_ERASED && result.state.flash_lost);
     GOOD(tavo_blank_check_flash(device, NULL, NULL, &blank, &problem));
     CHECK(blank.blank && blank.first == -1 && blank.is_complete);
@@ -378,9 +399,9 @@ void cIsRefusedNulls(void) {
         tavo_forecast_program(NULL, NULL, NULL, &problem),
         tavo_program_flash(device, NULL, NULL, NULL, NULL, &problem),
         tavo_verify_flash(device, NULL, NULL, NULL, NULL, &problem),
-        tavo_read_flash(device, NULL, NULL, NULL, &problem),
-        tavo_dump_flash(device, NULL, NULL, NULL, NULL, NULL, &problem),
-        tavo_erase_flash(NULL, NULL, NULL, &problem),
+        tavo_read_flash(device, NULL, NULL, NULL, NULL, &problem),
+        tavo_dump_flash(device, NULL, NULL, NULL, NULL, NULL, NULL, &problem),
+        tavo_erase_flash(NULL, NULL, NULL, NULL, &problem),
         tavo_blank_check_flash(NULL, NULL, NULL, NULL, &problem),
         tavo_describe_configuration(NULL, NULL, &problem),
         tavo_load_configuration(NULL, NULL, &problem),

@@ -55,7 +55,7 @@ tavo_error errorOf(tavo_observer observer) {
     tavo_control control{};
     control.size = sizeof control;
     control.observer = observer;
-    EXPECT_EQ(tavo_erase_flash(device, &control, nullptr, &error), TAVO_PROBLEM_INTERNAL);
+    EXPECT_EQ(tavo_erase_flash(device, nullptr, &control, nullptr, &error), TAVO_PROBLEM_INTERNAL);
     tavo_close_device(device);
     return error;
 }

@@ -362,6 +362,14 @@ TAVO_API tavo_result tavo_write_image(const tavo_image* image, const char* path,
 // Cancelled, they end at the next page or chunk; a chip erase is waited for. On failure the error's state tells what
 // the flash holds.
 
+/// Which part of the chip an operation works on; null in its place: all of it.
+typedef struct tavo_flash_options {
+    uint32_t size;
+    uint32_t has_range;  ///< 1: only this range. Of an erase its borders are multiples of the chip's smallest sector,
+                         ///< 4 KiB for one that tells nothing; others are refused, and the nearest ones told.
+    tavo_range range;
+} tavo_flash_options;
+
 /// What a flash chip tells of itself.
 typedef struct tavo_flash_chip {
     uint32_t maker;  ///< JEDEC manufacturer ID
@@ -456,7 +464,8 @@ typedef struct tavo_verify_options {
     uint32_t size;
     uint32_t rest_blank;  ///< 1: what the image does not cover must be FF; the whole chip is read then
     uint32_t every;       ///< 1: finds every difference, instead of stopping after the first
-    uint32_t spare;       ///< 0
+    uint32_t has_range;   ///< 1: of image and chip only this part is compared
+    tavo_range range;
 } tavo_verify_options;
 
 /// A place where the chip does not hold what the image has.
@@ -487,28 +496,33 @@ TAVO_API tavo_result tavo_verify_flash(tavo_device* device, const tavo_image* im
 
 typedef struct tavo_flash_result {
     uint32_t size;
-    uint32_t spare;  ///< 0
+    uint32_t sectors_erased;  ///< blocks of whatever size; the whole chip is none
     tavo_flash_chip chip;
     tavo_device_state state;
     double seconds;  ///< of an erase
 } tavo_flash_result;
 
-/// Reads the whole chip into memory. Times as tavo_verify_flash. Free the image with tavo_free_image.
-TAVO_API tavo_result tavo_read_flash(tavo_device* device, const tavo_control* control, tavo_image** contents,
-                                     tavo_flash_result* result, tavo_error* error);
-/// Reads the whole chip into a new file. Fails before the device is touched when the file cannot be made; a run
-/// that fails leaves no file.
-/// @param options  of the file, as of tavo_write_image
-TAVO_API tavo_result tavo_dump_flash(tavo_device* device, const char* path, const tavo_write_options* options,
-                                     const tavo_control* control, tavo_flash_result* result, tavo_written_file* written,
+/// Reads the chip or a part of it into memory. Times as tavo_verify_flash. Free the image with tavo_free_image.
+TAVO_API tavo_result tavo_read_flash(tavo_device* device, const tavo_flash_options* options,
+                                     const tavo_control* control, tavo_image** contents, tavo_flash_result* result,
                                      tavo_error* error);
-/// Erases the whole chip. Blocks for that: seconds to minutes.
-TAVO_API tavo_result tavo_erase_flash(tavo_device* device, const tavo_control* control, tavo_flash_result* result,
-                                      tavo_error* error);
+/// The same into a new file. Fails before the device is touched when the file cannot be made; a run
+/// that fails leaves no file.
+/// @param form  of the file, as of tavo_write_image; a raw binary begins where the part does unless it says otherwise
+TAVO_API tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_options* options, const char* path,
+                                     const tavo_write_options* form, const tavo_control* control,
+                                     tavo_flash_result* result, tavo_written_file* written, tavo_error* error);
+/// Erases the whole chip (blocks for seconds to minutes), or a part of it by sectors; what lies around the part is read
+/// before and after, and a change is a failure.
+TAVO_API tavo_result tavo_erase_flash(tavo_device* device, const tavo_flash_options* options,
+                                      const tavo_control* control, tavo_flash_result* result, tavo_error* error);
 
 typedef struct tavo_blank_check_options {
     uint32_t size;
-    uint32_t every;  ///< 1: counts every page with data, instead of stopping after the first
+    uint32_t every;      ///< 1: counts every page with data, instead of stopping after the first
+    uint32_t has_range;  ///< 1: only this range
+    tavo_range range;
+    uint32_t spare;  ///< 0
 } tavo_blank_check_options;
 typedef struct tavo_blank_check_result {
     uint32_t size;
@@ -517,7 +531,7 @@ typedef struct tavo_blank_check_result {
     tavo_device_state state;
     int64_t first;         ///< address of the first byte that is not FF; -1: none
     uint32_t pages;        ///< with such a byte, in what was read
-    uint32_t is_complete;  ///< 1: the whole chip was read
+    uint32_t is_complete;  ///< 1: the whole chip or range was read
 } tavo_blank_check_result;
 /// Reads the chip up to the first byte that is not FF. Times as tavo_verify_flash.
 TAVO_API tavo_result tavo_blank_check_flash(tavo_device* device, const tavo_blank_check_options* options,

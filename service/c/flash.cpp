@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "service/c/image.h"
+#include "tavo/service/range.h"
 
 namespace tavo::c {
 namespace {
@@ -62,6 +63,16 @@ tavo_program_result resultOf(const ProgramResult& done) {
     told.seconds = done.seconds;
     put(told.backup_sha256, done.backupSha256);
     return told;
+}
+
+/// Of any record with such members.
+template <typename Options>
+std::optional<AddressRange> rangeOf(const Options& options) {
+    if (options.has_range == 0) return std::nullopt;
+    const AddressRange range{options.range.first, options.range.last};
+    if (range.first <= range.last && range.last < kAddressable) return range;
+    throw Error(Problem::BadArgument, "the range " + rangeText(range) + " is none of a flash",
+                "first and last address, below 0x1000000");
 }
 
 tavo_difference differenceOf(const Difference& difference) {
@@ -152,44 +163,50 @@ tavo_result tavo_verify_flash(tavo_device* device, const tavo_image* image, cons
         tavo::VerifyOptions how;
         how.restBlank = known.rest_blank != 0;
         how.every = known.every != 0;
+        how.range = rangeOf(known);
         how.file = given(image, "image").origin();
         how.imageName = image->name;
         out.fill(resultOf(tavo::verifyFlash(own, image->file.image, how, watch)));
     });
 }
 
-tavo_result tavo_read_flash(tavo_device* device, const tavo_control* control, tavo_image** contents,
-                            tavo_flash_result* result, tavo_error* error) {
+tavo_result tavo_read_flash(tavo_device* device, const tavo_flash_options* options, const tavo_control* control,
+                            tavo_image** contents, tavo_flash_result* result, tavo_error* error) {
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         tavo_image*& place = emptied(contents, "contents");
         const Out out(result, "result");
+        const tavo::ReadFlashOptions how{.range = rangeOf(taken(options, "options"))};
         auto image = std::make_unique<tavo_image>();
-        tavo::ReadFlashResult read = tavo::readFlash(own, watch);
+        tavo::ReadFlashResult read = tavo::readFlash(own, how, watch);
         image->file.image = std::move(read.contents);
         out.fill(resultOf(read.chip, read.state, 0));
         place = image.release();
     });
 }
 
-tavo_result tavo_dump_flash(tavo_device* device, const char* path, const tavo_write_options* options,
-                            const tavo_control* control, tavo_flash_result* result, tavo_written_file* written,
-                            tavo_error* error) {
+tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_options* options, const char* path,
+                            const tavo_write_options* form, const tavo_control* control, tavo_flash_result* result,
+                            tavo_written_file* written, tavo_error* error) {
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         const Out out(result, "result");
         const Out outOfFile(written, "written");
-        ImageWriter file(path, options);
-        const tavo::ReadFlashResult read = tavo::readFlash(own, watch);
+        const tavo::ReadFlashOptions how{.range = rangeOf(taken(options, "options"))};
+        ImageWriter file(path, form, how.range ? how.range->first : 0);
+        const tavo::ReadFlashResult read = tavo::readFlash(own, how, watch);
         outOfFile.fill(file.write(read.contents));
         out.fill(resultOf(read.chip, read.state, 0));
     });
 }
 
-tavo_result tavo_erase_flash(tavo_device* device, const tavo_control* control, tavo_flash_result* result,
-                             tavo_error* error) {
+tavo_result tavo_erase_flash(tavo_device* device, const tavo_flash_options* options, const tavo_control* control,
+                             tavo_flash_result* result, tavo_error* error) {
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         const Out out(result, "result");
-        const tavo::EraseResult done = tavo::eraseFlash(own, watch);
-        out.fill(resultOf(done.chip, done.state, done.seconds));
+        const tavo::EraseOptions how{.range = rangeOf(taken(options, "options"))};
+        const tavo::EraseResult done = tavo::eraseFlash(own, how, watch);
+        tavo_flash_result told = resultOf(done.chip, done.state, done.seconds);
+        told.sectors_erased = done.sectorsErased;
+        out.fill(told);
     });
 }
 
@@ -198,7 +215,9 @@ tavo_result tavo_blank_check_flash(tavo_device* device, const tavo_blank_check_o
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         const Out out(result, "result");
         tavo::BlankCheckOptions how;
-        how.every = taken(options, "options").every != 0;
+        const tavo_blank_check_options known = taken(options, "options");
+        how.every = known.every != 0;
+        how.range = rangeOf(known);
         out.fill(resultOf(tavo::blankCheckFlash(own, how, watch)));
     });
 }

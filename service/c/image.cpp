@@ -57,20 +57,20 @@ void requireAddressable(std::uint32_t address, std::uint32_t count) {
                 "the flash commands carry 24 address bits");
 }
 
-WriteOptions optionsOf(const tavo_write_options& options, const std::string& path) {
+WriteOptions optionsOf(const tavo_write_options& options, const std::string& path, std::uint32_t first) {
     WriteOptions how;
     how.format = formatIn(options.format);
     if (how.format == Format::Automatic) how.format = dumpFormat(path);
     if (options.record_bytes != 0) how.recordBytes = options.record_bytes;
-    how.address = options.address;
+    how.address = options.address != 0 ? options.address : first;
     return how;
 }
 
 }  // namespace
 
-ImageWriter::ImageWriter(const char* path, const tavo_write_options* options)
+ImageWriter::ImageWriter(const char* path, const tavo_write_options* options, std::uint32_t first)
     : path_(&given(path, "path")),
-      how_(optionsOf(taken(options, "options"), path_)),
+      how_(optionsOf(taken(options, "options"), path_, first)),
       file_(path_, taken(options, "options").replace != 0, "choose another name, or let it be replaced") {}
 
 tavo_written_file ImageWriter::write(const Image& image) {

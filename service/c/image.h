@@ -26,7 +26,8 @@ inline const Image& imageOf(const tavo_image* image) {
 class ImageWriter {
 public:
     /// Throws Error: FileSystem, or BadArgument for an option that makes no sense.
-    ImageWriter(const char* path, const tavo_write_options* options);
+    /// @param first  where a raw binary begins unless the options say so
+    ImageWriter(const char* path, const tavo_write_options* options, std::uint32_t first = 0);
     tavo_written_file write(const Image& image);
 
 private:
