@@ -147,6 +147,7 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     const tavo_program_options options = {.size = sizeof options, .backup = backup, .image_name = "noise"};
     tavo_program_forecast forecast = {.size = sizeof forecast};
     GOOD(tavo_forecast_program(image, &options, &forecast, &problem));
+    CHECK(forecast.full_seconds > forecast.least_seconds && forecast.chip_size >= IMAGE_SIZE);
     CHECK(forecast.pages_written == PAGES && strstr(forecast.steps, "backup") != NULL);
 
     uint32_t phases[TAVO_PHASE_RESET + 1] = {0};
@@ -174,6 +175,18 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     const tavo_program_options full = {.size = sizeof full, .full = 1};
     GOOD(tavo_program_flash(device, image, &full, NULL, &done, &problem));
     CHECK(done.way == TAVO_PROGRAM_FULL);
+
+    // What the image does not cover stays.
+    tavo_image* patch = NULL;
+    GOOD(tavo_new_image(&patch, &problem));
+    GOOD(tavo_add_bytes(patch, 0, (const uint8_t*)"\xA5", 1, NULL, &problem));
+    const tavo_program_options keeping = {.size = sizeof keeping, .keep = 1};
+    GOOD(tavo_program_flash(device, patch, &keeping, NULL, &done, &problem));
+    CHECK(done.way == TAVO_PROGRAM_SECTORS);
+    tavo_free_image(patch);
+    GOOD(tavo_add_bytes(image, 0, (const uint8_t*)"\xA5", 1, NULL, &problem));
+    GOOD(tavo_verify_flash(device, image, NULL, NULL, &compared, &problem));
+    CHECK(compared.equal);
 
     tavo_image* contents = NULL;
     tavo_flash_result result = {.size = sizeof result};

@@ -43,6 +43,7 @@ ProgramOptions optionsOf(const tavo_program_options* options, const tavo_image* 
     const tavo_program_options known = taken(options, "options");
     ProgramOptions how;
     how.full = known.full != 0;
+    how.keep = known.keep != 0;
     how.backup = textOf(known.backup);
     how.imageName = known.image_name != nullptr ? known.image_name : given(image, "image").name;
     how.file = given(image, "image").origin();
@@ -139,7 +140,10 @@ tavo_result tavo_forecast_program(const tavo_image* image, const tavo_program_op
         tavo_program_forecast told{};
         told.pages_written = found.pagesWritten;
         told.pages_blank = found.pagesBlank;
-        told.seconds = found.seconds;
+        told.chip_size = found.chipSize;
+        told.full_seconds = found.seconds;
+        told.least_seconds = found.leastSeconds;
+        told.sector_seconds = found.sectorSeconds;
         std::string steps;
         for (const auto& step : found.steps) steps += (steps.empty() ? "" : " ") + step;
         put(told.steps, steps);
