@@ -58,6 +58,8 @@ public:
 
     /// The question of a command that asks, when its arguments make another one of it than that of the table.
     void asks(std::function<std::string()> question) { question_ = std::move(question); }
+    /// --html, for a command that hands it to Session::openPage.
+    void page(std::string& path);
 
     /// The words that an argument or option may be, by its name.
     const std::map<std::string, std::vector<std::string>>& choices() const { return choices_; }

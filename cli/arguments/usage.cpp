@@ -36,6 +36,12 @@ void Arguments::text(const char* names, const char* metavar, std::string& value,
     app_.add_option(names, value, help)->type_name(metavar);
 }
 
+void Arguments::page(std::string& path) {
+    text("--html", "FILE", path,
+         "write what was done and found as a page for the file of the job; {serial} is replaced");
+    isOutput(path);
+}
+
 void Arguments::number(const char* names, const char* metavar, std::optional<int>& value, int low, int high,
                        const char* help) {
     app_.add_option_function<int>(

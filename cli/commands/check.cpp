@@ -14,6 +14,7 @@ struct Options {
     ImageArguments image;
     std::optional<unsigned> flashSize;
     bool map = false;
+    std::string html;
 };
 
 void fillResult(Json& result, const tavo::ImageFile& file) {
@@ -57,6 +58,7 @@ std::optional<unsigned> checkAgainstDevice(Session& session, tavo::ImageFile& fi
     session.report.state.flash = tavo::FlashState::Unchanged;
     session.report.result["flash"] = chip.text();
     session.report.note(session.deviceName() + ": " + chip.text());
+    session.job.device = tavo::deviceFacts(session.device().description(), &chip);
     if (const auto fault = file.faultAbove(chip.size)) {
         file.faults.push_back(*fault);
         ++file.faultCount;
@@ -65,12 +67,14 @@ std::optional<unsigned> checkAgainstDevice(Session& session, tavo::ImageFile& fi
 }
 
 void check(Session& session, const Options& options) {
+    session.openPage(options.html, "check " + inputName(options.image.file));
     tavo::ReadOptions reading = readOptions(options.image);
     reading.chipSize = std::min<std::uint32_t>(options.flashSize.value_or(tavo::kAddressable), tavo::kAddressable);
     tavo::ImageFile file = *lookAtImage(session, options.image, reading);
     auto size = options.flashSize;
     if (!size && session.hasDevice() && file.isGood() && !session.options.dryRun)
         size = checkAgainstDevice(session, file);
+    session.job.faults = file.faults;
     fillResult(session.report.result, file);
     if (!file.isGood()) {
         listFaults(session.report, file);
@@ -78,9 +82,10 @@ void check(Session& session, const Options& options) {
                           inputName(options.image.file) + " refused: " + tavo::countText(file.faultCount, "fault"),
                           file.faults.front().hint);
     }
-    session.report.note(summary(file));
+    session.conclude(summary(file));
     if (!file.changes.empty()) session.report.note(conversionText(file));
-    if (options.map) tellMap(session.report, tavo::mapImage(file.image, size.value_or(0)));
+    if (options.map || session.hasPage()) session.job.map = tavo::mapImage(file.image, size.value_or(0));
+    if (options.map) tellMap(session.report, *session.job.map);
 }
 
 }  // namespace
@@ -91,6 +96,7 @@ Run declareCheck(Arguments& arguments) {
     arguments.size("--flash-size", options->flashSize,
                    "size of the chip it is for: 512K, 1M (default: that of the device named by -d)");
     arguments.flag("--map", options->map, "draw where the data lie in the chip");
+    arguments.page(options->html);
     return [options](Session& session) { check(session, *options); };
 }
 

@@ -44,6 +44,7 @@ std::string conversionText(const tavo::ImageFile& file) {
 std::shared_ptr<const tavo::ImageFile> lookAtImage(Session& session, const ImageArguments& image,
                                                    const tavo::ReadOptions& options) {
     const auto file = session.images->read(image.file, options);
+    if (session.hasPage()) session.job.image = tavo::imageFacts(inputName(image.file), *file);
     Json& result = session.report.result;
     result["format"] = tavo::formatName(file->format);
     result["changed"] = file->changes;

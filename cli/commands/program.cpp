@@ -14,6 +14,7 @@ struct Options {
     ImageArguments image;
     RangeArguments range;
     bool convert = false;
+    std::string html;
     tavo::ProgramOptions how;
 };
 
@@ -56,7 +57,7 @@ void tellDone(Session& session, const tavo::ProgramResult& done) {
     report.result["sectors_erased"] = done.sectorsErased;
     if (done.upToDate) {
         report.result["up_to_date"] = true;
-        return report.note("already up to date: nothing erased, nothing written");
+        return session.conclude("already up to date: nothing erased, nothing written");
     }
     report.result["pages_blank"] = done.pagesBlank;
     report.result["retries"] = done.retries;
@@ -68,12 +69,13 @@ void tellDone(Session& session, const tavo::ProgramResult& done) {
     const std::string erased =
         done.way == tavo::ProgramWay::Full ? "" : ", " + countText(done.sectorsErased, "sector") + " erased";
     const std::string all = done.pagesKept > 0 ? std::to_string(done.pagesWritten) + " of " : "";
-    report.note("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased + " in " +
-                secondsText(done.seconds) +
-                (done.pagesBlank > 0 ? ", " + countText(done.pagesBlank, "blank page") + " left erased" : ""));
+    session.conclude("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased +
+                     " in " + secondsText(done.seconds) +
+                     (done.pagesBlank > 0 ? ", " + countText(done.pagesBlank, "blank page") + " left erased" : ""));
 }
 
 void program(Session& session, Options& options) {
+    session.openPage(options.html, "program " + inputName(options.image.file));
     options.how.range = takeRange(session, options.range);
     options.how.keep = options.how.keep || options.how.range;
     const auto file = readImage(session, options.image);
@@ -81,6 +83,9 @@ void program(Session& session, Options& options) {
     if (options.how.range)
         options.how.imageOptions +=
             (options.how.imageOptions.empty() ? "--range " : " --range ") + rangeText(*options.how.range);
+    const tavo::AddressRange all{0, tavo::kAddressable - 1};
+    const tavo::Image wanted = file->image.part(options.how.range.value_or(all));
+    if (session.hasPage()) session.job.map = tavo::mapImage(wanted);
     if (!isStandardStream(options.image.file)) options.how.imageName = options.image.file;
     options.how.file = file.get();
     if (session.options.dryRun) return tellPlan(session, options, *file);
@@ -88,6 +93,10 @@ void program(Session& session, Options& options) {
     const auto done = tavo::programFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tellDone(session, done);
+    if (!session.hasPage()) return;
+    session.job.map = tavo::mapImage(wanted, done.chip.size);
+    session.job.device = tavo::deviceFacts(session.device().description(), &done.chip);
+    session.job.work = tavo::programFacts(done);
 }
 
 }  // namespace
@@ -104,6 +113,7 @@ Run declareProgram(Arguments& arguments) {
                    "save the whole flash in OUT before the erase; {serial} is replaced");
     arguments.isOutput(options->how.backup);
     arguments.flag("--convert", options->convert, "what is done anyway; kept for scripts");
+    arguments.page(options->html);
     return [options](Session& session) { program(session, *options); };
 }
 

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 
 #include "cli/commands/commands.h"
@@ -18,6 +17,7 @@ struct Options {
     ImageArguments image;
     RangeArguments range;
     bool map = false;
+    std::string html;
     tavo::VerifyOptions how;
 };
 
@@ -27,15 +27,6 @@ Json json(const tavo::Difference& difference) {
             {"bytes", difference.bytes},
             {"file", difference.wanted ? Json(*difference.wanted) : Json(nullptr)},
             {"flash", difference.found}};
-}
-
-std::string text(const tavo::Difference& difference) {
-    char bytes[48];
-    if (difference.wanted)
-        std::snprintf(bytes, sizeof bytes, "file %02X, flash %02X", *difference.wanted, difference.found);
-    else
-        std::snprintf(bytes, sizeof bytes, "not in the file, flash %02X", difference.found);
-    return hexAddress(difference.range.first) + ": " + bytes;
 }
 
 std::string extent(const tavo::Difference& difference) {
@@ -50,35 +41,46 @@ void tell(Session& session, const tavo::VerifyResult& done) {
     report.result["bytes_different"] = comparison.bytes;
     report.result["complete"] = done.isComplete;
     report.result["differences"] = Json::array();
-    if (comparison.equal()) return report.note("equal");
+    const std::string text = tavo::comparisonText(comparison, done.isComplete);
+    if (comparison.equal()) return session.conclude(text);
     session.exit = Exit::Differs;
+    session.job.summary = text;
+    report.line(text);
     const auto& all = comparison.differences;
-    report.line("differs at " + text(all.front()) + " (" + (done.isComplete ? "" : "at least ") +
-                countText(comparison.pages, "page") + (done.isComplete ? ")" : "; --every finds all)"));
     for (std::size_t i = 0; i < std::min(all.size(), kListedDifferences); ++i) {
         report.result["differences"].push_back(json(all[i]));
-        if (i > 0) report.line("        at " + text(all[i]) + extent(all[i]));
+        if (i > 0) report.line("        at " + tavo::differenceText(all[i]) + extent(all[i]));
     }
     if (all.size() > kListedDifferences)
         report.line("and at " + countText(all.size() - kListedDifferences, "more place"));
 }
 
+/// The map is told, and is on the page.
+void show(Session& session, const Options& options, const tavo::ImageFile& file, const tavo::VerifyResult& done) {
+    if (!options.map && !session.hasPage()) return;
+    const tavo::AddressRange all{0, tavo::kAddressable - 1};
+    const tavo::Image wanted = file.image.part(options.how.range.value_or(all));
+    session.job.map = tavo::mapComparison(wanted, done.contents, done.chip.size);
+    session.job.device = tavo::deviceFacts(session.device().description(), &done.chip);
+    session.job.comparison = done.comparison;
+    session.job.isComplete = done.isComplete;
+    if (options.map) tellMap(session.report, *session.job.map);
+}
+
 void verify(Session& session, Options& options) {
+    session.openPage(options.html, "verify " + inputName(options.image.file));
     options.how.range = takeRange(session, options.range);
     const auto file = readImage(session, options.image);
     if (session.options.dryRun)
         return session.report.note("would read " + partText(options.how.range) + " and compare");
     options.how.file = file.get();
     options.how.imageName = inputName(options.image.file);
-    options.how.whole = options.map;
-    options.how.every = options.how.every || options.map;
+    options.how.whole = options.map || session.hasPage();
+    options.how.every = options.how.every || options.how.whole;
     const auto done = tavo::verifyFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tell(session, done);
-    if (!options.map) return;
-    const tavo::AddressRange all{0, tavo::kAddressable - 1};
-    const tavo::Image wanted = file->image.part(options.how.range.value_or(all));
-    tellMap(session.report, tavo::mapComparison(wanted, done.contents, done.chip.size));
+    show(session, options, *file, done);
 }
 
 }  // namespace
@@ -91,6 +93,7 @@ Run declareVerify(Arguments& arguments) {
     arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
     arguments.flag("--map", options->map,
                    "read the whole chip and draw what is equal, differs, or lies beyond the file");
+    arguments.page(options->html);
     return [options](Session& session) { verify(session, *options); };
 }
 

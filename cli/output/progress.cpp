@@ -151,6 +151,7 @@ std::string Progress::phaseRow() const {
 void Progress::finish(const char* outcome, const std::string& remark) {
     const std::lock_guard lock(display_.mutex_);
     if (phase_.empty()) return;
+    phases_.push_back({phase_, outcome, elapsed(), remark});
     const std::string tail = remark.empty() ? "" : "  " + remark;
     log_.write(Detail::Step, "phase " + phase_ + " " + outcome + " after " + secondsText(elapsed()) + tail);
     if (display_.emitsEvents()) {

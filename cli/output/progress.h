@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/output/display.h"
+#include "tavo/service/report.h"
 
 namespace cli {
 
@@ -37,6 +38,8 @@ public:
     void abandon();
     /// Shows these rows instead, until the next call; none: nothing any more.
     void show(std::vector<std::string> rows);
+    /// Those that have ended.
+    const std::vector<tavo::JobPhase>& phases() const { return phases_; }
     /// What a Ctrl-C does in this phase, told when it comes.
     void setStopNote(const std::string& note);
 
@@ -62,6 +65,7 @@ private:
     std::string ended_;  ///< the last phase and how it ended, for the row of one of several devices
     std::string stopNote_;
     std::vector<std::string> shown_;
+    std::vector<tavo::JobPhase> phases_;
     bool stopNoteTold_ = false;
     std::uint64_t total_ = 0;  ///< bytes
     std::uint64_t done_ = 0;

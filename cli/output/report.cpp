@@ -77,7 +77,7 @@ void Report::tellKept() const {
 }
 
 void Report::warning(const std::string& text, const std::string& hint) {
-    tell({false, text, hint});
+    tell({{false, text, hint}});
 }
 
 void Report::tell(Message message) {
@@ -85,7 +85,7 @@ void Report::tell(Message message) {
     const std::string kind = message.isError ? "error" : "warning";
     log_.write(Detail::FileOnly, kind + ": " + text + message.code +
                                      (message.isError ? "; state: " + knownState() : "") + "; hint: " + message.hint);
-    for (const auto& line : message.lines) log_.write(Detail::FileOnly, kind + ":     " + line);
+    for (const auto& line : message.details) log_.write(Detail::FileOnly, kind + ":     " + line);
     if (display().emitsEvents()) {
         Json event{{"event", kind}, {"text", text + message.code}};
         if (message.isError) event["state"] = knownState();
@@ -101,7 +101,7 @@ void Report::tell(Message message) {
 void Report::print(const Message& message, const std::string& name) const {
     const std::string text = name + message.text + message.code;
     message.isError ? console().line(Style::Error, "error:", text) : console().line(Style::Warning, "warning:", text);
-    for (const auto& line : message.lines) console().line("    " + line);
+    for (const auto& line : message.details) console().line("    " + line);
     if (message.isError) console().line("  state: " + knownState());
     if (!message.hint.empty()) console().line("  hint:  " + message.hint);
 }
@@ -110,10 +110,16 @@ std::string Report::knownState() const {
     return stateText.empty() ? state.text() : stateText;
 }
 
+std::vector<tavo::JobMessage> Report::told() const {
+    std::vector<tavo::JobMessage> told(messages_.begin(), messages_.end());
+    for (std::size_t i = 0; i < told.size(); ++i) told[i].text += messages_[i].code;
+    return told;
+}
+
 void Report::fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
                   const std::vector<std::string>& lines) {
     status_ = status;
-    Message message{true, text, hint, lines};
+    Message message{{true, text, hint, lines}};
     if (status) {
         const auto number = static_cast<std::uint32_t>(*status);
         message.code = std::string(" [") + tavo::statusName(*status) + " " + std::to_string(number) + "]";
@@ -137,7 +143,7 @@ Json Report::messagesJson() const {
     Json messages = Json::array();
     for (const auto& message : messages_) {
         std::string text = message.text;
-        for (const auto& line : message.lines) text += "\n    " + line;
+        for (const auto& line : message.details) text += "\n    " + line;
         messages.push_back({{"severity", message.isError ? "error" : "warning"},
                             {"text", text},
                             {"hint", message.hint.empty() ? Json(nullptr) : Json(message.hint)}});

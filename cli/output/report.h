@@ -7,6 +7,7 @@
 #include "cli/output/console.h"
 #include "cli/output/json.h"
 #include "cli/running/outcome.h"
+#include "tavo/service/report.h"
 #include "tavo/service/text.h"
 
 namespace cli {
@@ -44,6 +45,11 @@ public:
     void failure(const Failure& failure);
     void failure(const tavo::Error& error);
 
+    /// What is told of the device: in the error text, in the object.
+    std::string knownState() const;
+    /// Warnings and the failure, so far.
+    std::vector<tavo::JobMessage> told() const;
+
     /// Prints the object, if one is wanted. @return the exit code.
     int finish(Exit exit);
     /// The object that finish prints.
@@ -54,15 +60,10 @@ public:
     void tellKept() const;
 
 private:
-    struct Message {
-        bool isError = false;
-        std::string text;
-        std::string hint;
-        std::vector<std::string> lines = {};  ///< more about text, one below the other
-        std::string code = {};                ///< " [TAVO_TIMEOUT 16]"
+    struct Message : tavo::JobMessage {
+        std::string code = {};  ///< " [TAVO_TIMEOUT 16]"
     };
 
-    std::string knownState() const;
     void fail(const std::string& text, const std::string& hint, const std::optional<TAVO_STATUS>& status,
               const std::vector<std::string>& lines);
     void print(const Message& message, const std::string& name) const;

@@ -65,7 +65,8 @@ Exit caught(Session& session, const std::function<Exit()>& work) {
 }  // namespace
 
 Exit guarded(Session& session, const std::function<Exit()>& work) {
-    const Exit exit = caught(session, work);
+    Exit exit = caught(session, work);
+    exit = caught(session, [&] { return session.writePage(exit); });
     if (const std::string fault = session.log.fault(); !fault.empty()) {
         session.report.warning(fault, "free some space, or choose another file for --log");
     }

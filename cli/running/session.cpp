@@ -19,6 +19,12 @@ std::string readAnswer() {
     return answer;
 }
 
+/// Done and Differs are results; what else ends a command is a failure.
+tavo::JobResult resultOf(Exit exit) {
+    if (exit == Exit::Done) return tavo::JobResult::Done;
+    return exit == Exit::Differs ? tavo::JobResult::Differs : tavo::JobResult::Failed;
+}
+
 }  // namespace
 
 Session::Session(const GlobalOptions& globalOptions, const Command& chosenCommand)
@@ -40,6 +46,44 @@ std::unique_ptr<tavo::TransferTrace> Session::trace() {
     if (options.verbosity < static_cast<int>(Detail::Transfer) && options.logFile.empty()) return nullptr;
     return std::make_unique<tavo::TransferTrace>(
         [this](const std::string& transfer) { log.write(Detail::Transfer, transfer); });
+}
+
+void Session::openPage(const std::string& path, const std::string& title) {
+    if (path.empty()) return;
+    page_.emplace(path);
+    pagePath_ = path;
+    job.title = title;
+}
+
+void Session::conclude(const std::string& text) {
+    job.summary = text;
+    report.note(text);
+}
+
+Exit Session::writePage(Exit ended) {
+    if (!page_ || options.dryRun) return ended;
+    job.tool = "tavo-util " TAVO_VERSION;
+    job.seconds = watch_.seconds();
+    job.result = resultOf(ended);
+    const std::string state = report.knownState();
+    // Of an interface that was only asked for its status there is nothing to say.
+    const bool isWorthTelling =
+        job.result == tavo::JobResult::Failed || state != tavo::flashStateText(tavo::FlashState::Untouched);
+    job.state = hasDevice() && isWorthTelling ? state : "";
+    job.messages = report.told();
+    job.phases = progress.phases();
+    if (hasDevice() && job.device.empty()) job.device = tavo::deviceFacts(device().description());
+    try {
+        page_->write(job);
+    } catch (tavo::Error& error) {
+        error.state = report.state;
+        if (job.result != tavo::JobResult::Failed) throw;
+        report.warning(error.what(), error.hint);
+        return ended;
+    }
+    report.result["html"] = pagePath_;
+    report.note("page: " + pagePath_);
+    return ended;
 }
 
 void Session::take(const tavo::Event& event) {

@@ -19,6 +19,7 @@
 #include "cli/running/outcome.h"
 #include "tavo/service/device.h"
 #include "tavo/service/operation.h"
+#include "tavo/service/report.h"
 #include "tavo/service/text.h"
 #include "tavo/service/trace.h"
 
@@ -37,6 +38,16 @@ public:
     Report report{log, progress};
     /// Shared by all devices of one command line.
     std::shared_ptr<Images> images = std::make_shared<Images>();
+    /// Opens a page that is written when the command ends, good or bad; none for an empty path. Throws tavo::Error.
+    void openPage(const std::string& path, const std::string& title);
+    bool hasPage() const { return page_.has_value(); }
+    /// The result in a line, for the page too.
+    void conclude(const std::string& text);
+    tavo::JobReport job;  ///< for the page; what the session knows itself is filled in at the end
+    /// Writes the page, if there is one.
+    /// @return ended, or another one, told: what ended well does not when the page cannot be written
+    Exit writePage(Exit ended);
+
     Exit exit = Exit::Done;  ///< of a command that ends well: Exit::Differs for one that found a difference
 
     bool hasDevice() const { return device_.has_value(); }
@@ -72,6 +83,9 @@ private:
     bool isOneOfSeveral_ = false;
     tavo::Control control_;
     std::optional<tavo::Device> device_;
+    std::optional<tavo::JobPageFile> page_;
+    std::string pagePath_;
+    Stopwatch watch_;
     std::vector<tavo::DeviceDescription> attached_;
 };
 

@@ -1,8 +1,10 @@
 """The chip as it is shown: maps of letters, and pages for the file of a job."""
 
+import os
 import re
 import unittest
 
+import browser
 from tool import MIB, ToolTest, image, noise
 
 
@@ -56,6 +58,102 @@ class Maps(Chip):
                 self.assertEqual(sum("-0x" in row and row not in grid for row in rows), 0 if columns > 79 else 8)
         plain = self.run_on_terminal("verify", self.image, "--map", "--progress", "none", env={"NO_COLOR": "1"}).out
         self.assertNotIn("\x1b", plain)
+
+
+class Pages(Chip):
+    """Pages as a browser shows them, and as files."""
+
+    # Of each text that shows: size, and contrast with what is behind it.
+    TEXTS = r"""(() => {
+      const level = color => {
+        const part = color.match(/[\d.]+/g).slice(0, 3).map(v => v / 255);
+        const linear = part.map(v => v <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4);
+        return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2];
+      };
+      const ground = at => {
+        for (; at; at = at.parentElement) {
+          const color = getComputedStyle(at).backgroundColor;
+          if (color !== "rgba(0, 0, 0, 0)") return color;
+        }
+      };
+      const shown = [...document.body.querySelectorAll("*")].filter(each => each.offsetParent !== null &&
+        [...each.childNodes].some(node => node.nodeType === 3 && node.data.trim()));
+      return shown.map(each => {
+        const style = getComputedStyle(each);
+        const [a, b] = [level(style.color) + 0.05, level(ground(each)) + 0.05];
+        return [each.textContent, parseFloat(style.fontSize), Math.max(a, b) / Math.min(a, b)];
+      });
+    })()"""
+
+    def page(self, *args, code, name="page.html", **more):
+        self.assertExit(self.run_tool(*args, "--html", name, **more), code)
+        return self.read(name).decode()
+
+    @unittest.skipUnless(browser.PROGRAM, "needs chromium")
+    def test_a_browser_shows_them_on_any_screen_light_and_dark(self):
+        evil = '<img src=x onerror="document.title=1">&amp;'
+        self.assertExit(self.run_tool("-y", "config", "set-serial", "<script>alert(1)</script>"), 0)
+        os.rename(self.image, self.path(evil))
+        told = self.run_tool("--json", "verify", evil, "--map").json["result"]["map"]
+        self.page("verify", evil, code=9, name="differs.html")
+        self.page("check", evil, code=0, name="good.html")
+        self.write("<b>.hex", image((0, noise(256)))[:-1] + [":zz"])
+        self.page("check", "<b>.hex", code=7, name="faults.html")
+        self.page("program", evil, code=11, name="failed.html", sim=["fault=CySpiReadWrite@900+:11"])
+        shown = browser.Browser(self.folder)
+        self.addCleanup(shown.close)
+        for name, cells in ("differs", told["cells"]), ("good", None), ("faults", None), ("failed", None):
+            pictures = set()
+            for width, scheme in (1000, "light"), (400, "light"), (400, "dark"):
+                with self.subTest(name, width=width, scheme=scheme):
+                    shown.show(self.path(name + ".html"), width, scheme)
+                    self.assertLessEqual(shown.value("document.documentElement.scrollWidth"), width)
+                    texts = shown.value(self.TEXTS)
+                    self.assertEqual([text for text in texts if text[1] < 12 or text[2] < 4.5], [])
+                    pictures.add(shown.picture())
+            self.assertEqual(len(pictures), 3)
+            self.assertEqual(shown.value("document.querySelectorAll('script, img, section b:not(.code)').length"), 0)
+            said = shown.value("document.body.innerText")
+            self.assertIn("<b>.hex" if name == "faults" else evil, said)
+            if name != "faults":
+                self.assertEqual(shown.value("document.querySelectorAll('.map i').length"), 1024)
+            if cells:
+                self.assertIn("<script>alert(1)</script>", said)
+                kinds = shown.value("[...document.querySelectorAll('.map i')].map(each => each.className)")
+                letters = {"equal": "=", "wrong": "X", "beyond": "o", "erased": "."}
+                self.assertEqual("".join(letters[kind] for kind in kinds), cells)
+        self.assertEqual(shown.problems, [])
+        for part in ("failed\n", "State: flash incomplete: part of the image is missing\n", "What next: ", "(stopped)"):
+            self.assertIn(part, said)
+
+    def test_a_page_replaces_an_earlier_one_and_nothing_else(self):
+        self.page("check", self.image, code=0, device=False)
+        self.assertIn(">verify ", self.page("verify", self.image, code=9))
+        before = self.read("image.hex")
+        refused = self.run_tool("program", self.image, "--html", self.image)
+        self.assertExit(refused, 8)
+        self.assertErrorForm(refused, "device not touched", "image.hex")
+        self.assertEqual(self.read("image.hex"), before)
+        self.run_tool("-n", "program", self.image, "--html", "dry.html")
+        self.assertFalse(os.path.exists(self.path("dry.html")))
+
+    def test_a_page_that_cannot_be_written_is_told_after_good_work(self):
+        os.mkdir(self.path("gone"))
+        process = self.start_tool("program", self.image, "--html", "gone/page.html", "--progress", "plain")
+        self.wait_for(process, "boot: begins")
+        os.rmdir(self.path("gone"))
+        _, err = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 8, err)
+        self.assertIn("state: flash programmed and verified", err)
+
+    def test_each_of_several_devices_has_its_own(self):
+        boards = ["-d", "sim:" + self.board + ",pace=fast", "-d", "sim:" + self.path("other") + ",pace=fast"]
+        self.run_tool("-y", "config", "set-serial", "00005678", sim=[], device=True)
+        refused = self.run_tool(*boards, "program", self.image, "--html", "page.html", device=False)
+        self.assertExit(refused, 2)
+        self.assertExit(self.run_tool(*boards, "program", self.image, "--html", "{serial}.html", device=False), 0)
+        for serial in "00005678", "00001234":
+            self.assertIn(">" + serial + "<", self.read(serial + ".html").decode())
 
 
 if __name__ == "__main__":
