@@ -15,6 +15,7 @@ namespace {
 struct Options {
     std::string seconds;  // empty: one look
     std::optional<int> count;
+    std::string html;
 };
 
 void tell(Report& report, std::string label, const std::string& value) {
@@ -45,7 +46,11 @@ void showOnce(Session& session) {
 void status(Session& session, const Options& options) {
     // Before the Neuron is asked: with half an image it does not answer.
     tellInterrupted(session.report, session.deviceName(), tavo::interruptedRun(session.device().description()));
-    if (options.seconds.empty() && !options.count) return showOnce(session);
+    const bool isWatch = !options.seconds.empty() || options.count;
+    if (!options.html.empty() && !isWatch)
+        throw Failure{Exit::Usage, "--html needs --watch", "tavo-util status --watch --html " + options.html, {}};
+    if (!isWatch) return showOnce(session);
+    session.openPage(options.html, "status --watch");
     tavo::WatchOptions watch;
     if (!options.seconds.empty()) watch.intervalMs = static_cast<unsigned>(std::stod(options.seconds) * 1000);
     watch.looks = static_cast<std::size_t>(options.count.value_or(0));
@@ -59,6 +64,7 @@ Run declareStatus(Arguments& arguments) {
     arguments.seconds("--watch{2}", options->seconds, 0.2, 3600,
                       "look again every 2 seconds, or every --watch=SECONDS, until Ctrl-C; shows what the counters do");
     arguments.number("--count", "N", options->count, 1, 1000000, "watch, and end after that many looks");
+    arguments.page(options->html);
     return [options](Session& session) { status(session, *options); };
 }
 

@@ -69,6 +69,8 @@ void show(Session& session, const tavo::StatusHistory& history) {
 void tellOutcome(Session& session, const tavo::StatusHistory& history) {
     if (history.looks.empty()) return;
     session.report.result = summaryJson(history);
+    if (session.hasPage()) session.job.watch = history;
+    session.job.summary = watchSummary(history).front();
     std::vector<std::string> lines = watchSummary(history);
     if (isDrawnInPlace()) {  // what stood there stays; it begins with how long that was
         const std::vector<std::string> rows = table(session, history);

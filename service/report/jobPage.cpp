@@ -1,10 +1,8 @@
 #include <algorithm>
-#include <array>
 #include <cstdio>
-#include <ctime>
 
-#include "service/report/html.h"
 #include "service/report/page.h"
+#include "service/report/parts.h"
 #include "service/report/style.h"
 #include "tavo/service/report.h"
 #include "tavo/service/text.h"
@@ -13,8 +11,6 @@ namespace tavo {
 namespace {
 
 constexpr std::uint32_t kRow = 32;  // cells that stay side by side on the narrowest page
-constexpr std::size_t kListed = 200;
-constexpr std::size_t kUnfolded = 12;  // a longer list of ranges is folded
 
 struct ResultWords {
     const char* name;  // of the style
@@ -29,42 +25,6 @@ constexpr const char* kPolicy =
     "'unsafe-inline'\">\n<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
     "<link rel=\"icon\" href=\"data:,\">\n";
 
-Markup row(std::initializer_list<Markup> cells) {
-    Markup all;
-    for (const Markup& cell : cells) all += cell;
-    return Markup::tag("tr", all);
-}
-
-Markup cell(const std::string& text) {
-    return Markup::tag("td", text);
-}
-
-/// Addresses and amounts, which stay in one line.
-Markup figure(const std::string& text, bool isCode = false) {
-    return Markup::tag("td", text, isCode ? "class=\"code size\"" : "class=\"size\"");
-}
-
-Markup code(const std::string& text) {
-    return Markup::tag("td", text, "class=\"code\"");
-}
-
-Markup section(const char* title, const Markup& inner) {
-    if (inner.isEmpty()) return {};
-    return Markup::tag("section", Markup::tag("h2", title) + inner) + Markup::exactly("\n");
-}
-
-Markup table(const std::vector<const char*>& heads, const std::vector<Markup>& rows) {
-    if (rows.empty()) return {};
-    Markup head;
-    for (const char* text : heads) head += Markup::tag("th", text, "scope=\"col\"");
-    Markup body;
-    for (std::size_t i = 0; i < std::min(rows.size(), kListed); ++i) body += rows[i] + Markup::exactly("\n");
-    Markup all = Markup::tag("table", Markup::tag("thead", Markup::tag("tr", head)) + Markup::tag("tbody", body));
-    if (rows.empty()) return {};
-    if (rows.size() > kListed) all += Markup::tag("p", "and " + std::to_string(rows.size() - kListed) + " more");
-    return all;
-}
-
 Markup factTable(const std::vector<JobFact>& facts) {
     Markup rows;
     for (const JobFact& fact : facts) {
@@ -72,15 +32,6 @@ Markup factTable(const std::vector<JobFact>& facts) {
         rows += row({Markup::tag("th", fact.name, "scope=\"row\""), isCode ? code(fact.value) : cell(fact.value)});
     }
     return rows.isEmpty() ? rows : Markup::tag("table", Markup::tag("tbody", rows), "class=\"facts\"");
-}
-
-std::string timeText(std::chrono::system_clock::time_point time) {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    std::array<char, 40> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S %z", &local);
-    return text.data();
 }
 
 Markup header(const JobReport& report, const ResultWords& words) {
@@ -155,9 +106,6 @@ Markup mapSection(const ImageMap& map) {
     for (const auto& part : map.ranges)
         rows.push_back(row({figure(rangeText(part.range), true), figure(amountText(part.range.size())),
                             cell(mapCellText(part.cell))}));
-    Markup ranges = table({"Addresses", "Size", "Contents"}, rows);
-    if (rows.size() > kUnfolded)
-        ranges = Markup::tag("details", Markup::tag("summary", countText(rows.size(), "range")) + ranges);
     const bool isOfImage = mapLegend(map).back().cell <= MapCell::Data;
     return section(isOfImage ? "Map of the image" : "Map of the flash",
                    Markup::tag("div", grid(map), "class=\"map\" role=\"img\" aria-label=\"" + spoken + "\"") +
@@ -166,7 +114,7 @@ Markup mapSection(const ImageMap& map) {
                                    sizeText(map.size) + ", one field is " + sizeText(map.cellSize) +
                                        "; addresses by pages of " + sizeText(kPageSize),
                                    "class=\"faint\"") +
-                       ranges);
+                       foldedTable({"Addresses", "Size", "Contents"}, rows, "range"));
 }
 
 Markup differences(const Comparison& comparison, bool isComplete) {
@@ -217,6 +165,7 @@ std::string jobPage(const JobReport& report) {
                         Markup::tag("style", Markup::exactly(kPageStyle));
     Markup body = header(report, words) + messages(report) + identities(report);
     if (report.map) body += mapSection(*report.map);
+    if (report.watch) body += watchSection(*report.watch);
     if (report.comparison) body += differences(*report.comparison, report.isComplete);
     body += faults(report.faults) + section("Result", factTable(report.work)) + times(report.phases);
     Markup foot = Markup::text(report.tool);

@@ -46,6 +46,8 @@ i.wrong{background:radial-gradient(circle,var(--card) 0 22%,var(--wrong) 26%)}
 i.unread{background:repeating-linear-gradient(135deg,var(--empty) 0 2px,var(--blank) 2px 3px)}
 .bar{width:35%}
 .bar span{display:block;height:.6rem;margin-top:.45rem;border-radius:.3rem;background:var(--accent);min-width:2px}
+svg{display:block;width:100%;height:2.5rem;margin:.25rem 0 .4rem;border-bottom:1px solid var(--line)}
+svg .grown{fill:var(--accent)}svg .miss{fill:var(--wrong);fill-opacity:.35}
 summary{cursor:pointer;color:var(--accent)}
 @media(max-width:44rem){.pair{grid-template-columns:1fr}.map{grid-template-columns:auto 1fr}.map b:nth-of-type(even){display:block}
 .bar{display:none}.facts th{width:7.5rem}section{padding:.75rem}}

@@ -99,10 +99,14 @@ class Pages(Chip):
         self.page("check", evil, code=0, name="good.html")
         self.write("<b>.hex", image((0, noise(256)))[:-1] + [":zz"])
         self.page("check", "<b>.hex", code=7, name="faults.html")
-        self.page("program", evil, code=11, name="failed.html", sim=["fault=CySpiReadWrite@900+:11"])
+        board = self.read("board/board.txt").replace(b"neuron.growth=0000", b"neuron.growth=0003")
+        self.write("board/board.txt", board)
+        self.page("status", "--watch=0.2", "--count", "3", code=0, name="watch.html")
+        self.page("program", "--full", evil, code=11, name="failed.html", sim=["fault=CySpiReadWrite@300+:11"])
         shown = browser.Browser(self.folder)
         self.addCleanup(shown.close)
-        for name, cells in ("differs", told["cells"]), ("good", None), ("faults", None), ("failed", None):
+        pages = {"differs": evil, "good": evil, "faults": "<b>.hex", "watch": "transmit errors", "failed": evil}
+        for name, holds in pages.items():
             pictures = set()
             for width, scheme in (1000, "light"), (400, "light"), (400, "dark"):
                 with self.subTest(name, width=width, scheme=scheme):
@@ -114,14 +118,14 @@ class Pages(Chip):
             self.assertEqual(len(pictures), 3)
             self.assertEqual(shown.value("document.querySelectorAll('script, img, section b:not(.code)').length"), 0)
             said = shown.value("document.body.innerText")
-            self.assertIn("<b>.hex" if name == "faults" else evil, said)
-            if name != "faults":
-                self.assertEqual(shown.value("document.querySelectorAll('.map i').length"), 1024)
-            if cells:
+            self.assertIn(holds, said)
+            fields, bars = (shown.value(f"document.querySelectorAll('{kind}').length") for kind in (".map i", ".grown"))
+            self.assertEqual((fields, bars), (1024 if holds == evil else 0, 2 if name == "watch" else 0))
+            if name == "differs":
                 self.assertIn("<script>alert(1)</script>", said)
                 kinds = shown.value("[...document.querySelectorAll('.map i')].map(each => each.className)")
                 letters = {"equal": "=", "wrong": "X", "beyond": "o", "erased": "."}
-                self.assertEqual("".join(letters[kind] for kind in kinds), cells)
+                self.assertEqual("".join(letters[kind] for kind in kinds), told["cells"])
         self.assertEqual(shown.problems, [])
         for part in ("failed\n", "State: flash incomplete: part of the image is missing\n", "What next: ", "(stopped)"):
             self.assertIn(part, said)

@@ -14,6 +14,7 @@
 #include "tavo/service/flash.h"
 #include "tavo/service/image.h"
 #include "tavo/service/imageFile.h"
+#include "tavo/service/watch.h"
 
 namespace tavo {
 
@@ -58,6 +59,7 @@ struct JobReport {
     std::optional<Comparison> comparison;
     bool isComplete = true;          ///< of the comparison: everything was read
     std::vector<ImageFault> faults;  ///< of the file
+    std::optional<StatusHistory> watch;
     std::vector<JobPhase> phases;
 };
 
