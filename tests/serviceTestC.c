@@ -180,7 +180,8 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     tavo_image* patch = NULL;
     GOOD(tavo_new_image(&patch, &problem));
     GOOD(tavo_add_bytes(patch, 0, (const uint8_t*)"\xA5", 1, NULL, &problem));
-    const tavo_program_options keeping = {.size = sizeof keeping, .keep = 1};
+    GOOD(tavo_add_bytes(patch, 0x1001, (const uint8_t*)"\x5A", 1, NULL, &problem));
+    const tavo_program_options keeping = {.size = sizeof keeping, .has_range = 1, .range = {0, 0xFFF}};
     GOOD(tavo_program_flash(device, patch, &keeping, NULL, &done, &problem));
     CHECK(done.way == TAVO_PROGRAM_SECTORS);
     tavo_free_image(patch);

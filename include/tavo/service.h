@@ -409,11 +409,12 @@ TAVO_API tavo_result tavo_inspect_flash(tavo_device* device, const tavo_control*
 
 typedef struct tavo_program_options {
     uint32_t size;
-    uint32_t full;           ///< 1: erases the whole chip and programs every page, whatever it holds
-    uint32_t keep;           ///< 1: what the image does not cover stays as it is, not FF. All of the chip is first put
-                             ///< into a private file, from which the next run takes it, should this one be cut off;
-                             ///< not with full
-    uint32_t spare;          ///< 0
+    uint32_t full;       ///< 1: erases the whole chip and programs every page, whatever it holds
+    uint32_t keep;       ///< 1: what the image does not cover stays as it is, not FF. All of the chip is first put
+                         ///< into a private file, from which the next run takes it, should this one be cut off;
+                         ///< not with full
+    uint32_t has_range;  ///< 1: programs only what the image has in this range; implies keep
+    tavo_range range;
     const char* backup;      ///< file to save the whole flash in before anything is erased: .hex, .srec, .bin; must
                              ///< not exist yet; null: none
     const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off: without a

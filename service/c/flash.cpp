@@ -39,11 +39,22 @@ tavo_flash_description describe(const FlashChip& chip) {
     return told;
 }
 
+/// Of any record with such members.
+template <typename Options>
+std::optional<AddressRange> rangeOf(const Options& options) {
+    if (options.has_range == 0) return std::nullopt;
+    const AddressRange range{options.range.first, options.range.last};
+    if (range.first <= range.last && range.last < kAddressable) return range;
+    throw Error(Problem::BadArgument, "the range " + rangeText(range) + " is none of a flash",
+                "first and last address, below 0x1000000");
+}
+
 ProgramOptions optionsOf(const tavo_program_options* options, const tavo_image* image) {
     const tavo_program_options known = taken(options, "options");
     ProgramOptions how;
     how.full = known.full != 0;
     how.keep = known.keep != 0;
+    how.range = rangeOf(known);
     how.backup = textOf(known.backup);
     how.imageName = known.image_name != nullptr ? known.image_name : given(image, "image").name;
     how.file = given(image, "image").origin();
@@ -64,16 +75,6 @@ tavo_program_result resultOf(const ProgramResult& done) {
     told.seconds = done.seconds;
     put(told.backup_sha256, done.backupSha256);
     return told;
-}
-
-/// Of any record with such members.
-template <typename Options>
-std::optional<AddressRange> rangeOf(const Options& options) {
-    if (options.has_range == 0) return std::nullopt;
-    const AddressRange range{options.range.first, options.range.last};
-    if (range.first <= range.last && range.last < kAddressable) return range;
-    throw Error(Problem::BadArgument, "the range " + rangeText(range) + " is none of a flash",
-                "first and last address, below 0x1000000");
 }
 
 tavo_difference differenceOf(const Difference& difference) {
