@@ -37,7 +37,7 @@ tavo_result tell(tavo_error* record, const Error& error) {
     put(known.message, error.what());
     put(known.hint, error.hint);
     put(known.details, linesOf(error.details));
-    Out(record, "error").fill(known);
+    fillRecord(record, known);
     return known.result;
 }
 
@@ -62,7 +62,7 @@ tavo_result tellPlainly(tavo_error* record, tavo_result result, const char* text
     put(known.message, text);
     put(known.hint, hint);
     mayBeTouched ? void(known.state = unknownState()) : put(known.state.text, "device not touched");
-    Out(record, "error").fill(known);
+    fillRecord(record, known);
     return result;
 }
 
@@ -81,7 +81,7 @@ bool isUsable(const tavo_error* error) noexcept {
 void tellSuccess(tavo_error* error) noexcept {
     tavo_error known{};
     put(known.name, tavo_result_name(TAVO_OK));
-    Out(error, "error").fill(known);
+    fillRecord(error, known);
 }
 
 tavo_result tellFailure(tavo_error* error, bool mayBeTouched) noexcept {
@@ -111,12 +111,11 @@ void requireGiven(const void* argument, const char* name) {
 
 void putText(char* field, std::size_t capacity, std::string_view text) {
     constexpr std::string_view kCut = "...";
-    if (text.size() < capacity) {
-        *std::copy(text.begin(), text.end(), field) = '\0';
-        return;
-    }
-    char* const end = std::copy_n(text.begin(), wholeCharacters(text, capacity - kCut.size() - 1), field);
-    *std::copy(kCut.begin(), kCut.end(), end) = '\0';
+    const bool fits = text.size() < capacity;
+    const std::size_t kept = fits ? text.size() : wholeCharacters(text, capacity - kCut.size() - 1);
+    text.copy(field, kept);
+    if (!fits) kCut.copy(field + kept, kCut.size());
+    field[kept + (fits ? 0 : kCut.size())] = '\0';
 }
 
 void requireSize(std::uint32_t size, const char* record) {

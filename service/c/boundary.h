@@ -84,6 +84,15 @@ Record taken(const Record* record, const char* name) {
     return known;
 }
 
+/// Fills as much of a record as both sides know, and the rest with zeros. record: of a right size, or null.
+template <typename Record>
+void fillRecord(Record* record, Record known) noexcept {
+    if (record == nullptr) return;
+    known.size = record->size;
+    std::memset(record, 0, known.size);
+    std::memcpy(record, &known, std::min<std::size_t>(known.size, sizeof known));
+}
+
 /// A record of the caller's that is to be filled; checked before anything is done. May be null.
 template <typename Record>
 class Out {
@@ -91,13 +100,7 @@ public:
     Out(Record* record, const char* name) : record_(record) {
         if (record_ != nullptr) requireSize(record_->size, name);
     }
-    /// Fills as much of it as both sides know, and the rest with zeros.
-    void fill(Record known) const {
-        if (record_ == nullptr) return;
-        known.size = record_->size;
-        std::memset(record_, 0, known.size);
-        std::memcpy(record_, &known, std::min<std::size_t>(known.size, sizeof known));
-    }
+    void fill(const Record& known) const { fillRecord(record_, known); }
 
 private:
     Record* record_;
