@@ -47,6 +47,14 @@ protected:
     }
 
     /// What crosses the seam from here on.
+    /// SCB0 is a master from power-up on, at 1 MHz.
+    void makeBlockMaster() {
+        auto& block = rig.board().bridge.block;
+        block[0x024 + 8] = 1;
+        const auto sum = sim::Bridge::checksum(block);
+        for (unsigned i = 0; i < 4; ++i) block[8 + i] = static_cast<std::uint8_t>(sum >> 8 * i);
+        rig.replug();
+    }
     void clearJournal() { rig.journal.clear(); }
 
     std::string folder;

@@ -72,8 +72,18 @@ TEST_F(Health, TheLinesAreToldAsTheyAre) {
     EXPECT_EQ(left.scb0, Scb0State::SpiMaster);
     EXPECT_EQ(left.text(), "the Neuron is held in reset (pin 8 low); SCB0 is still SPI master beside the Neuron");
     drive(8, 1);
-    // Master with another setting: the block's own doing.
+    // At another clock that a flash operation may be told; then one that none is.
+    setMaster(3000000);
+    EXPECT_EQ(look().scb0, Scb0State::SpiMaster);
+    setMaster(500000);
+    EXPECT_EQ(look().scb0, Scb0State::GivenBack);
+    // As the block makes it, or may: it cannot be read.
     setMaster(1000000);
+    rig.failFrom("libusb_control_transfer", 1, -1);
+    EXPECT_EQ(look().scb0, Scb0State::GivenBack);
+    rig.clearFaults();
+    EXPECT_EQ(look().scb0, Scb0State::SpiMaster);
+    makeBlockMaster();
     EXPECT_EQ(look().scb0, Scb0State::GivenBack);
 }
 
@@ -289,15 +299,13 @@ TEST_F(Doctor, LooksBeforeItTouchesAndReleasesNothing) {
 }
 
 TEST_F(Doctor, AMasterThatTheBlockMakesIsToldAndNotFailed) {
-    auto& block = rig.board().bridge.block;
-    block[0x024 + 8] = 1;
-    const auto sum = sim::Bridge::checksum(block);
-    for (unsigned i = 0; i < 4; ++i) block[8 + i] = static_cast<std::uint8_t>(sum >> 8 * i);
-    rig.replug();
+    makeBlockMaster();
     EXPECT_EQ(examine(false)[2], "ok SCB0: SPI master, 1000000 Hz, as its configuration block makes it at power-up");
     setMaster(500000);
     EXPECT_EQ(examine(false)[2], "ok SCB0: SPI master, 500000 Hz, made so by another program");
     EXPECT_FALSE(diagnosis.state.isSomethingHeld());
+    setMaster(3000000);
+    EXPECT_THAT(examine(false)[2], testing::HasSubstr("SPI master, 3000000 Hz, as flash operations make it"));
 }
 
 TEST_F(Doctor, WhatAnEarlierFailureMakesMeaninglessIsSkipped) {

@@ -335,18 +335,50 @@ TEST_F(Flash, WhatAKilledRunLeftIsGivenBackAndAMasterOfTheBlockIsLeft) {
     }
     readFlash(device());
     EXPECT_FALSE(spi().isMaster);
-
-    CY_SPI_CONFIG found = spi();
+    CY_SPI_CONFIG found = spi();  // by a run at another clock
     found.isMaster = true;
-    found.frequency = 1000000;
+    found.frequency = 3000000;
     {
         const CyHandle scb0(0, 0);
         ASSERT_EQ(CySetSpiConfig(scb0.handle, &found), CY_SUCCESS);
     }
+    readFlash(device());
+    EXPECT_FALSE(spi().isMaster);
+
+    makeBlockMaster();
     programFlash(device(), image);
     EXPECT_TRUE(holds(image));
     EXPECT_TRUE(spi().isMaster);
     EXPECT_EQ(spi().frequency, 1000000u);
+}
+
+TEST_F(Flash, AnotherClockIsTriedBeforeAnythingElseAndPutBack) {
+    const std::function<void()> operations[] = {
+        [this] { programFlash(device(), image, {.clockHz = 3000000}); },
+        [this] { EXPECT_TRUE(verifyFlash(device(), image, {.clockHz = 3000000}).comparison.equal()); },
+        [this] { EXPECT_EQ(readFlash(device(), {.clockHz = 3000000}, {}).contents.at(0x20), image.at(0x20)); },
+        [this] { EXPECT_FALSE(blankCheckFlash(device(), {.clockHz = 3000000}).blank); },
+        [this] { eraseFlash(device(), {.clockHz = 3000000}, {}); },
+    };
+    for (const auto& run : operations) {
+        clearJournal();
+        run();
+        EXPECT_THAT(rig.journal, testing::Contains("setspi master 3000000"));
+        EXPECT_FALSE(spi().isMaster);
+        EXPECT_EQ(spi().frequency, 900000u);
+    }
+    programFlash(device(), image);
+    for (const auto& run : operations) {  // the page as it is read with the other clock
+        rig.board().flash.changes = 0;
+        rig.flipReadBit(2, 0x30, 0);
+        const tavo::Error error = failureOf(run);
+        EXPECT_THAT(error.what(), HasSubstr("reads differently at 3000000 Hz than at 900000 Hz"));
+        EXPECT_EQ(error.state.text(), "flash contents unchanged");
+        EXPECT_EQ(rig.board().flash.changes, 0u);
+        EXPECT_FALSE(spi().isMaster);
+    }
+    for (const int hertz : {0, 899999, 3000001})
+        EXPECT_EQ(failureOfProgram({.clockHz = hertz}).problem, Problem::BadArgument);
 }
 
 TEST_F(Flash, ATransferThatAKilledRunLeftUnfinishedDoesNotBlockTheNext) {

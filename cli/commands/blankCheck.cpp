@@ -48,6 +48,7 @@ Run declareBlankCheck(Arguments& arguments) {
     declareRange(arguments, "look only at a part", options->range);
     arguments.flag("--every", options->how.every, "read on after the first byte, and count every page with data");
     arguments.flag("--map", options->map, "the same, and draw where the data are");
+    declareClock(arguments, options->how.clockHz);
     return [options](Session& session) { blankCheck(session, *options); };
 }
 

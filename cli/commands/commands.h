@@ -5,6 +5,12 @@
 
 namespace cli {
 
+/// --clock of the commands that read or write the flash.
+inline void declareClock(Arguments& arguments, std::optional<int>& hertz) {
+    arguments.number("--clock", "HZ", hertz, 900000, 3000000,
+                     "SPI clock, up to 3000000, if the flash reads the same with it (default: 900000)");
+}
+
 Run declareList(Arguments& arguments);
 Run declareCheck(Arguments& arguments);
 Run declareProgram(Arguments& arguments);

@@ -16,6 +16,7 @@ struct Options {
     std::string file;
     std::string format = "auto";
     RangeArguments range;
+    std::optional<int> clockHz;
     bool force = false;
 };
 
@@ -26,6 +27,7 @@ void dump(Session& session, const Options& options) {
     tavo::WriteOptions how;
     how.format = writtenFormat(options.file, options.format);
     tavo::ReadFlashOptions reading;
+    reading.clockHz = options.clockHz;
     reading.range = takeRange(session, options.range);
     if (reading.range) how.address = reading.range->first;
     if (session.options.dryRun) {
@@ -61,6 +63,7 @@ Run declareDump(Arguments& arguments) {
                      "what is written: auto (told by the name), hex, srec, bin");
     declareRange(arguments, "copy only a part", options->range);
     arguments.flag("-f,--force", options->force, "replace FILE if it exists");
+    declareClock(arguments, options->clockHz);
     return [options](Session& session) { dump(session, *options); };
 }
 

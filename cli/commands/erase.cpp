@@ -8,10 +8,16 @@
 namespace cli {
 namespace {
 
-void erase(Session& session, const RangeArguments& range) {
+struct Options {
+    RangeArguments range;
+    std::optional<int> clockHz;
+};
+
+void erase(Session& session, const Options& options) {
     Report& report = session.report;
     tavo::EraseOptions how;
-    how.range = takeRange(session, range);
+    how.clockHz = options.clockHz;
+    how.range = takeRange(session, options.range);
     if (session.options.dryRun) {
         report.result["planned"] = {"erase"};
         report.note("would erase " + partText(how.range) + " of " + session.deviceName() + "; nothing was done");
@@ -30,10 +36,11 @@ void erase(Session& session, const RangeArguments& range) {
 }  // namespace
 
 Run declareErase(Arguments& arguments) {
-    auto range = std::make_shared<RangeArguments>();
-    declareRange(arguments, "erase only a part, on borders of sectors", *range);
-    arguments.asks([range] { return "erase " + partText(range->parsed()); });
-    return [range](Session& session) { erase(session, *range); };
+    auto options = std::make_shared<Options>();
+    declareRange(arguments, "erase only a part, on borders of sectors", options->range);
+    declareClock(arguments, options->clockHz);
+    arguments.asks([options] { return "erase " + partText(options->range.parsed()); });
+    return [options](Session& session) { erase(session, *options); };
 }
 
 }  // namespace cli

@@ -112,6 +112,7 @@ Run declareProgram(Arguments& arguments) {
     arguments.text("--backup", "OUT", options->how.backup,
                    "save the whole flash in OUT before the erase; {serial} is replaced");
     arguments.isOutput(options->how.backup);
+    declareClock(arguments, options->how.clockHz);
     arguments.flag("--convert", options->convert, "what is done anyway; kept for scripts");
     arguments.page(options->html);
     return [options](Session& session) { program(session, *options); };

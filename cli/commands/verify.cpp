@@ -93,6 +93,7 @@ Run declareVerify(Arguments& arguments) {
     arguments.flag("--every", options->how.every, "read on after the first difference, and find every one");
     arguments.flag("--map", options->map,
                    "read the whole chip and draw what is equal, differs, or lies beyond the file");
+    declareClock(arguments, options->how.clockHz);
     arguments.page(options->html);
     return [options](Session& session) { verify(session, *options); };
 }

@@ -1,12 +1,13 @@
 #include "service/device/health.h"
 
+#include "bridge/configBlock.h"
 #include "common/neuronPins.h"
+#include "service/bridge/access.h"
 #include "tavo/Configurator.h"
 
 namespace tavo {
 namespace {
 
-constexpr UINT32 kFlashClockHz = 900000;
 constexpr UCHAR kFlashWordBits = 8;
 
 constexpr const char* kRecover = "let the Neuron run again: tavo-util recover";
@@ -20,11 +21,11 @@ LineState lookAt(const CyHandle& scb0, unsigned char pin, LineState whenRefused)
     return level == 0 ? LineState::Held : LineState::Released;
 }
 
-Scb0State lookAtRole(const CyHandle& scb0, Scb0Role role) {
-    if (role != Scb0Role::Spi) return Scb0State::NotLooked;
+Scb0State lookAtRole(Operation& op, const CyHandle& scb0) {
+    if (op.device.description().scb0 != Scb0Role::Spi) return Scb0State::NotLooked;
     CY_SPI_CONFIG config{};
     if (scb0.openStatus != CY_SUCCESS || CyGetSpiConfig(scb0.handle, &config) != CY_SUCCESS) return Scb0State::Unknown;
-    return isFlashMaster(config) ? Scb0State::SpiMaster : Scb0State::GivenBack;
+    return isLeftByRun(op, config) ? Scb0State::SpiMaster : Scb0State::GivenBack;
 }
 
 const char* name(LineState state) {
@@ -64,14 +65,37 @@ void release(Device& device, unsigned char pin) {
 }  // namespace
 
 bool isFlashMaster(const CY_SPI_CONFIG& config) {
-    return config.isMaster && config.frequency == kFlashClockHz && config.dataWidth == kFlashWordBits &&
-           config.protocol == CY_SPI_MOTOROLA && config.isContinuousMode && !config.isCpha && !config.isCpol;
+    return config.isMaster && config.frequency >= kUsualClockHz && config.frequency <= kFastestClockHz &&
+           config.dataWidth == kFlashWordBits && config.protocol == CY_SPI_MOTOROLA && config.isContinuousMode &&
+           !config.isCpha && !config.isCpol;
+}
+
+bool isAsTheBlockHasIt(const CY_SPI_CONFIG& config, const ConfigurationBlock& block) {
+    // The SPI record of the block: clock, width, protocol; then one byte each, master, continuous, CPHA, CPOL.
+    const unsigned char* record = block.data() + configBlock::kScb0Settings.offset;
+    const auto clock =
+        static_cast<UINT32>(record[0] | record[1] << 8 | record[2] << 16) | static_cast<UINT32>(record[3]) << 24;
+    return block[configBlock::kScb0Mode.offset] == configBlock::kModeSpi && clock == config.frequency &&
+           record[4] == config.dataWidth && record[5] == config.protocol && (record[8] != 0) == config.isMaster &&
+           (record[9] != 0) == config.isContinuousMode && (record[11] != 0) == config.isCpha &&
+           (record[12] != 0) == config.isCpol;
+}
+
+bool isLeftByRun(Operation& op, const CY_SPI_CONFIG& config) {
+    if (!isFlashMaster(config) || config.frequency == kUsualClockHz) return isFlashMaster(config);
+    try {
+        ConfigurationBlock block{};
+        bool refused = false;
+        return readBlock(op, block, refused) == TAVO_SUCCESS && !isAsTheBlockHasIt(config, block);
+    } catch (...) {  // of an observer: what is held is still to be released
+        return false;
+    }
 }
 
 void lookAtLines(Operation& op) {
     const DeviceInfo& info = op.device.info();
     const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
-    op.state.scb0 = lookAtRole(scb0, op.device.description().scb0);
+    op.state.scb0 = lookAtRole(op, scb0);
     // The bridges with 12 pins answer for pin 8 and refuse pin 14. One that was driven or seen before is there,
     // whatever a refusal means.
     op.state.resetLine = lookAt(scb0, kNeuronResetPin, LineState::Unknown);

@@ -65,7 +65,8 @@ private:
     std::optional<Error> first_;
 };
 
-TAVO_STATUS giveBack(DeviceInfo& info, std::string& text) {
+TAVO_STATUS giveBack(Operation& op, std::string& text) {
+    DeviceInfo& info = op.device.info();
     CY_SPI_CONFIG config{};
     {
         const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
@@ -76,7 +77,7 @@ TAVO_STATUS giveBack(DeviceInfo& info, std::string& text) {
     text = "SCB0 is SPI slave already";
     if (!config.isMaster) return TAVO_SUCCESS;
     text = "SCB0 is SPI master at " + std::to_string(config.frequency) + " Hz, which no flash operation sets: left so";
-    if (!isFlashMaster(config)) return TAVO_SUCCESS;
+    if (!isLeftByRun(op, config)) return TAVO_SUCCESS;
     text = "SCB0 made SPI slave again";
     return cypressToTavo(Configurator(info).setupSpi(false));
 }
@@ -181,7 +182,7 @@ void takeSteps(Operation& op, const Control& control, Steps& steps, const Recove
         steps.take("unfinished SPI transfer ended",
                    [&](std::string& text) { return endUnfinishedTransfer(info, text); });
     }
-    steps.take("SCB0 opened", [&](std::string& text) { return giveBack(info, text); });
+    steps.take("SCB0 opened", [&](std::string& text) { return giveBack(op, text); });
     releaseLines(op, steps);
     steps.take("configuration mode left", [&](std::string&) { return leaveConfigurationMode(info); });
     readBack(op, steps);

@@ -50,10 +50,40 @@ void FlashAccess::lookAtScb0() {
     const CyHandle scb0(info.scb0DeviceNumber, info.scb0InterfaceNumber);
     CY_SPI_CONFIG config{};
     if (scb0.openStatus != CY_SUCCESS || CyGetSpiConfig(scb0.handle, &config) != CY_SUCCESS) return;
-    if (config.isMaster && !isFlashMaster(config)) masterAsFound_ = config;
+    if (config.isMaster && !isLeftByRun(op_, config)) masterAsFound_ = config;
 }
 
-void FlashAccess::take(long settleMs) {
+/// What is the same at any clock, or nothing can be relied on.
+void FlashAccess::readStart(std::vector<std::uint8_t>& bytes) const {
+    constexpr const char* kDoing = "read the start of the flash";
+    FlashChip again;
+    check(driver_->readId(again), "read the flash ID");
+    bytes.assign(kPageSize, 0);
+    check(driver_->waitUntilReadable(), kDoing);
+    check(driver_->readLong(0, bytes.data(), kPageSize), kDoing);
+    bytes.insert(bytes.end(), {again.maker, again.memoryType, again.capacityCode});
+}
+
+/// The release puts the clock back with the rest of the setting.
+void FlashAccess::setClock(int clockHz) {
+    std::vector<std::uint8_t> usual;
+    std::vector<std::uint8_t> now;
+    readStart(usual);
+    CY_SPI_CONFIG config{};
+    check(CyGetSpiConfig(scb0_->handle, &config), "read the SPI setting");
+    config.frequency = static_cast<UINT32>(clockHz);
+    check(CySetSpiConfig(scb0_->handle, &config), "set the SPI clock");
+    check(CyGetSpiConfig(scb0_->handle, &config), "read the SPI setting");
+    op_.step("SPI clock: " + std::to_string(config.frequency) + " Hz");
+    readStart(now);
+    if (now == usual) return;
+    op_.fail(Error(Problem::DeviceFailed,
+                   "the flash of " + op_.device.name() + " reads differently at " + std::to_string(clockHz) +
+                       " Hz than at " + std::to_string(kUsualClockHz) + " Hz",
+                   "choose a slower clock, or leave --clock out"));
+}
+
+void FlashAccess::take(long settleMs, std::optional<int> clockHz) {
     op_.throwIfCancelled();
     if (op_.device.description().scb0 == Scb0Role::I2c) {
         op_.fail(Error(Problem::DeviceFailed,
@@ -77,6 +107,7 @@ void FlashAccess::take(long settleMs) {
     check(scb0_->openStatus, "open the flash interface");
     driver_.emplace(op_, *scb0_);
     identify();
+    if (clockHz && *clockHz != static_cast<int>(kUsualClockHz)) setClock(*clockHz);
 }
 
 void FlashAccess::readId() {
@@ -143,6 +174,13 @@ void FlashAccess::fail(const Error& error) {
     if (mayBeGone(error) && forgetLinesOfGone(op_)) op_.fail(andGone(error));
     if (op_.state.isSomethingHeld()) op_.fail(andStillHeld(error, op_));
     op_.fail(error);
+}
+
+void requireClock(std::optional<int> clockHz) {
+    if (!clockHz || (*clockHz >= static_cast<int>(kUsualClockHz) && *clockHz <= static_cast<int>(kFastestClockHz)))
+        return;
+    throw Error(Problem::BadArgument, "a clock of " + std::to_string(*clockHz) + " Hz is not set",
+                "choose one from " + std::to_string(kUsualClockHz) + " to " + std::to_string(kFastestClockHz) + " Hz");
 }
 
 void waitForBoot(Operation& op) {

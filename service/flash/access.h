@@ -1,8 +1,10 @@
 // How every flash operation takes hold of the chip, lets go of it, and makes sure that it has.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "platform/cyusbserial.h"
 #include "service/flash/chip.h"
@@ -27,7 +29,7 @@ public:
 
     /// Takes both, waits until the Neuron has let go of the bus, and reads the ID. Throws Error, naming the
     /// step that failed.
-    void take(long settleMs);
+    void take(long settleMs, std::optional<int> clockHz);
     const FlashDriver& driver() const { return *driver_; }
     const FlashChip& chip() const { return chip_; }
 
@@ -40,6 +42,8 @@ public:
 
 private:
     void lookAtScb0();
+    void setClock(int clockHz);
+    void readStart(std::vector<std::uint8_t>& bytes) const;
     void giveScb0Back();
     void readId();
     void identify();
@@ -58,16 +62,20 @@ private:
     std::optional<CY_SPI_CONFIG> masterAsFound_;
 };
 
+/// Throws Error (BadArgument) for one that is not to be set.
+void requireClock(std::optional<int> clockHz);
+
 /// Takes the flash for its ID alone. Throws Error.
 FlashChip readFlashChip(Operation& op);
 
 /// Takes the flash, runs work(driver, chip) and releases, whatever the result. A success is one only when
 /// everything was seen to be released.
 template <class Work>
-auto withFlash(Operation& op, long settleMs, Work work) {
+auto withFlash(Operation& op, long settleMs, std::optional<int> clockHz, Work work) {
+    requireClock(clockHz);
     FlashAccess access(op);
     try {
-        access.take(settleMs);
+        access.take(settleMs, clockHz);
         auto result = work(access.driver(), access.chip());
         access.release();
         access.requireReleased();
@@ -75,6 +83,10 @@ auto withFlash(Operation& op, long settleMs, Work work) {
     } catch (const Error& error) {
         access.fail(error);
     }
+}
+template <class Work>
+auto withFlash(Operation& op, long settleMs, Work work) {
+    return withFlash(op, settleMs, std::nullopt, work);
 }
 
 /// Unprotects and erases the whole chip. Raises the state before.

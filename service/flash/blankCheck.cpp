@@ -27,7 +27,7 @@ BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashC
 
 BlankCheckResult blankCheckFlash(Device& device, const BlankCheckOptions& options, const Control& control) {
     Operation op(device, control);
-    auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
+    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
         return findData(op, driver, chip, options);
     });
     waitForBoot(op);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "service/device/health.h"
 #include "service/operation.h"
 #include "tavo/SpiNand.h"
 #include "tavo/service/flash.h"
@@ -12,8 +13,6 @@ namespace tavo {
 
 /// Data bytes of one read: as many as a record of the library's dump has.
 inline constexpr std::uint32_t kReadChunk = 255;
-/// Of the bridge, as the library sets it.
-inline constexpr std::uint32_t kUsualClockHz = 900000;
 /// Data bytes of one long read. With the command it makes 4,100 bytes, which bridges have been seen to take.
 inline constexpr std::uint32_t kLongRead = 4096;
 

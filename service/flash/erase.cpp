@@ -34,7 +34,7 @@ TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& 
 
 EraseResult eraseFlash(Device& device, const EraseOptions& options, const Control& control) {
     Operation op(device, control);
-    auto result = withFlash(op, kSettleBeforeErase, [&](const FlashDriver& driver, FlashChip chip) {
+    auto result = withFlash(op, kSettleBeforeErase, options.clockHz, [&](const FlashDriver& driver, FlashChip chip) {
         readSfdp(op, driver, chip);
         const auto start = std::chrono::steady_clock::now();
         EraseResult done{chip, 0, 0, {}};

@@ -39,10 +39,15 @@ void requireSense(const ProgramOptions& options) {
                 "leave one of them out");
 }
 
+std::uint32_t clockHz(const ProgramOptions& options) {
+    return static_cast<std::uint32_t>(options.clockHz.value_or(static_cast<int>(kUsualClockHz)));
+}
+
 /// What is to be programmed, and how.
 struct Job {
     Job(const Image& whole, const ProgramOptions& asked) : options(asked), image(whole) {
         requireSense(options);
+        requireClock(options.clockHz);
         if (!options.range) return;
         part = partOfImage(whole, *options.range, options.imageName, true);
         options.keep = true;
@@ -126,7 +131,7 @@ std::optional<Image> Programming::readForPlan(FlashReader& reader) {
     std::uint32_t read = 0;
     bool stopped = false;
     Image before = readRanges(op_, reader, order.ranges, Phase::Read, [&](const Image& known, const AddressRange&) {
-        stopped = ++read == order.samples && isFullShorter(result_.chip, image_, known);
+        stopped = ++read == order.samples && isFullShorter(result_.chip, image_, known, clockHz(options_));
         return !stopped;
     });
     if (stopped) return std::nullopt;
@@ -145,7 +150,7 @@ void Programming::makePlan(FlashReader& reader) {
     else if (!full)
         before = readForPlan(reader);
     setTarget(before);
-    plan_ = full ? planFull(result_.chip, wanted_) : planFrom(before);
+    plan_ = full ? planFull(result_.chip, wanted_, clockHz(options_)) : planFrom(before);
     result_.way = plan_.way;
     op_.step(std::string("plan: ") + programWayName(plan_.way) + ", " + std::to_string(plan_.erases.size()) +
              " blocks to erase, " + std::to_string(plan_.writes.size()) + " pages to write");
@@ -163,8 +168,9 @@ void Programming::makePlan(FlashReader& reader) {
 }
 
 FlashPlan Programming::planFrom(const std::optional<Image>& before) const {
-    if (!before) return planFull(result_.chip, wanted_);
-    return options_.keep ? planKeeping(result_.chip, wanted_, *before) : planProgram(result_.chip, wanted_, *before);
+    if (!before) return planFull(result_.chip, wanted_, clockHz(options_));
+    return options_.keep ? planKeeping(result_.chip, wanted_, *before, clockHz(options_))
+                         : planProgram(result_.chip, wanted_, *before, clockHz(options_));
 }
 
 /// With what is to be kept: as the chip holds it, or as it did before a run that was cut off.
@@ -392,7 +398,8 @@ ProgramForecast forecastProgram(const Image& whole, const ProgramOptions& asked)
     const auto ranges = image.ranges();
     FlashChip chip;
     chip.size = std::max(kSmallestChip, ranges.empty() ? 0 : std::bit_ceil(ranges.back().last + 1));
-    const FlashPlan plan = planFull(chip, image);
+    const std::uint32_t clock = clockHz(options);
+    const FlashPlan plan = planFull(chip, image, clock);
     ProgramForecast forecast;
     if (!options.full) forecast.steps = {"read"};
     if (!options.backup.empty()) forecast.steps.emplace_back("backup");
@@ -401,11 +408,11 @@ ProgramForecast forecastProgram(const Image& whole, const ProgramOptions& asked)
     forecast.pagesBlank = image.blankPages();
     forecast.chipSize = chip.size;
     forecast.seconds = plan.seconds + kFixedSeconds;
-    forecast.leastSeconds = options.full ? forecast.seconds : readSeconds(chip.size) + kFixedSeconds;
-    forecast.sectorSeconds = options.full ? 0 : sectorSeconds();
+    forecast.leastSeconds = options.full ? forecast.seconds : readSeconds(chip.size, clock) + kFixedSeconds;
+    forecast.sectorSeconds = options.full ? 0 : sectorSeconds(clock);
     if (options.keep) {
         forecast.seconds =
-            forecast.leastSeconds + readSeconds(chip.size) + touchedSectors(image) * forecast.sectorSeconds;
+            forecast.leastSeconds + readSeconds(chip.size, clock) + touchedSectors(image) * forecast.sectorSeconds;
     }
     return forecast;
 }
@@ -416,8 +423,9 @@ ProgramResult programFlash(Device& device, const Image& image, const ProgramOpti
     const auto start = std::chrono::steady_clock::now();
     Operation op(device, control);
     Programming programming(op, job.programmed(), job.options);
-    ProgramResult result = withFlash(
-        op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
+    ProgramResult result =
+        withFlash(op, kSettle, options.clockHz,
+                  [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
     if (!result.upToDate) waitForBoot(op);
     result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     result.state = op.state;

@@ -115,7 +115,7 @@ Format dumpFormat(const std::string& path) {
 
 ReadFlashResult readFlash(Device& device, const ReadFlashOptions& options, const Control& control) {
     Operation op(device, control);
-    auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
+    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
         FlashReader reader(op, driver);
         const AddressRange part = partOf(op, chip, options.range);
         return ReadFlashResult{chip, readRanges(op, reader, {part}, Phase::Dump), {}};

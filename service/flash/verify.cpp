@@ -32,7 +32,7 @@ VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions
     std::optional<Image> part;
     if (options.range) part = partOfImage(image, *options.range, options.imageName, needsData);
     const Image& wanted = part ? *part : image;
-    auto result = withFlash(op, kSettle, [&](const FlashDriver& driver, const FlashChip& chip) {
+    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
         return readAndCompare(op, driver, chip, wanted, options);
     });
     waitForBoot(op);

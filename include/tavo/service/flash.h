@@ -65,6 +65,9 @@ struct ProgramOptions {
     bool keep = false;
     /// Programs only what the image has in this range; implies keep.
     std::optional<AddressRange> range = {};
+    /// Hz, 900,000 (as without) to 3,000,000. ID and first page are read at both clocks before anything else; a
+    /// difference is a failure.
+    std::optional<int> clockHz = {};
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
     std::string backup = {};
@@ -130,6 +133,7 @@ struct VerifyOptions {
     const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
     std::string imageName = {};
     std::optional<AddressRange> range = {};  ///< of image and chip only this part is compared
+    std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
 struct VerifyResult {
@@ -146,6 +150,7 @@ TAVO_API VerifyResult verifyFlash(Device& device, const Image& image, const Veri
 
 struct ReadFlashOptions {
     std::optional<AddressRange> range = {};  ///< none: the whole chip
+    std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
 struct ReadFlashResult {
@@ -168,6 +173,7 @@ inline ReadFlashResult readFlash(Device& device, const Control& control = {}) {
 struct EraseOptions {
     /// None: the whole chip. Its borders are multiples of the chip's smallest sector, 4 KiB for one that tells nothing.
     std::optional<AddressRange> range = {};
+    std::optional<int> clockHz = {};  ///< see ProgramOptions
 };
 
 struct EraseResult {
@@ -189,6 +195,7 @@ inline EraseResult eraseFlash(Device& device, const Control& control = {}) {
 struct BlankCheckOptions {
     bool every = false;                      ///< counts every page with data, instead of stopping after the first
     std::optional<AddressRange> range = {};  ///< none: the whole chip
+    std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
 struct BlankCheckResult {
