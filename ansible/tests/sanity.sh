@@ -28,5 +28,8 @@ tests=/usr/lib/python3/dist-packages/ansible_test/_util/controller/sanity
 ! grep -v missing-gplv3-license log >&2 || say "validate-modules found the above"
 /usr/bin/python3 "$tests/code-smell/runtime-metadata.py" meta/runtime.yml >log 2>&1
 [ ! -s log ] || { cat log >&2; say "meta/runtime.yml is not as it has to be"; }
+printf -- '- hosts: all\n  roles: [tavo.util.install]\n' >role.yml
+ansible-playbook --syntax-check -i localhost, role.yml playbooks/update.yml >log 2>&1 || { cat log >&2; say "a playbook or the role is wrong"; }
+rm role.yml
 pycodestyle --max-line-length 160 --ignore "$(paste -sd, "$tests/pep8/current-ignore.txt")" plugins
 yamllint --strict -c "$tests/yamllint/config/default.yml" .
