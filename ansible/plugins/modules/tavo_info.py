@@ -19,7 +19,7 @@ options:
       - What to read.
       - C(devices) lists all interfaces of the host, C(configuration) reads the bridge's block, C(status) the state and the counters of the Neuron,
         C(domain) its domain table without keys, C(doctor) looks for what is wrong.
-      - C(interface) and C(doctor) look at the flash chip, which B(restarts the Neuron).
+      - C(interface) and C(doctor) may look at the flash chip, which B(restarts the Neuron).
       - C(flash) reads the whole chip and tells its SHA-256, which B(holds the Neuron in reset) for seconds for each MiB.
     type: list
     elements: str
@@ -65,7 +65,7 @@ domain:
   returned: when gathered
   type: dict
 interface:
-  description: Flash maker, size, Neuron and program ID, node state.
+  description: Neuron and program ID, node state, and flash maker and size where the chip was looked at.
   returned: when gathered
   type: dict
 doctor:
