@@ -841,10 +841,25 @@ TEST_F(Flash, AChipThatDiffersThroughoutIsNotReadToItsEnd) {
     const tavo::Image wanted = imageOf({{0, noise(cells().size(), 8)}});
     EXPECT_EQ(programFlash(device(), wanted).way, tavo::ProgramWay::Full);
     EXPECT_TRUE(holds(wanted));
-    EXPECT_EQ(rig.board().flash.reads, 16u + 17 + 256);  // samples, the proof of a long read, the comparison
+    EXPECT_EQ(rig.board().flash.reads,
+              16u + 17 + 1 + 256);  // samples, the proof of a long read, the first window, the comparison
     std::fill_n(cells().begin() + 0x8000, 0x1000, std::uint8_t{0});
     EXPECT_EQ(programFlash(device(), wanted).pagesWritten, 16u);
     EXPECT_TRUE(holds(wanted));
+}
+
+// A chip smaller than it tells writes its end over its beginning.
+TEST_F(Flash, WhatALaterWriteSpoilsIsNotCalledProgrammed) {
+    violationsExpected = true;  // a page that differs is written again, over what is there
+    const tavo::Image wanted = imageOf({{0, noise(cells().size(), 3)}});
+    observe = [this](const tavo::Event& event) {
+        if (event.kind == tavo::Event::Kind::Progress && event.phase == tavo::Phase::Program &&
+            event.done + tavo::kPageSize > event.total)
+            std::fill_n(cells().begin() + 5, 3, std::uint8_t{0});
+    };
+    const tavo::Error error = failureOf([&] { programFlash(device(), wanted, {}, control()); });
+    EXPECT_EQ(error.state.flash, tavo::FlashState::Incomplete);
+    EXPECT_THAT(error.what(), HasSubstr("3 attempts failed at 0x000000"));
 }
 
 // A chip that needs an erase, kept pages and written ones.

@@ -105,7 +105,10 @@ private:
     void erase(const FlashDriver& driver);
     TAVO_STATUS eraseByPlan(const FlashDriver& driver);
     void writeAndCompare(const FlashDriver& driver, FlashReader& reader);
-    void compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window);
+    void writePages(const FlashDriver& driver, FlashReader& reader);
+    bool compareAll(const FlashDriver& driver, FlashReader& reader);
+    bool compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window);
+    void rewritePage(const FlashDriver& driver, std::uint32_t page, std::uint32_t at);
     AddressRange windowOf(std::uint32_t address) const;
     void writePage(const FlashDriver& driver, const PageWrite& write);
     [[noreturn]] void failPage(std::uint32_t address, unsigned attempts, const std::string& why) const;
@@ -121,7 +124,7 @@ private:
     std::unique_ptr<NewFile> backup_;
     ProgramResult result_;
     std::map<std::uint32_t, unsigned> attempts_;  // by page
-    std::vector<bool> isCompared_;                // by page: was read as it is to be, after the last write
+    std::vector<bool> isCompared_;                // by page: read by the comparison that is under way
     std::uint64_t compared_ = 0;                  // bytes
 };
 
@@ -249,28 +252,15 @@ TAVO_STATUS Programming::eraseByPlan(const FlashDriver& driver) {
     return TAVO_SUCCESS;
 }
 
-/// Each window of one long read: its pages written, then compared. Windows without a write at the end, when
-/// nothing can spoil them any more.
+/// Everything is written, then everything compared: no write follows the last comparison and could spoil what
+/// it saw, as one beyond the true end of a chip that tells a wrong size does.
 void Programming::writeAndCompare(const FlashDriver& driver, FlashReader& reader) {
     op_.throwIfCancelled();
-    const auto pages = std::count(plan_.compared.begin(), plan_.compared.end(), true);
-    isCompared_.resize(plan_.compared.size());
-    op_.begin(Phase::Program, "", static_cast<std::uint64_t>(pages) * kPageSize);
-    op_.state.flash = FlashState::Incomplete;
-    if (const auto status = driver.waitUntilWritable(); status != CY_SUCCESS)
-        op_.fail(statusError(cypressToTavo(status), Side::Bridge, "program the flash of " + op_.device.name()));
-    for (auto write = plan_.writes.begin(); write != plan_.writes.end();) {
-        const AddressRange window = windowOf(write->address);
-        for (; write != plan_.writes.end() && window.contains(write->address); ++write) writePage(driver, *write);
-        compareWindow(driver, reader, window);
-    }
-    op_.begin(Phase::Verify, "", static_cast<std::uint64_t>(pages) * kPageSize);
-    op_.advance(compared_);
-    for (std::uint32_t page = 0; page < plan_.compared.size(); ++page) {
-        if (plan_.compared[page] && !isCompared_[page]) compareWindow(driver, reader, windowOf(page * kPageSize));
+    writePages(driver, reader);
+    while (!compareAll(driver, reader)) {
     }
     // Nothing but what was read back makes a success.
-    if (isCompared_ != plan_.compared || pages == 0) {
+    if (isCompared_ != plan_.compared || compared_ == 0) {
         op_.fail(Error(Problem::Internal, "not every page was compared", "please report this, with the file"));
     }
     op_.state.flash = FlashState::Programmed;
@@ -280,14 +270,49 @@ void Programming::writeAndCompare(const FlashDriver& driver, FlashReader& reader
     tellRetries();
 }
 
+void Programming::writePages(const FlashDriver& driver, FlashReader& reader) {
+    op_.begin(Phase::Program, "", plan_.writes.size() * kPageSize);
+    op_.state.flash = FlashState::Incomplete;
+    if (const auto status = driver.waitUntilWritable(); status != CY_SUCCESS)
+        op_.fail(statusError(cypressToTavo(status), Side::Bridge, "program the flash of " + op_.device.name()));
+    isCompared_.assign(plan_.compared.size(), false);
+    std::uint64_t written = 0;
+    bool isTried = false;
+    for (auto write = plan_.writes.begin(); write != plan_.writes.end(); ++write) {
+        writePage(driver, *write);
+        op_.advance(written += kPageSize);
+        // A chip that takes nothing is told after one window, not after all of them.
+        if (isTried || (write + 1 != plan_.writes.end() && windowOf(write[1].address).contains(write->address)))
+            continue;
+        while (!compareWindow(driver, reader, windowOf(write->address))) {
+        }
+        isTried = true;
+    }
+}
+
+/// Compares every page that the plan names. False when one had to be written again: then all are compared anew.
+bool Programming::compareAll(const FlashDriver& driver, FlashReader& reader) {
+    const auto pages = std::count(plan_.compared.begin(), plan_.compared.end(), true);
+    op_.begin(Phase::Verify, "", static_cast<std::uint64_t>(pages) * kPageSize);
+    isCompared_.assign(plan_.compared.size(), false);
+    compared_ = 0;
+    bool isUntouched = true;
+    for (std::uint32_t page = 0; page < plan_.compared.size(); ++page) {
+        if (!plan_.compared[page] || isCompared_[page]) continue;
+        isUntouched &= compareWindow(driver, reader, windowOf(page * kPageSize));
+        op_.advance(compared_);
+    }
+    return isUntouched;
+}
+
 AddressRange Programming::windowOf(std::uint32_t address) const {
     const std::uint32_t first = address / kLongRead * kLongRead;
     return {first, first + kLongRead - 1};
 }
 
 /// Reads the pages of a window that are to be compared. One that was written and differs is written again, as
-/// often as a page may need it.
-void Programming::compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window) {
+/// often as a page may need it; false then.
+bool Programming::compareWindow(const FlashDriver& driver, FlashReader& reader, const AddressRange& window) {
     const std::uint32_t end =
         std::min<std::uint32_t>((window.last + 1) / kPageSize, static_cast<std::uint32_t>(plan_.compared.size()));
     std::uint32_t first = window.first / kPageSize;
@@ -295,30 +320,30 @@ void Programming::compareWindow(const FlashDriver& driver, FlashReader& reader, 
     while (!plan_.compared[first]) ++first;
     while (!plan_.compared[last]) --last;
     std::array<std::uint8_t, kLongRead> found{};
-    for (bool again = true; again;) {
-        again = false;
-        reader.read(first * kPageSize, found.data(), (last + 1 - first) * kPageSize);
-        for (std::uint32_t page = first; page <= last; ++page) {
-            const std::uint8_t* holds = &found[(page - first) * kPageSize];
-            const std::uint8_t* wanted = pageOf(wanted_, page);
-            if (!plan_.compared[page] || std::memcmp(wanted, holds, kPageSize) == 0) continue;
-            const auto write = std::find_if(plan_.writes.begin(), plan_.writes.end(),
-                                            [&](const PageWrite& each) { return each.address / kPageSize == page; });
-            std::uint32_t at = 0;
-            while (wanted[at] == holds[at]) ++at;
-            if (write == plan_.writes.end()) failPage(page * kPageSize + at, 0, "it does not hold what it should");
-            if (attempts_[page] >= FlashDriver::kAttempts)
-                failPage(write->address, attempts_[page], "it does not hold what was written");
-            writePage(driver, *write);
-            again = true;
-        }
-    }
+    reader.read(first * kPageSize, found.data(), (last + 1 - first) * kPageSize);
+    bool isUntouched = true;
     for (std::uint32_t page = first; page <= last; ++page) {
-        if (!plan_.compared[page] || isCompared_[page]) continue;
+        if (!plan_.compared[page]) continue;
         isCompared_[page] = true;
         compared_ += kPageSize;
+        const std::uint8_t* holds = &found[(page - first) * kPageSize];
+        const std::uint8_t* wanted = pageOf(wanted_, page);
+        if (std::memcmp(wanted, holds, kPageSize) == 0) continue;
+        const auto at = static_cast<std::uint32_t>(std::mismatch(wanted, wanted + kPageSize, holds).first - wanted);
+        rewritePage(driver, page, at);
+        isUntouched = false;
     }
-    op_.advance(compared_);
+    return isUntouched;
+}
+
+/// A page that was compared and differs, first at byte `at` of it.
+void Programming::rewritePage(const FlashDriver& driver, std::uint32_t page, std::uint32_t at) {
+    const auto write = std::find_if(plan_.writes.begin(), plan_.writes.end(),
+                                    [&](const PageWrite& each) { return each.address / kPageSize == page; });
+    if (write == plan_.writes.end()) failPage(page * kPageSize + at, 0, "it does not hold what it should");
+    if (attempts_[page] >= FlashDriver::kAttempts)
+        failPage(write->address, attempts_[page], "it does not hold what was written");
+    writePage(driver, *write);
 }
 
 void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
@@ -332,7 +357,6 @@ void Programming::writePage(const FlashDriver& driver, const PageWrite& write) {
         op_.tell({.kind = Event::Kind::Retry, .phase = Phase::Program, .done = attempts - 1, .address = write.address});
     }
     if (page.status != CY_SUCCESS) failPage(write.address, attempts, tavoStatusString(cypressToTavo(page.status)));
-    op_.advance(compared_);  // nothing more yet, but a caller may want to stop
 }
 
 void Programming::failPage(std::uint32_t address, unsigned attempts, const std::string& why) const {
