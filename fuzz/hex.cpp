@@ -1,0 +1,7 @@
+// Intel HEX: read by the service and by the library.
+#include "fuzz/images.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    fuzz::checkedImage({reinterpret_cast<const char*>(data), size}, tavo::Format::Automatic);
+    return 0;
+}
