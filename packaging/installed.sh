@@ -11,10 +11,10 @@ use() {
   echo "deb [trusted=yes] file:$PWD/$1 ./" >"$repository"
   quiet apt-get update -q
 }
-# Every file that a package may bring or leave; apt and dpkg keep notes of their own.
+# Every file that a package may bring or leave. apt and dpkg keep notes of their own; locks go with the next start.
 everything() {
   find / -xdev \( -path /proc -o -path /tmp -o -path /root -o -path "$PWD" -o -path /var/lib/dpkg -o -path /var/cache \
-    -o -path /var/lib/apt -o -path /var/log -o -path "$repository" \) -prune -o -print | sort
+    -o -path /var/lib/apt -o -path /var/log -o -path /run/lock -o -path "$repository" \) -prune -o -print | sort
 }
 names=$(sed -n 's/^Package: //p' now/Packages)
 needed=$(sed -n 's/^Depends: *//p' debian/tests/control | tr -d ,)

@@ -18,7 +18,7 @@ for package in "$packages"/*.deb; do
   cp "$package" "$tree/now"
   dpkg-deb -R "$package" "$work/package"
   version=$(dpkg-deb -f "$package" Version)
-  sed -i "s/\(^Version: \|(= \)$version/&+next/" "$work/package/DEBIAN/control"
+  sed -i "s/\(^Version: \|(= \)$version/&+next/g" "$work/package/DEBIAN/control"
   dpkg-deb --root-owner-group -b "$work/package" "$tree/next" >/dev/null
   rm -rf "$work/package"
 done
