@@ -25,7 +25,7 @@ TEST_F(BridgeService, APlanShowsWhatAWriteMakes) {
     EXPECT_EQ(tavo::fieldsOf(plan.before).serial, "00001234");
     EXPECT_EQ(tavo::fieldsOf(plan.after).serial, "TAVO-0042");
     EXPECT_EQ(tavo::fieldsOf(plan.after).whyBad, "");
-    tavo::writeConfiguration(device(), plan, "kept.bin");
+    tavo::writeConfiguration(device(), plan, {.noBackup = true});
     EXPECT_EQ(tavo::readConfiguration(device()), plan.after);
 
     // What keeps the serial number in effect names the one that it would drop.
@@ -33,10 +33,10 @@ TEST_F(BridgeService, APlanShowsWhatAWriteMakes) {
     EXPECT_EQ(role.pendingSerial, "TAVO-0042");
     EXPECT_STREQ(tavo::fieldsOf(role.after).scb0, "I2C");
     rig.journal.clear();
-    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), "kept.bin");
+    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), {.noBackup = true});
     EXPECT_EQ(controls(rig.journal, "40 B6"), 1u);
     rig.journal.clear();
-    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), "kept.bin");
+    tavo::writeConfiguration(device(), tavo::planScb0(device(), tavo::Scb0Role::I2c), {.noBackup = true});
     EXPECT_EQ(controls(rig.journal, "40 B6"), 0u) << "nothing changes";
 }
 
@@ -72,7 +72,7 @@ TEST_F(BridgeService, ABlockIsShownFieldByField) {
 
 TEST_F(BridgeService, TheBlockIsTheOneThatTheLibraryWouldWrite) {
     const auto plan = tavo::planSerialNumber(device(), "00005678");
-    tavo::writeConfiguration(device(), plan, "");
+    tavo::writeConfiguration(device(), plan, {.noBackup = true});
     unsigned char block[512] = {};
     rig.replug();
     ASSERT_EQ(updateCypressConfig(info, nullptr, "00005678"), TAVO_SUCCESS);
@@ -86,7 +86,7 @@ TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
         rig.clearFaults();
         rig.journal.clear();
         rig.fail("libusb_control_transfer", request, -7);
-        failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+        failureOf([&] { tavo::writeConfiguration(device(), plan, {.noBackup = true}); });
         unsigned entered = 0, left = 0;
         for (const auto& line : rig.journal) {
             if (line.find('!') != std::string::npos) continue;
@@ -101,7 +101,7 @@ TEST_F(BridgeService, TheConfigurationModeIsLeftAfterEveryFailure) {
 TEST_F(BridgeService, ABridgeThatTakesTheOtherAccessValuesIsServedToo) {
     plug("access=letters");
     const auto plan = tavo::planSerialNumber(device(), "NEW");
-    tavo::writeConfiguration(device(), plan, "kept.bin");
+    tavo::writeConfiguration(device(), plan, {.noBackup = true});
     EXPECT_EQ(tavo::readConfiguration(device()), plan.after);
     const auto& journal = rig.journal;
     EXPECT_EQ(controls(journal, "40 E2 A6BC B1B0"), 4u);  // plan, write, the look after it, and the last read
@@ -111,15 +111,15 @@ TEST_F(BridgeService, ABridgeThatTakesTheOtherAccessValuesIsServedToo) {
 TEST_F(BridgeService, AFailedWriteTellsWhatTheBridgeHolds) {
     const auto plan = tavo::planSerialNumber(device(), "NEW");
     rig.fail("libusb_control_transfer", 4, -7);
-    auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, {.noBackup = true}); });
     EXPECT_EQ(failure.state.text(), "configuration block unchanged");
     rig.failFrom("libusb_control_transfer", 4, -7);
-    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, {.noBackup = true}); });
     EXPECT_EQ(failure.state.text(), "configuration block not known: it may be damaged");
-    EXPECT_THAT(failure.hint, HasSubstr("kept.bin"));
+    EXPECT_THAT(failure.hint, HasSubstr("a good block first: tavo-util config write"));
     rig.clearFaults();
     rig.fail("libusb_control_transfer", 5, -7);
-    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, "kept.bin"); });
+    failure = failureOf([&] { tavo::writeConfiguration(device(), plan, {.noBackup = true}); });
     EXPECT_EQ(failure.state.text(), "configuration block written all the same");
 }
 
@@ -131,11 +131,11 @@ TEST_F(BridgeService, ACancellationDoesNotHideAFailedWrite) {
     };
     rig.failFrom("libusb_control_transfer", 4, -7);
     const auto failure = failureOf([&] {
-        tavo::writeConfiguration(device(), plan, "it's kept.bin", {cancelInside, &token});
+        tavo::writeConfiguration(device(), plan, {folder + "/it's kept.bin", true}, {cancelInside, &token});
     });
     EXPECT_EQ(failure.state.text(), "configuration block not known: it may be damaged");
-    EXPECT_EQ(failure.hint,
-              R"(do not unplug the interface; write the old block first: tavo-util config write 'it'\''s kept.bin')");
+    EXPECT_EQ(failure.hint, "do not unplug the interface; write the old block first: tavo-util config write '" +
+                                folder + R"(/it'\''s kept.bin')");
 }
 
 TEST_F(BridgeService, AnObserverThatThrowsWhileTheModeIsLeftEndsNothing) {
@@ -147,17 +147,10 @@ TEST_F(BridgeService, AnObserverThatThrowsWhileTheModeIsLeftEndsNothing) {
     EXPECT_EQ(failure.state.text(), "configuration block unchanged");
 }
 
-TEST_F(BridgeService, ABackupNameThatNoFileCanHaveIsLeftToTheWriting) {
-    tavo::DeviceDescription longNamed;
-    longNamed.serial = std::string(300, '7');
-    const std::string name = tavo::configurationBackupName(longNamed);
-    EXPECT_EQ(failureOf([&] { tavo::saveConfiguration(name, {}, false); }).problem, tavo::Problem::FileSystem);
-}
-
 TEST_F(BridgeService, AnEditIsNotMadeOverABlockThatSomebodyElseHasWritten) {
     const auto plan = tavo::planSerialNumber(device(), "MINE");
     ASSERT_EQ(updateCypressConfig(info, nullptr, "THEIRS"), TAVO_SUCCESS);
-    const auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, ""); });
+    const auto failure = failureOf([&] { tavo::writeConfiguration(device(), plan, {.noBackup = true}); });
     EXPECT_EQ(failure.state.text(), "configuration block unchanged");
     EXPECT_EQ(tavo::fieldsOf(tavo::readConfiguration(device())).serial, "THEIRS");
 }

@@ -108,12 +108,12 @@ protected:
             [](Device& d, const Control& c) { pressServicePin(d, c); },
             [](Device& d, const Control& c) {
                 const DomainTable table = readDomainTable(d, c);
-                writeDomainTable(d, table, table, nullptr, c);
+                writeDomainTable(d, table, table, {}, c);
             },
             [](Device& d, const Control& c) { readConfiguration(d, c); },
             [](Device& d, const Control& c) {
                 const bool isFirst = d.description().serial == sim::kFactorySerialNumber;
-                writeConfiguration(d, planSerialNumber(d, isFirst ? "00005678" : sim::kFactorySerialNumber, c), "", c);
+                writeConfiguration(d, planSerialNumber(d, isFirst ? "00005678" : sim::kFactorySerialNumber, c), {}, c);
             },
             [](Device& d, const Control& c) { storeNeuronId(d, NeuronId(), c); },
             [](Device& d, const Control& c) { storeNeuronId(d, std::nullopt, c); },

@@ -9,6 +9,7 @@
 #include "service/flash/plan.h"
 #include "tavo/Configurator.h"
 #include "tavo/flash.h"
+#include "tavo/service/backups.h"
 #include "tavo/service/flash.h"
 #include "tavo/service/history.h"
 #include "tests/serviceTest.h"
@@ -281,7 +282,7 @@ TEST_F(Flash, AFailureTellsWhatIsStillHeldToo) {
     EXPECT_EQ(error.status, TAVO_FLASH_PROGRAMMING_FAILED);
     EXPECT_EQ(error.state.flash, FlashState::Incomplete);
     EXPECT_EQ(error.state.resetLine, tavo::LineState::Held);
-    EXPECT_THAT(error.hint, testing::AllOf(HasSubstr("tavo-util recover"), HasSubstr("program the image again")));
+    EXPECT_THAT(error.hint, testing::AllOf(HasSubstr("tavo-util recover"), HasSubstr("program an image")));
     fresh();
     cancelIn(tavo::Phase::Program, tavo::Event::Kind::Progress);
     rig.failFrom("CySetGpioValue", 2, CY_ERROR_PIPE_HALTED);
@@ -426,11 +427,15 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
     observe = failInProgram;
     const tavo::Error error = failureOfProgram(how);
     EXPECT_EQ(error.state.flash, FlashState::Incomplete);
-    EXPECT_THAT(error.hint, HasSubstr(how.backup));
+    EXPECT_EQ(error.hint, "put back what was there before: tavo-util restore");
     ASSERT_TRUE(remembered());
     EXPECT_EQ(remembered()->image, how.imageName);
     EXPECT_EQ(remembered()->sha256, image.identity());
-    EXPECT_EQ(remembered()->backup, how.backup);
+    const auto kept = tavo::backups(device().description());
+    ASSERT_EQ(kept.size(), 1U);
+    EXPECT_EQ(remembered()->backup, kept[0].path);
+    EXPECT_EQ(kept[0].sha256, imageOf({{0, before}}).identity());
+    EXPECT_EQ(kept[0].takenBefore, "program " + how.imageName);
     EXPECT_EQ(tavo::readImage(how.backup), imageOf({{0, before}}));
 
     // Nothing that follows calls the half image unchanged, and a new backup does not hide the good one.
@@ -440,13 +445,20 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
     fresh();
     how.backup = folder + "/second.hex";
     failureOfProgram(how);
-    EXPECT_EQ(remembered()->backup, folder + "/before.hex");
+    EXPECT_EQ(remembered()->backup, kept[0].path);
+    EXPECT_EQ(tavo::backups(device().description()).size(), 1U) << "what the cut-off run has left";
     EXPECT_THAT(warnings, testing::Contains(HasSubstr("cut off")));
 
     fresh();
     observe = nullptr;
-    programFlash(device(), image, {}, control());
+    const auto put = tavo::restore(device(), findBackup(device().description(), tavo::BackupKind::Flash));
+    EXPECT_TRUE(put.changed);
+    EXPECT_TRUE(std::equal(before.begin(), before.end(), cells().begin()));
     EXPECT_FALSE(remembered());
+    std::vector<std::string> told;
+    for (const auto& entry : tavo::history({"sim:" + options.folder}).entries)
+        told.push_back(entry.action + " " + entry.result);
+    EXPECT_THAT(told, ElementsAre("program failed", "program failed", "restore done"));
 }
 
 TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
@@ -494,8 +506,10 @@ TEST_F(Flash, AnEraseOfAPartTakesThatPartAndIsRememberedUntilItIsDone) {
 TEST_F(Flash, AHostThatCannotRememberIsToldAndMayProgram) {
     std::filesystem::create_directories(options.folder + "/interrupted.run");  // where the record would be
     std::ofstream(options.folder + "/interrupted.run/x") << "x";
+    std::filesystem::create_directory(options.folder + "/history.jsonl");
     programFlash(device(), image, {}, control());
     EXPECT_THAT(warnings, testing::Contains(HasSubstr("would not be remembered")));
+    EXPECT_THAT(warnings, testing::Contains(HasSubstr("missing in the history")));
     EXPECT_TRUE(holds(image));
 }
 
@@ -942,8 +956,8 @@ TEST_F(Flash, WhatIsToBeKeptIsInAPrivateFileUntilItIsInTheChip) {
     const std::filesystem::path kept = remembered()->kept;
     EXPECT_EQ(std::filesystem::status(kept).permissions(),
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
-    EXPECT_THAT(error.hint, HasSubstr("again with --keep"));
-    EXPECT_THAT(error.details, ElementsAre(HasSubstr(kept.string())));
+    EXPECT_THAT(error.hint, HasSubstr("tavo-util program --keep " + how.imageName));
+    EXPECT_THAT(error.details, testing::Contains(HasSubstr(kept.string())));
     EXPECT_THAT(interruptedHint(*remembered()), HasSubstr("program --keep " + how.imageName));
 
     // Another run that is cut off does not take what is left for what was there; a copy that is not whole is told.

@@ -148,10 +148,10 @@ TEST_F(NeuronService, AHalfWrittenDomainTableSaysWhichEntry) {
     wanted[1].subnet = 9;
     std::vector<unsigned> changed;
     rig.fail("ldv_write", 2, 4);
-    const auto failure = failureOf([&] { tavo::writeDomainTable(device(), before, wanted, &changed); });
+    const auto failure = failureOf([&] { tavo::writeDomainTable(device(), before, wanted, {.changed = &changed}); });
     EXPECT_EQ(failure.state.text(), "domain table read back: entry 0 written, entry 1 unchanged");
     EXPECT_THAT(changed, testing::ElementsAre(0u));
-    tavo::writeDomainTable(device(), before, wanted, &changed);
+    tavo::writeDomainTable(device(), before, wanted, {.changed = &changed});
     EXPECT_THAT(changed, testing::ElementsAre(0u, 1u));
     rig.fail("ldv_read", 3, 4);  // the table cannot be read back
     EXPECT_EQ(failureOf([&] { tavo::writeDomainTable(device(), wanted, before); }).problem, tavo::Problem::NoAnswer);

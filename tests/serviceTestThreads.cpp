@@ -120,10 +120,10 @@ TEST_F(ServiceThreads, EachDoesItsOwnWork) {
         readProgramId(device, control);
         setMode(device, tavo::Mode::Offline, control);
         const tavo::DomainTable table = readDomainTable(device, control);
-        writeDomainTable(device, table, table, nullptr, control);
+        writeDomainTable(device, table, table, {}, control);
         storeNeuronId(device, readNeuronId(device, control), control);
         const auto plan = planSerialNumber(device, "new" + serial(i), control);
-        writeConfiguration(device, plan, "", control);
+        writeConfiguration(device, plan, {}, control);
         reset(device, tavo::ResetBy::Line, control);
         pressServicePin(device, control);
         failedChecks[i] = doctor(device, {}, control).failed();

@@ -52,6 +52,8 @@ public:
                 const char* help);
     /// An argument that is one of a few words.
     void word(const char* name, std::string& value, const std::vector<std::string>& allowed, const char* help);
+    /// Words that completion offers for an argument that takes others too.
+    void suggest(const char* name, const std::vector<std::string>& words) { choices_[name] = words; }
     /// Marks a value declared before as a file that the command writes: with several devices there
     /// must be a {serial} in it. (In every text argument {serial} is replaced.)
     void isOutput(std::string& value) { outputs_.push_back(&value); }

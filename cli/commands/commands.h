@@ -15,6 +15,8 @@ Run declareList(Arguments& arguments);
 Run declareCheck(Arguments& arguments);
 Run declareProgram(Arguments& arguments);
 Run declareErase(Arguments& arguments);
+Run declareRestore(Arguments& arguments);
+Run declareHistory(Arguments& arguments);
 Run declareConvert(Arguments& arguments);
 Run declareVerify(Arguments& arguments);
 Run declareDump(Arguments& arguments);

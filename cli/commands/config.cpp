@@ -16,7 +16,7 @@ using tavo::ConfigurationFields;
 struct Options {
     std::string file;
     std::string serial;
-    std::string backup;
+    tavo::ConfigurationWriteOptions how;
     bool hex = false;
     bool force = false;
 };
@@ -89,13 +89,14 @@ void write(Session& session, const Options& options) {
     const ConfigurationBlock image = tavo::loadConfiguration(options.file);
     requireGood(options, image);
     const bool keeps = options.serial.empty();
-    const auto plan = tavo::planConfiguration(session.device(), image,
-                                              keeps ? std::nullopt : std::optional(options.serial), session.control());
+    auto plan = tavo::planConfiguration(session.device(), image, keeps ? std::nullopt : std::optional(options.serial),
+                                        session.control());
+    plan.source = options.file;
     warnOfPendingSerial(session, plan);
     session.report.note(keeps ? "the device keeps its serial number " + plan.serial + "; --serial sets another"
                               : "the serial number becomes " + plan.serial);
     const std::string question = "write the block of " + options.file + " into " + session.deviceName();
-    if (rewriteBlock(session, plan, options.backup, question)) session.report.note(std::string("written; ") + kReplug);
+    if (rewriteBlock(session, plan, options.how, question)) session.report.note(std::string("written; ") + kReplug);
 }
 
 void setSerial(Session& session, const Options& options) {
@@ -103,7 +104,7 @@ void setSerial(Session& session, const Options& options) {
     session.report.result["before"] = tavo::fieldsOf(plan.before).serial;
     session.report.result["after"] = options.serial;
     const std::string question = "set the serial number of " + session.deviceName() + " to " + options.serial;
-    if (!rewriteBlock(session, plan, options.backup, question)) return;
+    if (!rewriteBlock(session, plan, options.how, question)) return;
     session.report.note("serial number: " + options.serial + "; " + kReplug +
                         " (the name of the LDV channel follows it)");
 }
@@ -115,7 +116,7 @@ void diff(Session& session, const Options& options) {
     const auto plan = tavo::planConfiguration(session.device(), image, std::nullopt, session.control());
     const std::string bad = tavo::fieldsOf(image).whyBad;
     if (!bad.empty()) session.report.warning(options.file + ": " + bad);
-    const std::size_t count = showChanges(session.report, plan.before, plan.after);
+    const std::size_t count = showChanges(session.report, plan);
     session.report.note(
         "compared as config write would write it: with the device's own serial number and the checksum made anew");
     if (count == 0) return session.report.line("equal");
@@ -124,11 +125,6 @@ void diff(Session& session, const Options& options) {
                       tavo::countText(count, "byte"),
                   "",
                   {}};
-}
-
-void addBackup(Arguments& arguments, Options& options) {
-    arguments.text("--backup", "FILE", options.backup, "where the block that was there is saved (default: a new name)");
-    arguments.isOutput(options.backup);
 }
 
 }  // namespace
@@ -147,14 +143,14 @@ Run declareConfigWrite(Arguments& arguments) {
     arguments.required("FILE", options->file, "configuration block: 512 bytes, named .bin");
     arguments.text("--serial", "TEXT", options->serial, "a new serial number (default: the device's own is kept)");
     arguments.flag("--force-block", options->force, "also a block without signature or with a wrong checksum");
-    addBackup(arguments, *options);
+    addBackup(arguments, options->how);
     return [options](Session& session) { write(session, *options); };
 }
 
 Run declareConfigSetSerial(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("SERIAL", options->serial, "1 to 32 printable ASCII characters");
-    addBackup(arguments, *options);
+    addBackup(arguments, options->how);
     return [options](Session& session) { setSerial(session, *options); };
 }
 

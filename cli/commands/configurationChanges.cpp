@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cli/commands/keptBackup.h"
 #include "tavo/service/text.h"
 
 namespace cli {
@@ -13,9 +14,14 @@ std::string offsetText(std::size_t offset) {
     return text;
 }
 
-std::size_t showChanges(Report& report, const tavo::ConfigurationBlock& before, const tavo::ConfigurationBlock& after) {
+std::size_t showChanges(Report& report, const tavo::ConfigurationPlan& plan) {
+    const auto changes = tavo::compareConfiguration(plan.before, plan.after);
+    showChanges(report, changes);
+    return changes.size();
+}
+
+void showChanges(Report& report, const std::vector<tavo::ByteChange>& changes) {
     constexpr std::size_t kRow = 16;
-    const auto changes = tavo::compareConfiguration(before, after);
     Json& told = report.result["changed"] = Json::array();
     for (const auto& change : changes) {
         told.push_back({{"offset", change.offset}, {"old", change.before}, {"new", change.after}});
@@ -30,11 +36,21 @@ std::size_t showChanges(Report& report, const tavo::ConfigurationBlock& before, 
             ++count;
         }
         const std::string name = *field == '\0' ? "" : "  (" + std::string(field) + ")";
-        report.line(offsetText(start) + "  " + tavo::hexText(&before[start], count) + " -> " +
-                    tavo::hexText(&after[start], count) + name);
+        std::string before;
+        std::string after;
+        for (std::size_t i = first; i < first + count; ++i) {
+            before += tavo::hexText(&changes[i].before, 1) + " ";
+            after += " " + tavo::hexText(&changes[i].after, 1);
+        }
+        report.line(offsetText(start) + "  " + before + "->" + after + name);
         first += count;
     }
-    return changes.size();
+}
+
+void addBackup(Arguments& arguments, tavo::ConfigurationWriteOptions& how) {
+    arguments.text("--backup", "FILE", how.backup, "also write the block that was there to this new file");
+    arguments.isOutput(how.backup);
+    arguments.flag("--no-backup", how.noBackup, kNoBackupHelp);
 }
 
 void warnOfPendingSerial(Session& session, const tavo::ConfigurationPlan& plan) {
@@ -44,11 +60,11 @@ void warnOfPendingSerial(Session& session, const tavo::ConfigurationPlan& plan) 
                            "replug first to keep " + plan.pendingSerial);
 }
 
-bool rewriteBlock(Session& session, const tavo::ConfigurationPlan& plan, const std::string& backup,
+bool rewriteBlock(Session& session, const tavo::ConfigurationPlan& plan, const tavo::ConfigurationWriteOptions& how,
                   const std::string& question) {
     Report& report = session.report;
     report.result["backup"] = nullptr;
-    if (showChanges(report, plan.before, plan.after) == 0) {
+    if (showChanges(report, plan) == 0) {
         report.note("the bridge holds that block already, nothing written");
         return false;
     }
@@ -57,11 +73,7 @@ bool rewriteBlock(Session& session, const tavo::ConfigurationPlan& plan, const s
         return false;
     }
     session.confirm(question + "?");
-    const std::string kept = backup.empty() ? tavo::configurationBackupName(session.device().description()) : backup;
-    tavo::saveConfiguration(kept, plan.before, false);
-    report.result["backup"] = kept;
-    report.note("the block that was there is in " + kept);
-    tavo::writeConfiguration(session.device(), plan, kept, session.control());
+    tellKept(report, tavo::writeConfiguration(session.device(), plan, how, session.control()));
     return true;
 }
 

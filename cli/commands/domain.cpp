@@ -1,9 +1,8 @@
-#include <algorithm>
-#include <iterator>
 #include <memory>
 
 #include "cli/commands/commands.h"
 #include "cli/commands/domainTable.h"
+#include "cli/commands/keptBackup.h"
 #include "cli/running/session.h"
 #include "tavo/service/neuron.h"
 
@@ -36,22 +35,18 @@ void tellChange(Report& report, const tavo::DomainTable& before, const tavo::Dom
     }
 }
 
-void put(const DomainEntry& entry, LonAddress& into) {
-    LonAddress address = entry.address;
-    if (!entry.hasKey)
-        std::copy(std::begin(into.authenticationKey), std::end(into.authenticationKey), address.authenticationKey);
-    into = address;
-}
-
 struct WriteOptions {
     std::string path;
     std::optional<int> index;
+    tavo::DomainWriteOptions how;
 };
 
-void writeTable(Session& session, const tavo::DomainTable& before, const tavo::DomainTable& wanted) {
+void writeTable(Session& session, const tavo::DomainTable& before, const tavo::DomainTable& wanted,
+                tavo::DomainWriteOptions how) {
     std::vector<unsigned> changed;
+    how.changed = &changed;
     try {
-        tavo::writeDomainTable(session.device(), before, wanted, &changed, session.control());
+        tellKept(session.report, tavo::writeDomainTable(session.device(), before, wanted, how, session.control()));
     } catch (const tavo::Error&) {
         session.report.result["changed"] = changed;
         throw;
@@ -60,19 +55,20 @@ void writeTable(Session& session, const tavo::DomainTable& before, const tavo::D
     session.report.note("written");
 }
 
-void writeDomains(Session& session, const WriteOptions& options) {
+void writeDomains(Session& session, WriteOptions& options) {
+    options.how.source = options.path;
     Report& report = session.report;
-    const auto entries = readDomainFile(options.path, options.index);  // a bad file ends here, the device untouched
+    const auto entries =
+        tavo::readDomainFile(options.path, options.index);  // a bad file ends here, the device untouched
     const auto before = tavo::readDomainTable(session.device(), session.control());
-    auto wanted = before;
-    for (const DomainEntry& entry : entries) put(entry, wanted[entry.index]);
+    const auto wanted = tavo::tableWith(before, entries);
     tellChange(report, before, wanted);
     if (session.options.dryRun) {
         report.result["after"] = json(wanted, false);
         return report.note("would be changed like this; nothing was done (--dry-run)");
     }
     session.confirm("write this domain table into the Neuron of " + session.deviceName() + "?");
-    writeTable(session, before, wanted);
+    writeTable(session, before, wanted, options.how);
 }
 
 }  // namespace
@@ -87,6 +83,8 @@ Run declareDomainWrite(Arguments& arguments) {
     auto options = std::make_shared<WriteOptions>();
     arguments.required("FILE.json", options->path, "what domain read --json gives, whole or one entry");
     arguments.number("--index", "N", options->index, 0, 1, "write this entry only, 0 or 1");
+    arguments.flag("--keep-keys", options->how.keepKeys, "keep the keys of the table that was there, too");
+    arguments.flag("--no-backup", options->how.noBackup, kNoBackupHelp);
     return [options](Session& session) { writeDomains(session, *options); };
 }
 

@@ -3,6 +3,8 @@
 
 #include "cli/commands/commands.h"
 #include "cli/commands/imageFile.h"
+#include "cli/commands/keptBackup.h"
+#include "cli/commands/programmed.h"
 #include "cli/commands/range.h"
 #include "cli/running/session.h"
 #include "tavo/service/flash.h"
@@ -49,31 +51,6 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.line("nothing was done (--dry-run)");
 }
 
-void tellDone(Session& session, const tavo::ProgramResult& done) {
-    Report& report = session.report;
-    report.result["plan"] = programWayName(done.way);
-    report.result["pages_written"] = done.pagesWritten;
-    report.result["pages_kept"] = done.pagesKept;
-    report.result["sectors_erased"] = done.sectorsErased;
-    if (done.upToDate) {
-        report.result["up_to_date"] = true;
-        return session.conclude("already up to date: nothing erased, nothing written");
-    }
-    report.result["pages_blank"] = done.pagesBlank;
-    report.result["retries"] = done.retries;
-    report.result["seconds"] = done.seconds;
-    if (!done.backup.empty()) {
-        report.result["backup"] = done.backup;
-        report.note("backup: " + sizeText(done.chip.size) + " in " + done.backup + ", sha256 " + done.backupSha256);
-    }
-    const std::string erased =
-        done.way == tavo::ProgramWay::Full ? "" : ", " + countText(done.sectorsErased, "sector") + " erased";
-    const std::string all = done.pagesKept > 0 ? std::to_string(done.pagesWritten) + " of " : "";
-    session.conclude("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased +
-                     " in " + secondsText(done.seconds) +
-                     (done.pagesBlank > 0 ? ", " + countText(done.pagesBlank, "blank page") + " left erased" : ""));
-}
-
 void program(Session& session, Options& options) {
     session.openPage(options.html, "program " + inputName(options.image.file));
     options.how.range = takeRange(session, options.range);
@@ -92,7 +69,7 @@ void program(Session& session, Options& options) {
     session.report.result["backup"] = nullptr;
     const auto done = tavo::programFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
-    tellDone(session, done);
+    tellProgrammed(session, done);
     if (!session.hasPage()) return;
     session.job.map = tavo::mapImage(wanted, done.chip.size);
     session.job.device = tavo::deviceFacts(session.device().description(), &done.chip);
@@ -100,6 +77,32 @@ void program(Session& session, Options& options) {
 }
 
 }  // namespace
+
+void tellProgrammed(Session& session, const tavo::ProgramResult& done) {
+    Report& report = session.report;
+    report.result["plan"] = programWayName(done.way);
+    report.result["pages_written"] = done.pagesWritten;
+    report.result["pages_kept"] = done.pagesKept;
+    report.result["sectors_erased"] = done.sectorsErased;
+    if (done.upToDate) {
+        report.result["up_to_date"] = true;
+        return session.conclude("already up to date: nothing erased, nothing written");
+    }
+    report.result["pages_blank"] = done.pagesBlank;
+    report.result["retries"] = done.retries;
+    report.result["seconds"] = done.seconds;
+    if (!done.backup.empty()) {
+        report.result["backup"] = done.backup;
+        report.result["backup_sha256"] = done.backupSha256;
+        report.note("backup: " + sizeText(done.chip.size) + " in " + done.backup + ", sha256 " + done.backupSha256);
+    }
+    const std::string erased =
+        done.way == tavo::ProgramWay::Full ? "" : ", " + countText(done.sectorsErased, "sector") + " erased";
+    const std::string all = done.pagesKept > 0 ? std::to_string(done.pagesWritten) + " of " : "";
+    session.conclude("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased +
+                     " in " + secondsText(done.seconds) +
+                     (done.pagesBlank > 0 ? ", " + countText(done.pagesBlank, "blank page") + " left erased" : ""));
+}
 
 Run declareProgram(Arguments& arguments) {
     auto options = std::make_shared<Options>();
@@ -112,6 +115,7 @@ Run declareProgram(Arguments& arguments) {
     arguments.text("--backup", "OUT", options->how.backup,
                    "save the whole flash in OUT before the erase; {serial} is replaced");
     arguments.isOutput(options->how.backup);
+    arguments.flag("--no-backup", options->how.noBackup, kNoBackupHelp);
     declareClock(arguments, options->how.clockHz);
     arguments.flag("--convert", options->convert, "what is done anyway; kept for scripts");
     arguments.page(options->html);

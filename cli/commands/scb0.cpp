@@ -9,7 +9,7 @@ namespace {
 
 struct Options {
     std::string mode;
-    std::string backup;
+    tavo::ConfigurationWriteOptions how;
 };
 
 void scb0(Session& session, const Options& options) {
@@ -24,7 +24,7 @@ void scb0(Session& session, const Options& options) {
     report.line("SCB0: " + before + " -> " + after);
     if (role == tavo::Scb0Role::I2c) report.note("as I2C the flash is out of reach until scb0 spi");
     const std::string question = "switch SCB0 of " + session.deviceName() + " to " + after;
-    if (rewriteBlock(session, plan, options.backup, question)) report.note("written; unplug and replug to apply");
+    if (rewriteBlock(session, plan, options.how, question)) report.note("written; unplug and replug to apply");
 }
 
 }  // namespace
@@ -32,9 +32,7 @@ void scb0(Session& session, const Options& options) {
 Run declareScb0(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.word("MODE", options->mode, {"spi", "i2c"}, "spi: the flash can be reached; i2c");
-    arguments.text("--backup", "FILE", options->backup,
-                   "where the block that was there is saved (default: a new name)");
-    arguments.isOutput(options->backup);
+    addBackup(arguments, options->how);
     return [options](Session& session) { scb0(session, *options); };
 }
 

@@ -582,8 +582,8 @@ typedef struct tavo_configuration_options {
     uint32_t size;
     uint32_t force;      ///< 1: writes also a block that tavo_describe_configuration calls bad
     uint32_t dry_run;    ///< 1: only tells what would be written
-    uint32_t spare;      ///< 0
-    const char* backup;  ///< new .bin file for the block that was there; null: only the result has it
+    uint32_t no_backup;  ///< 1: keeps no copy of what was there on this computer (tavo/service/backups.h)
+    const char* backup;  ///< new .bin file for the block that was there, besides; null: none
 } tavo_configuration_options;
 typedef struct tavo_configuration_result {
     uint32_t size;

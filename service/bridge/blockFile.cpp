@@ -1,9 +1,6 @@
 // The configuration block in a file.
 #include <algorithm>
 #include <array>
-#include <ctime>
-#include <filesystem>
-#include <system_error>
 
 #include "tavo/bridge.h"
 #include "tavo/service/configuration.h"
@@ -36,20 +33,6 @@ void saveConfiguration(const std::string& path, const ConfigurationBlock& block,
     NewFile file(path, replace);
     writeAll(file.descriptor(), reinterpret_cast<const char*>(block.data()), block.size(), path);
     file.commit();
-}
-
-std::string configurationBackupName(const DeviceDescription& device) {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_r(&now, &local);
-    char time[32];
-    std::strftime(time, sizeof time, "%Y%m%d-%H%M%S", &local);
-    const std::string serial = device.serial.empty() ? "" : safeName(device.serial) + "-";
-    const std::string name = "config-" + serial + time;
-    std::string path = name + ".bin";
-    std::error_code error;  // a folder that cannot be looked into is told when the file is written
-    for (int i = 2; std::filesystem::exists(path, error); ++i) path = name + "-" + std::to_string(i) + ".bin";
-    return path;
 }
 
 }  // namespace tavo

@@ -2,6 +2,8 @@
 #include "bridge/configBlock.h"
 #include "platform/cyusbserial.h"
 #include "service/bridge/access.h"
+#include "service/store/keep.h"
+#include "service/store/log.h"
 #include "tavo/cyboot.h"
 #include "tavo/service/text.h"
 
@@ -15,6 +17,7 @@ constexpr const char* kNotKnown = "configuration block not known: it may be dama
 std::string keepPlugged(const std::string& backup) {
     const std::string first = "do not unplug the interface; write ";
     if (backup.empty()) return first + "a good block first: tavo-util config write";
+    if (isKept(backup)) return first + "the old block first: tavo-util restore config";
     return first + "the old block first: tavo-util config write " + shellWord(backup);
 }
 
@@ -35,12 +38,13 @@ ConfigurationBlock blockOf(Operation& op) {
     op.fail(configurationError(op, status, std::string(kDoing) + " on " + op.device.name(), refused));
 }
 
-ConfigurationPlan planOf(Device& device, const Control& control, const char* doing) {
+ConfigurationPlan planOf(Device& device, const Control& control, const char* doing, const char* action) {
     Operation op(device, control);
     ConfigurationPlan plan;
     plan.before = plan.after = blockOf(op);
     plan.serial = device.info().serialNumber.text;
     plan.doing = doing;
+    plan.action = action;
     return plan;
 }
 
@@ -119,6 +123,13 @@ void requireWritten(Operation& op, const ConfigurationPlan& plan, const std::str
                   keepPlugged(backup)));
 }
 
+/// Into the file that the caller wants, and among the backups. @return the latter
+std::string keep(const Device& device, const ConfigurationPlan& plan, const ConfigurationWriteOptions& options) {
+    if (!options.backup.empty()) saveConfiguration(options.backup, plan.before, false);
+    if (options.noBackup) return "";
+    return keepBackup(device.description(), BackupKind::Configuration, plan.before);
+}
+
 }  // namespace
 
 ConfigurationBlock readConfiguration(Device& device, const Control& control) {
@@ -129,7 +140,7 @@ ConfigurationBlock readConfiguration(Device& device, const Control& control) {
 ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
                                     const std::optional<std::string>& serial, const Control& control) {
     if (serial) requirePrintable(*serial);
-    ConfigurationPlan plan = planOf(device, control, "write the configuration block");
+    ConfigurationPlan plan = planOf(device, control, "write the configuration block", "config write");
     plan.after = image;
     serial ? void(plan.serial = *serial) : notePendingSerial(plan);
     finish(plan);
@@ -138,7 +149,7 @@ ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& im
 
 ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control) {
     requirePrintable(serial);
-    ConfigurationPlan plan = planOf(device, control, "set the serial number");
+    ConfigurationPlan plan = planOf(device, control, "set the serial number", "set-serial");
     plan.isEdit = true;
     plan.serial = serial;
     finish(plan);
@@ -146,22 +157,33 @@ ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, co
 }
 
 ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control) {
-    ConfigurationPlan plan = planOf(device, control, "switch SCB0");
+    ConfigurationPlan plan = planOf(device, control, "switch SCB0", "scb0");
     notePendingSerial(plan);
     configBlock::setScb0(plan.after, role == Scb0Role::Spi);
     finish(plan);
     return plan;
 }
 
-void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std::string& backup,
-                        const Control& control) {
-    if (!plan.changesAnything()) return;
+std::string writeConfiguration(Device& device, const ConfigurationPlan& plan, const ConfigurationWriteOptions& options,
+                               const Control& control) {
+    if (!plan.changesAnything()) return "";
+    const std::string kept = keep(device, plan, options);
+    const std::string backup = kept.empty() ? options.backup : kept;
     Operation op(device, control);
-    op.state.configuration = {Knowledge::Unchanged, kUnchanged};
-    bool refused = false;
-    const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan, refused); });
-    if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
-    requireWritten(op, plan, backup);
+    LoggedRun run(op, plan.action.c_str(), BackupKind::Configuration);
+    run.setImage(plan.source);
+    run.setBackup(backup);
+    if (plan.serial != device.description().serial) run.entry.serialAfter = plan.serial;
+    return logged(run, [&] {
+        op.state.configuration = {Knowledge::Unchanged, kUnchanged};
+        run.begin();
+        bool refused = false;
+        const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan, refused); });
+        if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
+        requireWritten(op, plan, backup);
+        run.end();
+        return options.backup.empty() ? kept : options.backup;
+    });
 }
 
 }  // namespace tavo

@@ -132,7 +132,9 @@ tavo_result tavo_write_domain_table(tavo_device* device, const tavo_domain* befo
         const tavo::DomainTable old = before == nullptr ? tavo::readDomainTable(own, watch) : tableOf(before);
         std::vector<unsigned> entries;
         try {
-            tavo::writeDomainTable(own, old, now, &entries, watch);
+            tavo::DomainWriteOptions how;
+            how.changed = &entries;
+            tavo::writeDomainTable(own, old, now, how, watch);
         } catch (...) {
             if (changed != nullptr) *changed = bitsOf(entries);
             throw;

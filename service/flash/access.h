@@ -92,7 +92,8 @@ auto withFlash(Operation& op, long settleMs, Work work) {
 /// Unprotects and erases the whole chip. Raises the state before.
 TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& chip);
 /// Erases a part of it by sectors, and looks that just this part was erased. @return how many
-std::uint32_t erasePart(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range);
+std::uint32_t erasePart(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range,
+                        const std::string& backup);
 
 /// The Neuron starts with what is in the flash now: the time that the library gives it.
 void waitForBoot(Operation& op);

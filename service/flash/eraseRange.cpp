@@ -25,8 +25,9 @@ Error offTheBorders(const AddressRange& range, std::uint32_t sector) {
 
 class RangeErase {
 public:
-    RangeErase(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range)
-        : op_(op), driver_(driver), chip_(chip), range_(range), reader_(op, driver) {}
+    RangeErase(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range,
+               std::string backup)
+        : op_(op), driver_(driver), chip_(chip), range_(range), backup_(std::move(backup)), reader_(op, driver) {}
 
     std::uint32_t run();
 
@@ -40,6 +41,7 @@ private:
     const FlashDriver& driver_;
     const FlashChip& chip_;
     const AddressRange range_;
+    const std::string backup_;  // file of what was there before
     FlashReader reader_;
     std::vector<EraseType> types_;  // smallest first
     std::uint32_t sectors_ = 0;
@@ -108,7 +110,7 @@ std::uint32_t RangeErase::run() {
     op_.throwIfCancelled();
     op_.begin(Phase::Erase, "", range_.size());
     const TAVO_STATUS status = op_.tryCall("erase a part of the flash", [&] {
-        if (!isCutOff) rememberChange(op_, {}, {}, {});
+        if (!isCutOff) rememberChange(op_, {}, {}, backup_);
         return eraseSectors();
     });
     if (status != TAVO_SUCCESS) {
@@ -124,8 +126,9 @@ std::uint32_t RangeErase::run() {
 
 }  // namespace
 
-std::uint32_t erasePart(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range) {
-    return RangeErase(op, driver, chip, range).run();
+std::uint32_t erasePart(Operation& op, const FlashDriver& driver, const FlashChip& chip, const AddressRange& range,
+                        const std::string& backup) {
+    return RangeErase(op, driver, chip, range, backup).run();
 }
 
 }  // namespace tavo

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "service/device/stateFolder.h"
+#include "service/store/place.h"
 #include "tavo/service/files.h"
 #include "tavo/service/history.h"
 #include "tavo/service/imageFile.h"

@@ -7,11 +7,15 @@
 #include <memory>
 #include <optional>
 
+#include "service/flash/program.h"
+
 #include "service/flash/access.h"
+#include "service/flash/chipBackup.h"
 #include "service/flash/journal.h"
 #include "service/flash/plan.h"
 #include "service/flash/read.h"
 #include "service/flash/sfdp.h"
+#include "service/store/log.h"
 #include "tavo/service/files.h"
 #include "tavo/service/history.h"
 #include "tavo/service/range.h"
@@ -20,9 +24,6 @@
 namespace tavo {
 namespace {
 
-constexpr const char* kOtherName = "choose another name: a backup is never overwritten";
-constexpr const char* kProgramAgain = "program the image again before the interface is used";
-constexpr const char* kKeptIsSafe = " before the interface is used: what is to be kept is safe on this computer";
 constexpr std::size_t kToldRetries = 8;
 constexpr double kFixedSeconds = 1.7;  // the waits around a run
 
@@ -62,19 +63,15 @@ struct Job {
     std::optional<Image> part;
 };
 
-/// The file of the backup: opened before the device is touched, so that one that cannot be written does not
-/// cost the Neuron a restart.
-std::unique_ptr<NewFile> openBackup(const ProgramOptions& options) {
-    if (options.backup.empty()) return nullptr;
-    dumpFormat(options.backup);
-    return std::make_unique<NewFile>(options.backup, false, kOtherName);
-}
-
 /// One run of programFlash.
 class Programming {
 public:
-    Programming(Operation& op, const Image& image, const ProgramOptions& options)
-        : op_(op), image_(image), options_(options), backup_(openBackup(options)) {}
+    Programming(Operation& op, const Image& image, const ProgramOptions& options, LoggedRun& log)
+        : op_(op),
+          image_(image),
+          options_(options),
+          log_(log),
+          backup_(op.device, options.backup, !options.noBackup && (!options.full || !options.backup.empty()), image) {}
 
     ProgramResult run(const FlashDriver& driver, const FlashChip& chip) {
         FlashReader reader(op_, driver);
@@ -100,7 +97,6 @@ private:
     std::optional<Image> readForPlan(FlashReader& reader);
     void setTarget(const std::optional<Image>& before);
     FlashPlan planFrom(const std::optional<Image>& before) const;
-    void backUp(const Image& contents);
     void finish();
     void erase(const FlashDriver& driver);
     TAVO_STATUS eraseByPlan(const FlashDriver& driver);
@@ -118,10 +114,11 @@ private:
     Operation& op_;
     const Image& image_;
     const ProgramOptions& options_;
+    LoggedRun& log_;
     Image wanted_;            // what the chip is to hold; FF where it has no byte
     bool isResumed_ = false;  // what is to be kept was saved by a run that was cut off
     FlashPlan plan_;
-    std::unique_ptr<NewFile> backup_;
+    ChipBackup backup_;
     ProgramResult result_;
     std::map<std::uint32_t, unsigned> attempts_;  // by page
     std::vector<bool> isCompared_;                // by page: read by the comparison that is under way
@@ -146,7 +143,7 @@ void Programming::makePlan(FlashReader& reader) {
     // Without 24 address bits for all of it, nothing but the whole erase is known to do it.
     const bool full = options_.full || result_.chip.size > kAddressable;
     std::optional<Image> before;
-    if (backup_)
+    if (backup_.isWanted())
         before = readChip(op_, reader, result_.chip, Phase::Backup);
     else if (options_.keep)
         before = readChip(op_, reader, result_.chip, Phase::Read);
@@ -164,10 +161,14 @@ void Programming::makePlan(FlashReader& reader) {
         op_.state.flash = FlashState::Unchanged;  // also when a run that was cut off just missed its end
         return finish();
     }
-    if (backup_) backUp(*before);
+    if (before) {
+        backup_.save(op_, *before, result_.chip.size);
+        result_.backup = backup_.path();
+        result_.backupSha256 = result_.backup.empty() ? "" : backup_.sha256();
+    }
     if (!options_.keep || isResumed_) return;
     op_.throwIfCancelled();
-    saveKept(op_, *before, options_.imageName, image_.identity(), result_.backup, options_.imageOptions);
+    saveKept(op_, *before, options_.imageName, image_.identity(), backup_.remembered(), options_.imageOptions);
 }
 
 FlashPlan Programming::planFrom(const std::optional<Image>& before) const {
@@ -199,27 +200,6 @@ void Programming::finish() {
     options_.keep ? forgetKept(op_) : forgetChange(op_);
 }
 
-void Programming::backUp(const Image& contents) {
-    const Format format = dumpFormat(options_.backup);
-    WriteOptions how;
-    how.format = format;
-    writeImage(contents, backup_->descriptor(), options_.backup, how);
-    ReadOptions asWritten;
-    asWritten.format = format;
-    const ImageFile written = checkImage(backup_->temporaryPath(), asWritten);
-    if (!written.isGood() || written.image != contents) {
-        op_.fail(Error(Problem::FileSystem, options_.backup + " cannot be read back as it was written",
-                       "is the disk sound? Try another folder"));
-    }
-    backup_->commit();
-    result_.backup = options_.backup;
-    result_.backupSha256 = contents.identity();
-    if (op_.state.flash != FlashState::Incomplete) return;
-    const auto before = interruptedRun(op_.device.description());
-    op_.warn("this backup holds what a run that was cut off has left in the flash",
-             before ? interruptedHint(*before) : "");
-}
-
 void Programming::erase(const FlashDriver& driver) {
     const bool full = plan_.way == ProgramWay::Full;
     std::uint64_t bytes = 0;
@@ -227,7 +207,9 @@ void Programming::erase(const FlashDriver& driver) {
     op_.begin(Phase::Erase, full ? usualEraseTime(result_.chip) : "", bytes);
     if (full) op_.stopNote(kEraseStopNote);
     const TAVO_STATUS status = op_.tryCall("program the flash", [&] {
-        rememberChange(op_, options_.imageName, image_.identity(), result_.backup, options_.imageOptions);
+        rememberChange(op_, options_.imageName, image_.identity(), backup_.remembered(), options_.imageOptions);
+        log_.setBackup(backup_.remembered());
+        log_.begin();
         return full ? eraseAll(op_, driver, result_.chip) : eraseByPlan(driver);
     });
     if (status != TAVO_SUCCESS) {
@@ -378,16 +360,14 @@ void Programming::tellRetries() const {
              "the flash may be wearing out, or its wiring is bad: program it again, and replace it if this stays");
 }
 
+/// The one command that puts it right.
 void Programming::explain(Error& error) const {
-    const bool isOfDevice = error.problem != Problem::Interrupted && error.problem != Problem::Internal;
-    if (isOfDevice)
-        error.hint =
-            options_.keep ? "program the image again with " + keepOption(options_) + kKeptIsSafe : kProgramAgain;
-    if (const auto run = interruptedRun(op_.device.description()); options_.keep && run && !run->kept.empty())
+    const auto run = interruptedRun(op_.device.description());
+    if (run && op_.state.isFlashLost() && error.problem != Problem::Internal) error.hint = interruptedHint(*run);
+    if (options_.keep && run && !run->kept.empty())
         error.details.push_back("what is to be kept is safe in " + run->kept + ": repeated with " +
                                 keepOption(options_) + " it is taken from there");
     if (result_.backup.empty()) return;
-    error.hint += "; what was in the flash before is in " + result_.backup;
     error.details.push_back("backup: " + result_.backup + ", sha256 " + result_.backupSha256);
 }
 
@@ -417,7 +397,7 @@ ProgramForecast forecastProgram(const Image& whole, const ProgramOptions& asked)
     const Job job(whole, asked);
     const Image& image = job.programmed();
     const ProgramOptions& options = job.options;
-    openBackup(options);
+    openChipBackup(options.backup);  // told now, removed again
     constexpr std::uint32_t kSmallestChip = 64U << 10;
     const auto ranges = image.ranges();
     FlashChip chip;
@@ -442,18 +422,29 @@ ProgramForecast forecastProgram(const Image& whole, const ProgramOptions& asked)
 }
 
 ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options, const Control& control) {
+    return programFlash(device, image, options, control, "program");
+}
+
+ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options, const Control& control,
+                           const char* action) {
     if (image.isEmpty()) throw Error(Problem::BadArgument, "the image is empty", "there is nothing to program");
     const Job job(image, options);
     const auto start = std::chrono::steady_clock::now();
     Operation op(device, control);
-    Programming programming(op, job.programmed(), job.options);
-    ProgramResult result =
-        withFlash(op, kSettle, options.clockHz,
-                  [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
-    if (!result.upToDate) waitForBoot(op);
-    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    result.state = op.state;
-    return result;
+    LoggedRun log(op, action, BackupKind::Flash);
+    log.setImage(options.imageName);
+    log.entry.sha256 = job.programmed().identity();
+    Programming programming(op, job.programmed(), job.options, log);
+    return logged(log, [&] {
+        ProgramResult result =
+            withFlash(op, kSettle, options.clockHz,
+                      [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
+        log.end(result.upToDate ? "unchanged" : "done");
+        if (!result.upToDate) waitForBoot(op);
+        result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        result.state = op.state;
+        return result;
+    });
 }
 
 }  // namespace tavo

@@ -1,8 +1,12 @@
-// The domain table.
+#include "service/neuron/domains.h"
+
 #include <cstring>
 #include <optional>
 
 #include "service/neuron/requests.h"
+#include "service/store/keep.h"
+#include "service/store/log.h"
+#include "tavo/service/domainFile.h"
 
 namespace tavo {
 namespace {
@@ -63,6 +67,30 @@ PartState stateAfter(const std::optional<DomainTable>& now, const DomainTable& b
     return state;
 }
 
+/// Nothing is kept of a table that stays as it is.
+std::string keep(const Device& device, const DomainTable& before, const DomainTable& wanted,
+                 const DomainWriteOptions& options) {
+    if (options.noBackup || (isSame(before[0], wanted[0]) && isSame(before[1], wanted[1]))) return "";
+    const std::string text = domainTableText(before, wanted, options.keepKeys);
+    return keepBackup(device.description(), BackupKind::Domains,
+                      {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+}
+
+void writeAndCompare(Operation& op, const DomainTable& before, const DomainTable& wanted,
+                     std::vector<unsigned>* changed) {
+    const TAVO_STATUS status = op.tryCall("write the domain table", [&] { return writeEntries(op, wanted); });
+    std::optional<DomainTable> now;
+    if (op.state.node.knowledge == Knowledge::Uncertain) {
+        now = readBack(op);
+        op.state.node = stateAfter(now, before, wanted, changed);
+    }
+    const std::string name = "the domain table of " + op.device.name();
+    if (status != TAVO_SUCCESS) op.fail(statusError(status, Side::Neuron, "write " + name));
+    if (!now) op.fail(statusError(TAVO_TRANSACTION_FAILED, Side::Neuron, "read back " + name));
+    if (isSame((*now)[0], wanted[0]) && isSame((*now)[1], wanted[1])) return;
+    op.fail(Error(Problem::DeviceFailed, name + " is another one than was written", "tavo-util domain read shows it"));
+}
+
 }  // namespace
 
 DomainTable readDomainTable(Device& device, const Control& control) {
@@ -72,21 +100,25 @@ DomainTable readDomainTable(Device& device, const Control& control) {
     return table;
 }
 
-void writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
-                      std::vector<unsigned>* changed, const Control& control) {
+std::string writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
+                             const DomainWriteOptions& options, const Control& control) {
+    return writeDomainTable(device, before, wanted, options, control, "domain write");
+}
+
+std::string writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
+                             const DomainWriteOptions& options, const Control& control, const char* action) {
+    if (options.changed != nullptr) options.changed->clear();
+    const std::string backup = keep(device, before, wanted, options);
     Operation op(device, control);
-    if (changed != nullptr) changed->clear();
-    const TAVO_STATUS status = op.tryCall("write the domain table", [&] { return writeEntries(op, wanted); });
-    std::optional<DomainTable> now;
-    if (op.state.node.knowledge == Knowledge::Uncertain) {
-        now = readBack(op);
-        op.state.node = stateAfter(now, before, wanted, changed);
-    }
-    const std::string name = "the domain table of " + device.name();
-    if (status != TAVO_SUCCESS) op.fail(statusError(status, Side::Neuron, "write " + name));
-    if (!now) op.fail(statusError(TAVO_TRANSACTION_FAILED, Side::Neuron, "read back " + name));
-    if (isSame((*now)[0], wanted[0]) && isSame((*now)[1], wanted[1])) return;
-    op.fail(Error(Problem::DeviceFailed, name + " is another one than was written", "tavo-util domain read shows it"));
+    LoggedRun run(op, action, BackupKind::Domains);
+    run.setImage(options.source);
+    run.setBackup(backup);
+    return logged(run, [&] {
+        run.begin();
+        writeAndCompare(op, before, wanted, options.changed);
+        run.end();
+        return backup;
+    });
 }
 
 }  // namespace tavo

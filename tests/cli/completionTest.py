@@ -102,6 +102,7 @@ class Completion(ShellTest):
                 ("erase --layout ", {FILES}, {"list"}),
                 ("mode ", {"unconfigured", "service"}, {"list", FILES}),
                 ("scb0 ", {"spi", "i2c"}, {FILES}),
+                ("restore ", {"flash", "config", "domain"}, {"list", FILES}),
                 ("erase ", set(), {"list", "spi", FILES}),
                 ("help con", {"config", "convert"}, {"list"})):
             with self.subTest(line=line):

@@ -306,8 +306,12 @@ class Program(ToolTest):
     def test_a_full_temporary_folder_plays_no_part(self):
         path = self.write("image.hex", image((0, noise(200000))))
         self.run_tool("list")
-        result = self.run_tool("program", path, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536)))
-        self.assertExit(result, 0)
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (65536, 65536))
+        kept = self.run_tool("program", path, preexec_fn=limit)
+        self.assertExit(kept, 8)  # no room for a backup
+        self.assertErrorForm(kept, "device not touched", "cannot keep a backup")
+        self.assertExit(self.run_tool("program", path, "--no-backup", preexec_fn=limit), 0)
         self.assertEqual(self.flash()[:200000], noise(200000))
 
     def test_an_absent_chip_is_found_before_the_erase(self):
@@ -364,7 +368,8 @@ class LetGo(ToolTest):
         with self.start_tool("program", path, "--backup", self.path("half.hex"), sim=["pace=real"]) as process:
             result = self.interrupt_when(process, "program: 10 %")
         self.assertExit(result, 130)
-        self.assertIn("what was in the flash before is in " + self.path("half.hex"), result.err)
+        self.assertIn("backup: " + self.path("half.hex"), result.err)
+        self.assertIn("  state: flash incomplete: part of the image is missing\n", result.err)
         self.assertIn("what was there before is in " + backup, result.err)
         self.assertEqual(self.run_tool("--json", "program", path).json["flash_state"], "programmed")
         told = self.run_tool("--json", "verify", path).json

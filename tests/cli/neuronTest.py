@@ -206,6 +206,7 @@ class Domains(NeuronToolTest):
         both = self.write_json([self.ENTRY, {**UNUSED, "subnet": 1}])
         hidden = self.result("domain", "read")["domains"]
         told = self.result("-y", "domain", "write", both, "--index", "1")
+        self.assertTrue(os.path.isfile(told.pop("backup")))
         self.assertEqual(told, {"before": hidden, "after": [hidden[0], {**UNUSED, "subnet": 1, "key": None}]})
         self.assertEqual(self.table(), [before[0], {**UNUSED, "subnet": 1}])
         self.assertExit(self.run_tool("-y", "domain", "write", self.write_json(self.ENTRY), "--index", "1"), 0)

@@ -1,8 +1,8 @@
 // The bridge's 512-byte configuration block: read, compared, rewritten; and the Neuron ID kept in its user flash.
 //
 // A rewrite is a plan first: what the bridge holds, what it would hold, what would be written. The caller can
-// show it, ask, keep the old block, and then carry it out; a failed write is followed by a look at what the
-// bridge holds now. A written block takes effect when the interface is plugged in again.
+// show it, ask, and then carry it out, which keeps the old block first; a failed write is followed by a look at what
+// the bridge holds now. A written block takes effect when the interface is plugged in again.
 #pragma once
 
 #include <array>
@@ -51,8 +51,6 @@ TAVO_API bool isConfigurationFileName(const std::string& path);
 TAVO_API ConfigurationBlock loadConfiguration(const std::string& path);
 /// Writes a new file, whole or not at all. Throws Error (FileSystem), also when path exists and replace is false.
 TAVO_API void saveConfiguration(const std::string& path, const ConfigurationBlock& block, bool replace);
-/// A name for a backup that no file in this folder has yet: "config-00001234-20260131-120000.bin".
-TAVO_API std::string configurationBackupName(const DeviceDescription& device);
 
 /// Reads the block: three control requests. The bridge leaves its configuration mode on every path.
 TAVO_API ConfigurationBlock readConfiguration(Device& device, const Control& control = {});
@@ -64,6 +62,8 @@ struct ConfigurationPlan {
     std::string serial;          ///< that the block will carry
     std::string pendingSerial;   ///< set since the interface was plugged in, and lost by this rewrite; empty: none
     std::string doing;           ///< completes "cannot ...": "set the serial number"
+    std::string action;          ///< for the log (history.h): "set-serial"
+    std::string source = {};     ///< the file that it was made from, for the log; may be empty
     bool isEdit = false;         ///< made from the block in the bridge: written only while that is still the same
 
     bool changesAnything() const { return before != after; }
@@ -76,11 +76,16 @@ TAVO_API ConfigurationPlan planConfiguration(Device& device, const Configuration
 TAVO_API ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control = {});
 TAVO_API ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control = {});
 
-/// Writes plan.after and reads it back. Does nothing when nothing changes.
-/// @param backup  the file that holds plan.before, named in hints; the caller has written it. Empty: none.
+struct ConfigurationWriteOptions {
+    std::string backup = {};  ///< writes what was there into this file too, which must not exist yet; empty: into none
+    bool noBackup = false;    ///< does not keep it among the backups of the interface (backups.h)
+};
+
+/// Keeps what is there, writes plan.after and reads it back. Does nothing when nothing changes.
+/// @return the file that keeps plan.before; empty: none
 /// Throws Error: the state says whether the block is as it was, written all the same, or not known.
-TAVO_API void writeConfiguration(Device& device, const ConfigurationPlan& plan, const std::string& backup,
-                                 const Control& control = {});
+TAVO_API std::string writeConfiguration(Device& device, const ConfigurationPlan& plan,
+                                        const ConfigurationWriteOptions& options = {}, const Control& control = {});
 
 struct StoredNeuronId {
     NeuronId id;

@@ -71,6 +71,9 @@ struct ProgramOptions {
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
     std::string backup = {};
+    /// Keeps nothing among the backups of the interface (backups.h). Otherwise what was in the chip is kept there when
+    /// all of it was read, for the plan or for a backup.
+    bool noBackup = false;
     /// For messages, and for what this host remembers of a run that is cut off.
     std::string imageName = {};
     /// What the command line that programs it again has beside the name: "--format bin --range 0x010000-0x01FFFF".
@@ -111,7 +114,7 @@ struct ProgramResult {
     std::uint32_t pagesKept = 0;  ///< held their data already
     std::uint32_t pagesBlank = 0;
     std::vector<std::uint32_t> retries;  ///< addresses of pages that needed another attempt: a chip that wears out
-    std::string backup;                  ///< as in the options, when it has been written
+    std::string backup;                  ///< file of what was there before: as in the options, else among the backups
     std::string backupSha256;            ///< of the bytes of the chip
     double seconds = 0;
     DeviceState state;
@@ -174,11 +177,14 @@ struct EraseOptions {
     /// None: the whole chip. Its borders are multiples of the chip's smallest sector, 4 KiB for one that tells nothing.
     std::optional<AddressRange> range = {};
     std::optional<int> clockHz = {};  ///< see ProgramOptions
+    std::string backup = {};          ///< reads all of the chip first and saves it; see ProgramOptions
+    bool noBackup = false;            ///< the same
 };
 
 struct EraseResult {
     FlashChip chip;
     std::uint32_t sectorsErased = 0;  ///< blocks of whatever size; the whole chip is none
+    std::string backup;               ///< file of what was there before; empty: it was not read
     double seconds = 0;
     DeviceState state;
 };

@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "tavo/LonAddress.h"
@@ -59,12 +60,20 @@ using DomainTable = std::array<LonAddress, 2>;
 /// Both entries of the domain table. About twice as long as readStatus at most.
 TAVO_API DomainTable readDomainTable(Device& device, const Control& control = {});
 
-/// Writes both entries, 0 then 1, and reads the table back: success is only told of a Neuron that holds it. After a
-/// failure the state says which entry was written, and so does changed.
-/// @param before   what readDomainTable gave: what "unchanged" means
-/// @param changed  may be null; receives the indexes of the entries that differ from before, also when this throws
-TAVO_API void writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
-                               std::vector<unsigned>* changed = nullptr, const Control& control = {});
+struct DomainWriteOptions {
+    /// May be null; receives the indexes of the entries that differ from before, also when this throws.
+    std::vector<unsigned>* changed = nullptr;
+    std::string source = {};  ///< the file that it was made from, for the log (history.h)
+    bool noBackup = false;    ///< does not keep what was there among the backups of the interface (backups.h)
+    bool keepKeys = false;    ///< keeps its authentication keys there, too
+};
+
+/// Keeps what is there, then writes both entries, 0 then 1, and reads the table back: success is only told of a Neuron
+/// that holds it. After a failure the state says which entry was written, and so does changed.
+/// @param before  what readDomainTable gave: what "unchanged" means
+/// @return the file that keeps what was there; empty: none
+TAVO_API std::string writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
+                                      const DomainWriteOptions& options = {}, const Control& control = {});
 
 // Names of ISO/IEC 14908-1; "unknown" for a code without one.
 TAVO_API const char* nodeStateName(std::uint8_t state);

@@ -1,12 +1,9 @@
-#include "tavo/service/history.h"
+// The run that was cut off: one small file per interface.
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -14,8 +11,10 @@
 #include <utility>
 #include <vector>
 
-#include "service/device/stateFolder.h"
+#include "service/store/keep.h"
+#include "service/store/place.h"
 #include "tavo/service/files.h"
+#include "tavo/service/history.h"
 #include "tavo/service/text.h"
 
 namespace tavo {
@@ -23,10 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kRootFolder = "/var/lib/tavo-util";
 constexpr const char* kEnding = ".run";
-constexpr const char* kSimulated = "sim:";
-constexpr const char* kInMemory = "sim:memory";  // gone with its process, as its flash is
 
 struct Record {
     std::string path;
@@ -50,51 +46,12 @@ constexpr Field kFields[] = {
     {"backup", [](Record& r) -> std::string& { return r.run.backup; }},
 };
 
-Error failure(const std::string& doing, int error) {
-    return {Problem::FileSystem, "cannot " + doing + ": " + std::strerror(error),
-            "check the folder's permissions and the space on the disk; XDG_STATE_HOME names another one"};
-}
-
-bool isSimulated(const DeviceDescription& device) {
-    return device.path.rfind(kSimulated, 0) == 0;
-}
-
-/// Empty when there is none: an interface in memory, or no home.
-fs::path ownFolder(const DeviceDescription& device) {
-    if (device.path == kInMemory) return {};
-    if (isSimulated(device)) return device.path.substr(std::strlen(kSimulated));
-    const char* state = std::getenv("XDG_STATE_HOME");
-    // A relative folder is to be ignored (XDG Base Directory Specification).
-    if (state != nullptr && *state == '/') return fs::path(state) / "tavo-util";
-    if (geteuid() == 0) return kRootFolder;
-    const char* home = std::getenv("HOME");
-    return home != nullptr && *home == '/' ? fs::path(home) / ".local/state/tavo-util" : fs::path();
-}
-
-std::vector<fs::path> folders(const DeviceDescription& device) {
-    std::vector<fs::path> all;
-    if (const fs::path own = ownFolder(device); !own.empty()) all.push_back(own);
-    if (!isSimulated(device) && (all.empty() || all.front() != kRootFolder)) all.emplace_back(kRootFolder);
-    return all;
-}
-
 std::string fileName(const DeviceDescription& device, const std::string& begin, const std::string& ending) {
     if (isSimulated(device)) return begin + ending;
     return begin + "-" + safeName(device.path) + "-" + safeName(device.serial) + ending;
 }
 std::string fileName(const DeviceDescription& device) {
     return fileName(device, "interrupted", kEnding);
-}
-
-/// Makes it, if it is not there yet.
-fs::path existingFolder(const DeviceDescription& device) {
-    const fs::path folder = ownFolder(device);
-    if (folder.empty())
-        throw failure("find the folder for the history (neither XDG_STATE_HOME nor HOME is set)", ENOENT);
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) throw failure("make the folder " + folder.string(), error.value());
-    return folder;
 }
 
 // A file name may hold a line feed.
@@ -155,7 +112,7 @@ bool isSame(const DeviceDescription& device, const Record& record) {
 std::vector<std::pair<fs::path, InterruptedRun>> recordsOf(const DeviceDescription& device) {
     std::vector<std::pair<fs::path, InterruptedRun>> found;
     const bool simulated = isSimulated(device);
-    for (const fs::path& folder : folders(device)) {
+    for (const fs::path& folder : stateFolders(device)) {
         std::error_code error;  // a folder that cannot be read tells nothing
         for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error)) {
             const fs::path path = at->path();
@@ -196,8 +153,8 @@ std::optional<InterruptedRun> interruptedRun(const DeviceDescription& device) {
 }
 
 void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
-    if (device.path == kInMemory) return;
-    const fs::path folder = existingFolder(device);
+    if (isInMemory(device)) return;
+    const fs::path folder = madeStateFolder(device);
     Record record{device.path, device.serial, run};
     record.run.image = absolute(run.image);
     record.run.backup = absolute(run.backup);
@@ -210,8 +167,8 @@ void rememberRun(const DeviceDescription& device, const InterruptedRun& run) {
 }
 
 std::string newStateFile(const DeviceDescription& device, const std::string& begin, const std::string& ending) {
-    if (device.path == kInMemory) return {};
-    const fs::path folder = existingFolder(device);
+    if (isInMemory(device)) return {};
+    const fs::path folder = madeStateFolder(device);
     const std::string stem = begin + "-" + safeName(now());
     std::error_code error;  // a name that cannot be looked at is found out when the file is written
     for (unsigned number = 0;; ++number) {
@@ -225,7 +182,7 @@ void forgetRun(const DeviceDescription& device) {
     for (const auto& [path, run] : recordsOf(device)) {
         std::error_code error;
         fs::remove(path, error);
-        if (error) throw failure("remove " + path.string(), error.value());
+        if (error) throw storeError("remove " + path.string(), error.value());
     }
 }
 
@@ -242,12 +199,25 @@ std::string interruptedText(const InterruptedRun& run) {
     return "the run" + since + "the image is incomplete, " + run.image + sum + " was being programmed";
 }
 
+namespace {
+
+/// For this user; what root keeps only root can read.
+std::string restoreCommand(const std::string& backup) {
+    return backup.rfind(kRootState, 0) == 0 && geteuid() != 0 ? "sudo tavo-util restore" : "tavo-util restore";
+}
+
+}  // namespace
+
 std::string interruptedHint(const InterruptedRun& run) {
-    const std::string command = std::string("tavo-util program ") + (run.kept.empty() ? "" : "--keep ");
-    std::string again = run.image.empty() ? "program an image" : "program it again: " + command + shellWord(run.image);
-    if (!run.image.empty() && !run.options.empty()) again += " " + run.options;
-    if (!run.kept.empty()) again += "; what is to stay around it is taken from " + run.kept;
-    return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
+    const std::string again = "program it again: tavo-util program " + std::string(run.kept.empty() ? "" : "--keep ") +
+                              shellWord(run.image) + (run.options.empty() ? "" : " " + run.options);
+    if (!run.kept.empty() && !run.image.empty()) return again + "; what is to stay around it is taken from " + run.kept;
+    if (isBackupName(run.backup)) return "put back what was there before: " + restoreCommand(run.backup);
+    if (isBackupName(run.image))
+        return "put it back again: tavo-util restore " + shellWord(fs::path(run.image).filename());
+    if (!run.image.empty()) return run.backup.empty() ? again : again + "; what was there before is in " + run.backup;
+    return run.backup.empty() ? "program an image"
+                              : "program what was there before: tavo-util program " + shellWord(run.backup);
 }
 
 }  // namespace tavo
