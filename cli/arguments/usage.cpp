@@ -16,15 +16,23 @@
 #include "tavo/service/range.h"
 
 namespace cli {
+namespace {
+
+/// An empty value comes from a variable that is not set. Taken for no option at all, `erase --range "$part"` would
+/// erase everything.
+const CLI::Validator kNotEmpty(
+    [](std::string& value) { return value.empty() ? std::string("an empty value") : std::string(); }, "");
+
+}  // namespace
 
 void Arguments::required(const char* name, std::string& value, const char* help) {
     texts_.push_back(&value);
-    app_.add_option(name, value, help)->required()->type_name("");
+    app_.add_option(name, value, help)->required()->check(kNotEmpty)->type_name("");
 }
 
 void Arguments::optional(const char* name, std::string& value, const char* help) {
     texts_.push_back(&value);
-    app_.add_option(name, value, help)->type_name("");
+    app_.add_option(name, value, help)->check(kNotEmpty)->type_name("");
 }
 
 void Arguments::flag(const char* names, bool& value, const char* help) {
@@ -33,7 +41,7 @@ void Arguments::flag(const char* names, bool& value, const char* help) {
 
 void Arguments::text(const char* names, const char* metavar, std::string& value, const char* help) {
     texts_.push_back(&value);
-    app_.add_option(names, value, help)->type_name(metavar);
+    app_.add_option(names, value, help)->check(kNotEmpty)->type_name(metavar);
 }
 
 void Arguments::page(std::string& path) {
@@ -208,7 +216,7 @@ void addOutputOptions(CLI::App& app, GlobalOptions& options) {
         ->type_name("WHEN");
     app.add_flag("-q,--quiet", options.quiet, "only the data asked for and errors");
     app.add_flag("-v,--verbose", options.verbosity, "tell each step; -vv each transfer too");
-    app.add_option("--log", options.logFile, "write every detail to FILE")->type_name("FILE");
+    app.add_option("--log", options.logFile, "write every detail to FILE")->check(kNotEmpty)->type_name("FILE");
     app.add_flag("-y,--yes", options.yes, "do not ask");
     app.add_flag("-n,--dry-run", options.dryRun, "tell what would be done, do nothing");
 }

@@ -385,7 +385,8 @@ class Ranges(ToolTest):
         for args, text in ((["--range", "2-1"], "ends before it begins"), (["--range", "nope"], "is no range"),
                            (["--layout", "layout"], "none is chosen"), (["--range", "1M+1"], "above the chip's last address"),
                            (["--range", "above", "--layout", "layout"], "above the chip's last address"),
-                           (["--range", "boot", "--layout", "layout"], "a name of the layout: app, above")):
+                           (["--range", "boot", "--layout", "layout"], "a name of the layout: app, above"),
+                           (["--range", ""], "--range: an empty value")):
             result = self.run_tool("dump", "no.hex", *args)
             self.assertExit(result, 2)
             self.assertIn(text, result.err)
