@@ -412,6 +412,16 @@ class Ranges(ToolTest):
         self.assertEqual((result.code, result.out), (0, "blank: 4 KiB of FF in 0x0493E0-0x04A3DF\n"))
         self.assertEqual(self.run_tool("--json", "blank-check", "--range", "299999+4K").json["result"]["first"], 299999)
 
+    def test_the_clock_is_set_as_told_and_set_back(self):
+        chip = self.write("chip.bin", self.CHIP)
+        for command in (["verify", chip], ["dump", "fast.bin"], ["blank-check"], ["erase", "-y"], ["program", chip]):
+            with self.subTest(command):
+                result = self.run_tool("--log", "detail", *command, "--clock", "3000000")
+                self.assertExit(result, 9 if command == ["blank-check"] else 0)
+                self.assertIn("SPI configuration master 3000000 Hz", self.read("detail").decode())
+                self.assertIn("bridge.spi=900000 ", self.read("board/board.txt").decode())
+        self.assertExit(self.run_tool("verify", chip, "--clock", "3000001"), 2)
+
     def test_a_part_is_erased_on_the_borders_of_sectors_and_the_rest_stays(self):
         for sim in ([], ["sfdp=none"]):
             with self.subTest(sim):
