@@ -38,7 +38,7 @@ void dump(Session& session, const Options& options) {
     if (!toOutput) out = std::make_unique<tavo::NewFile>(options.file, options.force);
     const auto read = tavo::readFlash(session.device(), reading, session.control());
     session.report.state = read.state;
-    tavo::writeImage(read.contents, toOutput ? STDOUT_FILENO : out->descriptor(), options.file, how);
+    tavo::writeImage(read.contents, toOutput ? STDOUT_FILENO : out->descriptor(), outputName(options.file), how);
     if (toOutput) return;
     out->commit();
     const std::string sha256 = read.contents.identity();

@@ -27,8 +27,9 @@ std::string steps(const Session& session, const Options& options, const tavo::Pr
     text += options.how.full   ? "erase the whole flash of "
             : options.how.keep ? "erase what must be erased of "
                                : "erase the whole flash or what must be erased of ";
+    const std::string part = options.how.range ? " in " + rangeText(*options.how.range) : "";
     return text + session.deviceName() + ", then program and verify " + (options.how.full ? "" : "up to ") +
-           countText(forecast.pagesWritten, "page") + " (" + std::to_string(forecast.pagesBlank) + " blank)";
+           countText(forecast.pagesWritten, "page") + part + " (" + std::to_string(forecast.pagesBlank) + " blank)";
 }
 
 void tellPlan(Session& session, const Options& options, const tavo::ImageFile& file) {

@@ -8,6 +8,7 @@
 #include "cli/running/session.h"
 #include "tavo/service/history.h"
 #include "tavo/service/neuron.h"
+#include "tavo/service/text.h"
 
 namespace cli {
 namespace {
@@ -48,7 +49,10 @@ void status(Session& session, const Options& options) {
     tellInterrupted(session.report, session.deviceName(), tavo::interruptedRun(session.device().description()));
     const bool isWatch = !options.seconds.empty() || options.count;
     if (!options.html.empty() && !isWatch)
-        throw Failure{Exit::Usage, "--html needs --watch", "tavo-util status --watch --html " + options.html, {}};
+        throw Failure{Exit::Usage,
+                      "--html needs --watch",
+                      "tavo-util status --watch --html " + tavo::shellWord(options.html),
+                      {}};
     if (!isWatch) return showOnce(session);
     session.openPage(options.html, "status --watch");
     tavo::WatchOptions watch;

@@ -84,7 +84,7 @@ std::vector<std::string> watchSummary(const tavo::StatusHistory& history) {
         lines.push_back(std::string(tavo::statusCounter(i).label) + " " + signedText(history.total[i]) + ": " +
                         tavo::statusCounter(i).meaning);
     }
-    if (lines.size() == 1) lines.emplace_back("no counter has grown");
+    if (lines.size() == 1 && history.lastAnswered() != nullptr) lines.emplace_back("no counter has grown");
     return lines;
 }
 

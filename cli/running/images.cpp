@@ -14,6 +14,10 @@ std::string inputName(const std::string& path) {
     return isStandardStream(path) ? "standard input" : path;
 }
 
+std::string outputName(const std::string& path) {
+    return isStandardStream(path) ? "standard output" : path;
+}
+
 tavo::ImageFile readImageFile(const std::string& path, tavo::ReadOptions options) {
     options.cancel = &interruptToken();
     if (isStandardStream(path)) return tavo::checkImage(STDIN_FILENO, inputName(path), options);

@@ -12,8 +12,9 @@ namespace cli {
 
 /// True for the name "-", standard input or output.
 bool isStandardStream(const std::string& path);
-/// What messages call a file that is read.
+/// What messages call a file that is read, or one that is written.
 std::string inputName(const std::string& path);
+std::string outputName(const std::string& path);
 
 /// Reads an image file, or standard input for "-"; a Ctrl-C ends the wait for it.
 tavo::ImageFile readImageFile(const std::string& path, tavo::ReadOptions options);

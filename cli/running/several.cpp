@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "cli/output/console.h"
+#include "cli/running/images.h"
 #include "cli/running/run.h"
 
 namespace cli {
@@ -80,7 +81,9 @@ void checkOutputs(const Invocation& invocation, const std::vector<Member>& membe
     if (written.empty() || members.size() < 2) return;
     for (const auto& path : written) {
         if (hasSerialMark(path)) continue;
-        throw Failure{Exit::Usage, "several devices would write " + path, "put {serial} into the name", {}};
+        const char* remedy =
+            isStandardStream(path) ? "name a file, with {serial} in its name" : "put {serial} into the name";
+        throw Failure{Exit::Usage, "several devices would write " + path, remedy, {}};
     }
     std::set<std::string> names;
     for (const auto& member : members) {

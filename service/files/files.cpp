@@ -80,7 +80,9 @@ void writeAll(int descriptor, const char* data, std::size_t size, const std::str
     while (size > 0) {
         const ssize_t written = write(descriptor, data, size);
         if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw fileError("write " + name, errno);
+        if (written < 0)
+            throw fileError("write " + name, errno,
+                            errno == EPIPE ? "the program that reads it has ended: look there" : "");
         data += written;
         size -= static_cast<std::size_t>(written);
     }

@@ -95,11 +95,11 @@ bool isPlainText(ImageCollector& collector, const TextLine& line) {
     // A comment may be in any language.
     const auto found = high < odd && !isComment(text) ? high : odd;
     if (found == text.end()) return true;
-    collector.fault(
-        line.number,
-        "byte 0x" + hexByteText(static_cast<unsigned char>(*found)) + ": not a text file, so not " +
-            formatName(collector.file().format),
-        "a raw binary? Say so: --format bin --address ADDRESS; otherwise name the image that the build made");
+    collector.fault(line.number,
+                    "byte 0x" + hexByteText(static_cast<unsigned char>(*found)) + ": not a text file, so not " +
+                        formatName(collector.file().format),
+                    std::string("a raw binary? Say so: ") + (collector.options().strict ? "without --strict, " : "") +
+                        "--format bin --address ADDRESS; otherwise name the image that the build made");
     return false;
 }
 

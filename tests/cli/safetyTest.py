@@ -235,6 +235,7 @@ class ProgramSafely(ToolTest):
         self.assertFalse([name for name in os.listdir(self.board) if name.startswith("kept")])
         planned = self.run_tool("-n", "program", "--keep", new).out
         self.assertIn("erase what must be erased of", planned)
+        self.assertIn("1 page in 0x001000-0x0010FF (", self.run_tool("-n", "program", new, "--range", "0x1000+256").out)
         self.assertExit(self.run_tool("program", "--keep", "--full", new), 2)
 
     def test_a_part_of_the_file_is_programmed_and_a_cut_is_put_right_by_the_command_that_is_named(self):
