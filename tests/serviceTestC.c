@@ -144,7 +144,8 @@ void cProgramsAndReadsTheFlash(const char* folder) {
 
     char backup[1024];
     snprintf(backup, sizeof backup, "%s", in(folder, "before.bin"));
-    const tavo_program_options options = {.size = sizeof options, .backup = backup, .image_name = "noise"};
+    const tavo_program_options options = {
+        .size = sizeof options, .backup = backup, .image_name = "noise", .no_backup = 1};
     tavo_program_forecast forecast = {.size = sizeof forecast};
     GOOD(tavo_forecast_program(image, &options, &forecast, &problem));
     CHECK(forecast.full_seconds > forecast.least_seconds && forecast.chip_size >= IMAGE_SIZE);
@@ -158,6 +159,7 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     tavo_program_result done = {.size = sizeof done};
     GOOD(tavo_program_flash(device, image, &options, &control, &done, &problem));
     CHECK(done.pages_written == PAGES && done.retry_count == 0 && strlen(done.backup_sha256) == 64);
+    CHECK(access(in(folder, "backups"), F_OK) != 0);  // .no_backup
     CHECK(done.state.flash == TAVO_FLASH_PROGRAMMED && done.state.reset_line == TAVO_LINE_RELEASED);
     CHECK(phases[TAVO_PHASE_PROGRAM] == 1 && phases[TAVO_PHASE_BACKUP] + phases[TAVO_PHASE_READ] >= 1);
     tavo_progress progress = {.size = sizeof progress};

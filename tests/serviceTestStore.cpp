@@ -58,7 +58,11 @@ protected:
 }  // namespace
 
 TEST_F(Store, TheSameContentIsKeptOnceAndBecomesTheLatest) {
-    const std::string first = keep(one, 1);
+    // As if kept long ago: the name tells when it was first seen.
+    const fs::path now = keep(one, 1);
+    std::string name = now.filename();
+    const std::string first = now.parent_path() / name.replace(6, 15, "20200101-000000");
+    fs::rename(now, first);
     const std::string second = keep(one, 2);
     EXPECT_THAT(paths(one), ElementsAre(second, first));
     EXPECT_EQ(keep(one, 1), first);
@@ -148,6 +152,8 @@ TEST_F(Store, TwoProcessesAppendAndATornLineTakesNoOtherWithIt) {
               2 * kRuns);
     ASSERT_THAT(all.faults, SizeIs(1));
     EXPECT_THAT(all.faults[0], HasSubstr("line 1 is not whole"));
+    std::ifstream in(folder + "/tavo-util/history.jsonl");
+    EXPECT_EQ(std::count(std::istreambuf_iterator<char>(in), {}, '\n'), 1 + 4 * kRuns);
 }
 
 TEST_F(Store, TheLogFollowsASerialNumberThroughItsChanges) {
@@ -155,6 +161,8 @@ TEST_F(Store, TheLogFollowsASerialNumberThroughItsChanges) {
         log("{\"time\":\"" + time + "\",\"result\":\"done\"," + more + "}\n");
     };
     line("2024-01-01T00:00:00Z", R"("action":"program","serial":"OLD","run":"1")");
+    line("2024-01-02T00:00:00Z",
+         R"("action":"program","serial":"NEW","run":"0")");  // of one that is called otherwise now
     line("2024-02-01T00:00:00Z", R"("action":"set-serial","serial":"OLD","serial_after":"NEW","run":"2")");
     line("2024-03-01T00:00:00Z", R"("action":"erase","serial":"OLD","path":"1-7","run":"3")");  // another one, by now
     line("2024-04-01T00:00:00Z", R"("action":"program","serial":"NEW","neuron_id":"050102030405","run":"4")");
@@ -163,7 +171,7 @@ TEST_F(Store, TheLogFollowsASerialNumberThroughItsChanges) {
         for (const auto& entry : tavo::history(specs).entries) found.push_back(entry.run);
         return found;
     };
-    EXPECT_THAT(runs({}), SizeIs(4));
+    EXPECT_THAT(runs({}), SizeIs(5));
     EXPECT_THAT(runs({"NEW"}), ElementsAre("1", "2", "4"));
     EXPECT_THAT(runs({"usb:1-7"}), ElementsAre("3"));
     EXPECT_THAT(runs({"neuron:050102030405"}), ElementsAre("4"));

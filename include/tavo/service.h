@@ -419,6 +419,9 @@ typedef struct tavo_program_options {
                              ///< not exist yet; null: none
     const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off: without a
                              ///< name that looks like an erase; null: the file that the image was read from
+    uint32_t no_backup;      ///< 1: keeps no copy of what was there on this computer (tavo/service/backups.h); needed
+                             ///< where no folder can be had for it
+    uint32_t spare;          ///< 0
 } tavo_program_options;
 
 typedef struct tavo_program_forecast {

@@ -56,6 +56,7 @@ ProgramOptions optionsOf(const tavo_program_options* options, const tavo_image* 
     how.keep = known.keep != 0;
     how.range = rangeOf(known);
     how.backup = textOf(known.backup);
+    how.noBackup = known.no_backup != 0;
     how.imageName = known.image_name != nullptr ? known.image_name : given(image, "image").name;
     how.file = given(image, "image").origin();
     return how;
