@@ -1,6 +1,7 @@
 #include "service/store/log.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +78,9 @@ std::optional<HistoryEntry> entryOf(const std::string& line) {
 void appendLine(const fs::path& path, const std::string& line) {
     const Descriptor file(open(path.c_str(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivate));
     if (file.get() < 0) throw storeError("write " + path.string(), errno);
+    // While another process writes, the end of its line may not be there yet. Where there are no locks, an empty line
+    // is the worst that comes of it.
+    flock(file.get(), LOCK_EX);
     char last = '\n';
     const auto size = sizeOf(file);
     const bool isTorn = size > 0 && pread(file.get(), &last, 1, static_cast<off_t>(size - 1)) == 1 && last != '\n';
@@ -89,6 +93,7 @@ void appendLine(const fs::path& path, const std::string& line) {
 
 std::string contentOf(const fs::path& path) {
     const Descriptor file = openForReading(path);
+    flock(file.get(), LOCK_SH);
     std::string text(sizeOf(file), '\0');
     text.resize(readSome(file.get(), text.data(), text.size(), path));
     return text;
@@ -123,6 +128,10 @@ void read(const fs::path& path, History& into) {
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
         ++number;
+        if (end == at) {  // between two processes that wrote at once, without locks
+            ++at;
+            continue;
+        }
         auto entry = end < text.size() ? entryOf(text.substr(at, end - at)) : std::nullopt;
         at = end + 1;
         if (entry) {
