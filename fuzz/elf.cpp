@@ -20,6 +20,7 @@ void compareSegments(const tavo::Image& image, const std::string& content) {
         std::memcpy(&segment, content.data() + header.e_phoff + i * sizeof segment, sizeof segment);
         if (segment.p_type != PT_LOAD) continue;
         loaded += segment.p_filesz;
+        HOLDS(segment.p_offset + segment.p_filesz <= content.size());
         for (std::uint64_t at = 0; at < segment.p_filesz; ++at) {
             const auto byte = image.at(static_cast<std::uint32_t>(segment.p_paddr + at));
             HOLDS(byte && *byte == static_cast<std::uint8_t>(content[segment.p_offset + at]));
