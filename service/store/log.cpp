@@ -142,11 +142,15 @@ void read(const fs::path& path, History& into) {
     }
 }
 
+void sortByTime(History& log) {
+    std::stable_sort(log.entries.begin(), log.entries.end(),
+                     [](const HistoryEntry& a, const HistoryEntry& b) { return a.time < b.time; });
+}
+
 History readFrom(const std::vector<fs::path>& folders) {
     History log;
     for (const fs::path& folder : folders) read(folder / kName, log);
-    std::stable_sort(log.entries.begin(), log.entries.end(),
-                     [](const HistoryEntry& a, const HistoryEntry& b) { return a.time < b.time; });
+    sortByTime(log);
     return log;
 }
 
@@ -286,14 +290,14 @@ History history(const std::vector<std::string>& specs) {
         all.entries.insert(all.entries.end(), own.entries.begin(), own.entries.end());
         all.faults.insert(all.faults.end(), own.faults.begin(), own.faults.end());
     }
-    if (!specs.empty() && ofHost.empty()) return all;
-    const History host = readFrom(stateFolders({}));
+    const History host = specs.empty() || !ofHost.empty() ? readFrom(stateFolders({})) : History();
     all.faults.insert(all.faults.end(), host.faults.begin(), host.faults.end());
     for (const HistoryEntry& entry : host.entries) {
         const bool isMeant = std::any_of(ofHost.begin(), ofHost.end(),
                                          [&](const DeviceSpec& spec) { return matches(entry, spec, host); });
         if (specs.empty() || isMeant) all.entries.push_back(entry);
     }
+    sortByTime(all);
     return all;
 }
 

@@ -126,6 +126,10 @@ class History(ToolTest):
                          [("set-serial", "done", "00001234", "NEW"), ("scb0", "failed", "NEW", None)])
         self.assertIn("not known", entries[1]["state"])
         self.assertEqual(len(self.run_tool("history", "--last", "1").out.splitlines()), 1)
+        os.mkdir(self.path("other"))
+        self.write("other/history.jsonl", ['{"time":"2020-01-01T00:00:00Z","action":"erase","result":"done","serial":"B","run":"1"}'])
+        both = self.run_tool("--json", "history", "-d", "sim:" + self.path("other")).json["result"]["entries"]
+        self.assertEqual([e["serial"] for e in both], ["B", "00001234", "NEW"])  # by time, not by interface
         with open(self.path("board/history.jsonl"), "a", encoding="ascii") as log:
             log.write('{"time":')
         torn = self.run_tool("--json", "history").json
