@@ -49,10 +49,12 @@ std::string text(const tavo::Backup& backup) {
            (backup.isDamaged ? ", DAMAGED" : "");
 }
 
-void list(Session& session) {
+/// @param kind  the only one that is listed; null: all
+void list(Session& session, const BackupKind* kind) {
     Report& report = session.report;
     report.result["backups"] = Json::array();
-    const auto all = tavo::backups(session.device().description());
+    auto all = tavo::backups(session.device().description());
+    std::erase_if(all, [kind](const tavo::Backup& backup) { return kind != nullptr && backup.kind != *kind; });
     for (const auto& backup : all) {
         report.result["backups"].push_back(json(backup));
         report.line(backup.id + "  " + text(backup));
@@ -73,12 +75,14 @@ void tellDone(Session& session, const tavo::RestoreResult& done) {
 }
 
 void restore(Session& session, const Options& options) {
-    if (options.list) return list(session);
     Report& report = session.report;
     const bool isOnlyKind = options.kind.empty() && kindOf(options.which) != nullptr;
     const std::string word = isOnlyKind ? options.which : options.kind.empty() ? "flash" : options.kind;
     const BackupKind* kind = kindOf(word);
     if (kind == nullptr) throw Failure{Exit::Usage, word + " is no kind of backup", "flash, config or domain", {}};
+    if (options.list && !isOnlyKind && !options.which.empty())
+        throw Failure{Exit::Usage, "--list shows all that is kept, or all of a kind", "flash, config or domain", {}};
+    if (options.list) return list(session, options.which.empty() ? nullptr : kind);
     const tavo::Backup backup =
         tavo::findBackup(session.device().description(), *kind, isOnlyKind ? "" : options.which);
     report.result["restored"] = json(backup);

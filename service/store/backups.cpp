@@ -199,7 +199,10 @@ Error noBackup(const DeviceDescription& device, BackupKind kind, const std::stri
     const std::string what =
         which.empty() ? std::string("no ") + rowOf(kind).text + " of " + device.name() + " is kept here"
                       : "no " + std::string(rowOf(kind).text) + " of " + device.name() + " is kept here as " + which;
-    return {Problem::FileSystem, what, "tavo-util restore --list shows what there is"};
+    const std::string why = kind == BackupKind::Flash && which.empty()
+                                ? "what a run did not read it cannot keep: --backup OUT reads it; "
+                                : "";
+    return {Problem::FileSystem, what, why + "tavo-util restore --list shows what there is"};
 }
 
 }  // namespace

@@ -32,6 +32,7 @@ class Restore(ToolTest):
         self.assertEqual(self.read("board/config.bin"), before)
         self.assertFalse(self.result_of("-y", "restore", kept, "config")["changed"])
         self.assertEqual([b["kind"] for b in self.result_of("restore", "--list")["backups"]], ["config", "config"])
+        self.assertEqual(self.result_of("restore", "--list", "domain")["backups"], [])
 
     def test_a_domain_table_comes_back(self):
         table = self.result_of("domain", "read", "--show-keys")["domains"]
@@ -43,7 +44,8 @@ class Restore(ToolTest):
 
     def test_what_cannot_be_restored_is_told(self):
         for args, code, text in ((["restore"], 8, "no image of 00001234"), (["restore", "zzzz"], 8, "kept here as zzzz"),
-                                 (["restore", "x", "bytes"], 2, "bytes is no kind of backup")):
+                                 (["restore", "x", "bytes"], 2, "bytes is no kind of backup"),
+                                 (["restore", "--list", "x"], 2, "--list shows all that is kept")):
             with self.subTest(args):
                 result = self.run_tool("-y", *args)
                 self.assertExit(result, code)
