@@ -1,6 +1,5 @@
 """Options, device choice, error form, JSON, terminal and pipe behaviour."""
 
-import json
 import os
 import re
 import resource
@@ -9,7 +8,7 @@ import signal
 import subprocess
 import unittest
 
-from tool import TOOL, Result, ToolTest, image, noise
+from tool import TOOL, Result, ToolTest, checked, image, noise
 
 
 class Usage(ToolTest):
@@ -342,7 +341,8 @@ class Output(ToolTest):
         self.assertEqual((result.code, result.out, result.err), (0, "", ""))
 
     def test_progress_events_are_one_json_object_a_line(self):
-        events = [json.loads(line) for line in self.run_tool("--progress", "json", "program", self.image).err.splitlines()]
+        events = [checked("progress", line)
+                  for line in self.run_tool("--progress", "json", "program", self.image).err.splitlines()]
         shares = [event["percent"] for event in events if event["event"] == "progress"]
         self.assertEqual(shares, sorted(shares))
         self.assertEqual(shares[-1], 100)

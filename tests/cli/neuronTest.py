@@ -5,7 +5,7 @@ import os
 import signal
 import unittest
 
-from tool import ToolTest
+from tool import ToolTest, checked
 
 UNUSED = {"index": 1, "in_use": False, "domain_id": "", "subnet": 255, "node": 127, "clone": False,
           "key": "000000000000"}
@@ -109,7 +109,8 @@ class Watch(NeuronToolTest):
         self.set_neuron(counters="FFFE" + "0000" * 4, growth="0003" + "0000" * 3 + "0001")
         result = self.run_tool("--json", "status", "--watch=0.2", "--count", "3")
         self.assertExit(result, 0)
-        *looks, last = [json.loads(line) for line in result.out.splitlines()]
+        *looks, last = result.out.splitlines()
+        looks, last = [checked("status-look", line) for line in looks], checked("tavo-util", last)
         self.assertEqual([look["look"] for look in looks], [1, 2, 3])
         self.assertEqual([look["counters"]["transmit_errors"] for look in looks], [0xFFFE, 1, 4])
         self.assertEqual([look["change"]["transmit_errors"] for look in looks], [0, 3, 3])

@@ -1,13 +1,12 @@
 """Several devices side by side, and the completion scripts."""
 
-import json
 import os
 import shutil
 import signal
 import subprocess
 import unittest
 
-from tool import MIB, TOOL, ToolTest, image, noise
+from tool import MIB, TOOL, ToolTest, checked, image, noise
 
 
 class SeveralDevices(ToolTest):
@@ -66,7 +65,7 @@ class SeveralDevices(ToolTest):
             self.wait_for(process, "/256 KiB")
             subprocess.run([os.path.join(os.path.dirname(TOOL), "tavo-sim"), "--unplug", self.path("two")], check=True)
             out, err = process.communicate(timeout=60)
-        one, two = json.loads(out)["devices"]
+        one, two = checked("tavo-util", out)["devices"]
         self.assertEqual(one["exit_status"], 0, err)
         self.assertNotEqual(two["exit_status"], 0)
         self.assertIn("no longer attached", two["messages"][-1]["text"])
@@ -78,7 +77,7 @@ class SeveralDevices(ToolTest):
 
     def test_events_tell_the_devices_apart(self):
         result = self.both("-y", "erase", "--progress", "json")
-        told = [json.loads(line) for line in result.err.splitlines()]
+        told = [checked("progress", line) for line in result.err.splitlines()]
         for name in ("one", "two"):
             mine = [event["event"] for event in told if event["device"] == f"sim:{self.path(name)},pace=fast"]
             self.assertEqual(mine, ["phase", "phase-end"])

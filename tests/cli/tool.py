@@ -1,6 +1,7 @@
 """What the tests of tavo-util share: running the tool, simulated interfaces, Intel HEX images."""
 
 import fcntl
+import functools
 import json
 import os
 import pty
@@ -14,7 +15,10 @@ import termios
 import time
 import unittest
 
+import jsonschema
+
 TOOL = os.environ.get("TAVO_UTIL", "tavo-util")
+SOURCES = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 MIB = 1 << 20
 
 # A shell's background job and nohup start us with signals ignored, and so would the tool be: a signal
@@ -50,6 +54,23 @@ def noise(size, seed=1):
     return random.Random(seed).randbytes(size)
 
 
+@functools.lru_cache
+def schema(name):
+    with open(os.path.join(SOURCES, "docs/schema", name + ".json")) as file:
+        text = json.load(file)
+    jsonschema.Draft202012Validator.check_schema(text)
+    return jsonschema.Draft202012Validator(text)
+
+
+def checked(name, text):
+    """The value of a JSON text that is as docs/schema/NAME.json promises."""
+    value = json.loads(text)
+    fault = jsonschema.exceptions.best_match(schema(name).iter_errors(value))
+    if fault is not None:
+        raise AssertionError(f"not as docs/schema/{name}.json says, at {fault.json_path}: {fault.message}\n{text}")
+    return value
+
+
 class Result:
     def __init__(self, code, out, err):
         self.code, self.out, self.err = code, out, err
@@ -57,7 +78,7 @@ class Result:
     @property
     def json(self):
         """The one object on standard output: anything beside it is an error here."""
-        return json.loads(self.out)
+        return checked("tavo-util", self.out)
 
 
 class ToolTest(unittest.TestCase):
