@@ -398,6 +398,18 @@ std::string missingText(const CLI::ParseError& error, const CLI::App* chosen, co
     return text;
 }
 
+/// The flag whose value stands apart from it, as in "--watch 5"; empty for none.
+std::string flagWithValueApart(const std::vector<std::string>& rest, const CLI::App& chosen, const CommandLine& line) {
+    if (rest.size() != 1 || !tavo::parseNumber(rest.front())) return "";
+    for (const CLI::App* app : {&chosen, static_cast<const CLI::App*>(&line.app)}) {
+        for (const CLI::Option* option : app->get_options()) {
+            if (option->count() > 0 && option->get_name(false, true).find('{') != std::string::npos)
+                return option->get_name();
+        }
+    }
+    return "";
+}
+
 Advice explained(const CLI::ParseError& error, const CommandLine& line) {
     const CLI::App* chosen = &line.app;
     std::string words;
@@ -413,6 +425,8 @@ Advice explained(const CLI::ParseError& error, const CommandLine& line) {
     const bool isUnexpected = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
     if ((isMissing || isUnexpected) && option != rest.end()) return unknownOption(*option, words, *chosen, line);
     if (isGroup && isMissing) return unknownCommand(words, rest);
+    if (const std::string flag = flagWithValueApart(rest, *chosen, line); isUnexpected && !flag.empty())
+        return {missingText(error, chosen, line), "the value is joined to it: " + flag + "=" + rest.front()};
     return {missingText(error, chosen, line), "tavo-util " + words + "--help"};
 }
 

@@ -33,7 +33,8 @@ class Usage(ToolTest):
                 self.assertIn(text, self.run_tool(*words.split(), device=False).err)
 
     def test_a_misspelt_option_is_named_with_the_closest_one(self):
-        for words, text in (("list --jsno", "did you mean --json?"), ("--dryrun erase", "did you mean --dry-run?"),
+        for words, text in (("list --jsno", "did you mean --json?"), ("status --watch 5", "joined to it: --watch=5"),
+                            ("--dryrun erase", "did you mean --dry-run?"),
                             ("program x y --bakup=3", "did you mean --backup?"), ("--prog bar list", "--progress?"),
                             ("config read --hx", "did you mean --hex?"), ("--colour never", "did you mean --color?"),
                             ("verify x --backup y", "--backup is an option of tavo-util program"),
