@@ -16,6 +16,7 @@ namespace platform {
 /// Accepts one more combination for the rest of the process (`tavo-util --usb-id`).
 TAVO_API void allowDeviceId(std::uint16_t vendorId, std::uint16_t productId);
 
+/// True for an interface that this product serves.
 TAVO_API bool isDeviceIdExpected(std::uint16_t vendorId, std::uint16_t productId);
 
 }  // namespace platform

@@ -22,10 +22,12 @@ public:
     explicit DeviceLock(const std::string& portPath, LockPurpose purpose = LockPurpose::Run);
     ~DeviceLock();
     DeviceLock(DeviceLock&& other) noexcept;  ///< other then holds nothing
+    /// Gives up what it held; the other one then holds nothing.
     DeviceLock& operator=(DeviceLock&& other) noexcept;
     DeviceLock(const DeviceLock&) = delete;
     DeviceLock& operator=(const DeviceLock&) = delete;
 
+    /// True while this object has the lock.
     bool isHeld() const { return descriptor_ >= 0; }
     /// Another lock object has it. Neither held nor busy: no lock file could be made in any folder for them.
     bool isBusy() const { return busy_; }

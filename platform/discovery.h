@@ -10,12 +10,12 @@ namespace platform {
 
 /// One attached interface as discovery found it.
 struct AttachedDevice {
-    DeviceInfo info;          ///< numbers, serial number, IDs, port path; Neuron ID where the user flash holds one
-    CY_RETURN_STATUS status;  ///< CY_SUCCESS, or why its description could not be read (CY_ERROR_ACCESS_DENIED)
-    std::string manufacturer;
-    std::string product;
-    bool scb0Found = false;  ///< a vendor-class SPI or I2C interface (USB class FF, subclass 02 or 03)
-    bool scb0IsSpi = false;
+    DeviceInfo info;           ///< numbers, serial number, IDs, port path; Neuron ID where the user flash holds one
+    CY_RETURN_STATUS status;   ///< CY_SUCCESS, or why its description could not be read (CY_ERROR_ACCESS_DENIED)
+    std::string manufacturer;  ///< as the device tells it
+    std::string product;       ///< as the device tells it
+    bool scb0Found = false;    ///< a vendor-class SPI or I2C interface (USB class FF, subclass 02 or 03)
+    bool scb0IsSpi = false;    ///< serial block 0 is an SPI master or slave
     bool configFound = false;  ///< the manufacturing interface (class FF, subclass 05); true in every listed one
     /// Who keeps others off it: 0 nobody, or this process; the process ID of the holder of its lock; -1 for
     /// somebody who cannot be named (a lock without a name, or its interface claimed without the lock).

@@ -72,6 +72,47 @@ class Examples(unittest.TestCase):
         self.assertRegex(told[1], "^the interface at .*/E: .*access denied.*device not touched")
         self.assertRegex(told[2], "^G at .*pin 8.*recover")
 
+    def test_images_are_converted_and_faults_told(self):
+        done = self.run_on(["board,pace=fast"], "convertImage", "image.bin", "image.srec")
+        self.assertEqual((done.returncode, done.stdout[:24]), (0, "raw binary, 5000 bytes, "), done.stderr)
+        self.assertEqual(self.run_on(["board"], "convertImage", "image.srec", "again.bin").returncode, 0)
+        with open(self.path("again.bin"), "rb") as file:
+            self.assertEqual(file.read(), IMAGE)
+        with open(self.path("bad.hex"), "w") as file:
+            file.write(":0100000000FE\n")
+        self.assertRegex(self.run_on(["board"], "convertImage", "bad.hex", "out.hex").stderr, "line 1: .* - ")
+
+    def test_a_serial_number_is_set_and_the_block_before_kept(self):
+        for i in range(2):
+            done = self.run_on(["board,pace=fast"], "setSerial", "sim:board", "00005678", f"before{i}.bin")
+            self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertIn("already", done.stdout)
+        with open(self.path("before0.bin"), "rb") as kept, open(self.path("board/config.bin"), "rb") as now:
+            self.assertNotEqual(kept.read(), now.read())
+
+    def test_the_neuron_is_configured_and_joins_a_domain(self):
+        self.assertEqual(self.run_on(["board,pace=fast"], "neuronStatus", "sim:board").returncode, 0)
+        with open(self.path("board/board.txt"), "r+") as file:
+            text = file.read()
+            self.assertIn("neuron.state=04", text)
+            file.seek(0)
+            file.write(text.replace("neuron.state=04", "neuron.state=02"))
+        for state in ("unconfigured", "configured"):
+            done = self.run_on(["board,pace=fast"], "neuronStatus", "sim:board")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertIn("node state: " + state, done.stdout)
+        done = self.run_on(["board,pace=fast"], "joinDomain", "sim:board", "42", "1", "7")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        with open(self.path("board/board.txt")) as file:
+            self.assertIn("neuron.domain0=2A0000000000018701", file.read())
+
+    def test_a_failure_that_can_be_mended_is(self):
+        faults = "board,pace=fast,size=64K,lose-program=7,lose-program=17,lose-program=18"
+        mended = self.run_on([faults], "handleFailures", "sim:board", "image.bin")
+        self.assertEqual((mended.returncode, self.flash("board")[:5000]), (0, IMAGE), mended.stderr)
+        self.assertIn("the device: flash incomplete", mended.stderr)
+        self.assertEqual(self.run_on(["other,denied"], "handleFailures", "sim:other", "image.bin").returncode, 1)
+
     def test_the_readme_shows_it(self):
         with open(os.path.join(SOURCES, "examples/programSafely.cpp")) as file:
             program = re.sub(r"\A(//.*\n)+", "", file.read())

@@ -51,6 +51,6 @@ public:
     /// the block, then writes it; both as above, with the serial number of the DeviceInfo.
     [[nodiscard]] TAVO_API CY_RETURN_STATUS configureScb0(bool spi);
 
-    DeviceInfo& deviceInfo;
+    DeviceInfo& deviceInfo;     ///< of the caller; borrowed
     bool spiMasterSet = false;  ///< the last write of this object made SCB0 SPI master
 };

@@ -9,9 +9,9 @@ class LdvManager {
 public:
     /// One test of a response: (response[offset] & mask) == value.
     struct C {
-        unsigned char offset;
-        unsigned char mask;
-        unsigned char value;
+        unsigned char offset;  ///< in the response
+        unsigned char mask;    ///< bits that are compared
+        unsigned char value;   ///< that they must have
     };
 
     /// ldvStatus when the DeviceInfo gives no usable device name (the value of TAVO_INVALID_PARAMETER).
@@ -42,8 +42,8 @@ public:
                                             unsigned char* response, unsigned char responseLength,
                                             unsigned int timeoutMs, const C* match, unsigned char matchCount);
 
-    short ldvHandle = -1;
+    short ldvHandle = -1;      ///< of the driver; -1: none
     unsigned short ldvStatus;  ///< of the last driver call made by this object
-    bool isOpen;
+    bool isOpen;               ///< the channel can be used
 };
 static_assert(sizeof(LdvManager::C) == 3, "three bytes a test");

@@ -5,11 +5,17 @@
 
 #include <cstdint>
 
+/// A byte.
 using UINT8 = unsigned char;
+/// A byte.
 using UCHAR = unsigned char;
+/// 16 bits.
 using UINT16 = unsigned short;
+/// 32 bits.
 using UINT32 = unsigned int;
+/// True or false.
 using BOOL = bool;  // one byte on Linux
+/// An opened interface of the bridge.
 using CY_HANDLE = void*;
 
 static_assert(sizeof(UINT16) == 2 && sizeof(UINT32) == 4 && sizeof(BOOL) == 1,

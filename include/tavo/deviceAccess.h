@@ -11,7 +11,7 @@
 /// A 48-bit Neuron ID (ISO/IEC 14908-1), first byte printed first.
 class TAVO_API NeuronId {
 public:
-    static constexpr std::size_t kSize = 6;
+    static constexpr std::size_t kSize = 6;  ///< bytes
 
     NeuronId();  ///< All zero: not a valid ID.
 
@@ -23,20 +23,22 @@ public:
     /// False for all-zero and all-FF bytes: an erased or never written record, never a chip's ID.
     bool isValid() const;
 
+    /// Byte for byte.
     bool operator==(const NeuronId& other) const;
+    /// Byte for byte.
     bool operator!=(const NeuronId& other) const { return !(*this == other); }
 
     /// Copies 6 bytes.
     NeuronId& operator=(const unsigned char* idBytes);
 
-    unsigned char bytes[kSize];
+    unsigned char bytes[kSize];  ///< the first one is sent first
 };
 static_assert(sizeof(NeuronId) == NeuronId::kSize, "the bytes are copied straight into records and frames");
 
 /// The serial number of an interface: NUL-terminated text at the start of the object.
 class TAVO_API SerialNumber {
 public:
-    static constexpr std::size_t kSize = 256;
+    static constexpr std::size_t kSize = 256;  ///< bytes
     /// A USB string descriptor of the bridge holds 32 UTF-16 units.
     static constexpr std::size_t kMaxLength = 32;
 
@@ -49,7 +51,7 @@ public:
     /// Copies a text, cut to 255 characters; null gives the empty text.
     SerialNumber& operator=(const char* serial);
 
-    char text[kSize];
+    char text[kSize];  ///< ends with a zero byte when it is shorter
 };
 static_assert(sizeof(SerialNumber) == SerialNumber::kSize, "the text starts the object");
 
@@ -64,33 +66,35 @@ struct TAVO_API DeviceInfo {
     unsigned char linkDeviceNumber = 0;       ///< 255: the LDV channel is opened under ldvDeviceName
     unsigned char configDeviceNumber = 0;     ///< bridge-library device number for configuration and user flash
     unsigned char configInterfaceNumber = 0;  ///< its interface number
-    SerialNumber serialNumber;
-    unsigned char serialNumberValid = 0;  ///< non-zero: serialNumber may be used
-    unsigned char neuronIdValid = 0;      ///< non-zero: neuronId holds the interface's Neuron ID
-    NeuronId neuronId;
-    unsigned short vendorId = 0;  ///< 0x04B4 selects the bridge maker's family of LDV names
-    unsigned short productId = 0;
-    const char* ldvDeviceName = nullptr;  ///< borrowed; used when linkDeviceNumber is 255
-    char portPath[128] = {};              ///< where it is plugged in, "1-4.2"; empty when unknown
+    SerialNumber serialNumber;                ///< of the bridge
+    unsigned char serialNumberValid = 0;      ///< non-zero: serialNumber may be used
+    unsigned char neuronIdValid = 0;          ///< non-zero: neuronId holds the interface's Neuron ID
+    NeuronId neuronId;                        ///< counts when neuronIdValid is not 0
+    unsigned short vendorId = 0;              ///< 0x04B4 selects the bridge maker's family of LDV names
+    unsigned short productId = 0;             ///< USB product ID
+    const char* ldvDeviceName = nullptr;      ///< borrowed; used when linkDeviceNumber is 255
+    char portPath[128] = {};                  ///< where it is plugged in, "1-4.2"; empty when unknown
 };
 
 /// One opened bridge interface. Construction never throws: test openStatus before handle.
 /// Several handles on one interface may be open at once in one process.
 class TAVO_API CyHandle {
 public:
+    /// Opens that interface; see openStatus.
     CyHandle(unsigned char deviceNumber, unsigned char interfaceNumber);
     ~CyHandle();                         ///< Closes the interface if it was opened.
     CyHandle(const CyHandle&) = delete;  // exactly one owner closes the interface
     CyHandle& operator=(const CyHandle&) = delete;
 
-    CY_HANDLE handle = nullptr;
-    CY_RETURN_STATUS openStatus;
+    CY_HANDLE handle = nullptr;   ///< of the bridge library; null when it is not open
+    CY_RETURN_STATUS openStatus;  ///< of the bridge library
 };
 
 /// Access to the interface's general-purpose pins, through a handle of its own on SCB0.
 /// A failed open shows in cyHandle->openStatus and in the result of every pin operation.
 class TAVO_API GPIO {
 public:
+    /// Opens SCB0; see cyHandle.
     explicit GPIO(const DeviceInfo& deviceInfo);
     ~GPIO();
     GPIO(const GPIO&) = delete;
@@ -102,6 +106,7 @@ public:
 /// One pin. Must be destroyed before its GPIO.
 class TAVO_API IOPin {
 public:
+    /// A level of the line.
     enum VALUE : int {
         LOW = 0,       ///< drives low: asserts the Neuron's reset (pin 8) or service (pin 14) line
         HIGH = 1,      ///< drives high

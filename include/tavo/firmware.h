@@ -3,8 +3,8 @@
 
 #include "tavo/export.h"
 
-extern TAVO_API unsigned int firmwareStart;
-extern TAVO_API unsigned int firmwareEntry;
-extern TAVO_API unsigned int firmwareSize;
-extern TAVO_API unsigned int fmChecksum;
-extern TAVO_API unsigned int fmVersion;
+extern TAVO_API unsigned int firmwareStart;  ///< for host programs
+extern TAVO_API unsigned int firmwareEntry;  ///< for host programs
+extern TAVO_API unsigned int firmwareSize;   ///< for host programs
+extern TAVO_API unsigned int fmChecksum;     ///< for host programs
+extern TAVO_API unsigned int fmVersion;      ///< for host programs

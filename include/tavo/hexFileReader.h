@@ -27,6 +27,7 @@ public:
     /// @throws std::out_of_range   a field begins beyond the end of the line
     /// @throws std::logic_error    line is null
     TAVO_API void ParseRecord(const char* line);
+    /// True when FetchAddress and FetchPage may be called.
     TAVO_API bool isPageReady();
     /// Flash address of the page that the next FetchPage returns.
     TAVO_API unsigned int FetchAddress();
@@ -34,36 +35,53 @@ public:
     TAVO_API std::vector<unsigned char> FetchPage();
 
     // The steps of ParseRecord.
+    /// @throws std::runtime_error  it is wrong
     TAVO_API void CheckChecksum(const char* line);
+    /// The byte count of a record.
     TAVO_API unsigned char RecordLength(const char* line);
+    /// The 16 address bits of a record.
     TAVO_API unsigned int RecordAddress(const char* line);
+    /// The type of a record.
     TAVO_API unsigned int RecordType(const char* line);
+    /// The checksum that a record has.
     TAVO_API unsigned char RecordChecksum(const char* line);
+    /// The data bytes of a record.
     TAVO_API std::vector<unsigned char> RecordData(const char* line);
+    /// The checksum that a record should have.
     TAVO_API unsigned char CalculateRecordChecksum(const char* line, unsigned long length);
+    /// Of the lowest byte.
     TAVO_API unsigned int GetTwosComplement(unsigned int value);
+    /// The number that count digits at position make.
     TAVO_API unsigned long GetHexCharacterAsLong(const char* line, int position, int count);
+    /// Takes the upper address half of a record of type 04.
     TAVO_API void HandleExtendedSegmentAddressType(const char* line);
+    /// Takes the bytes of a record of type 00.
     TAVO_API void HandleDataType(const char* line);
+    /// Ends the last page.
     TAVO_API void HandleEndOfFileType(const char* line);
 
     // The steps of page assembly.
+    /// Appends the bytes of the line.
     TAVO_API void PushLineDataToDataQueue();
+    /// True when the line does not go on where the one before ended.
     TAVO_API bool isGap();
+    /// True when the line begins in another page.
     TAVO_API bool isNewPage();
+    /// Begins a page there.
     TAVO_API void savePageAddress(unsigned int address);
+    /// Sets pageReady.
     TAVO_API void DataReadyToFetch(bool ready);
 
-    int pageSize;
+    int pageSize;                          ///< largest number of bytes in a page
     unsigned int pageAddress = 0;          ///< flash address of the first byte in dataQueue
     unsigned int lineAddress = 0;          ///< full address of the data record handled last
     unsigned int previousLineAddress = 0;  ///< full address of the one before, for the gap test
     unsigned int previousLineLength = 0;   ///< its byte count
     unsigned short extendedAddress = 0;    ///< upper 16 address bits, from the last type 04 record
-    bool pageReady = false;
-    std::vector<unsigned char> lineData;  ///< a record held back at a gap until the run before it is fetched
-    bool firstLine = true;                ///< no data record yet: no gap
-    std::deque<unsigned char> dataQueue;  ///< decoded, not yet fetched; consecutive from pageAddress
+    bool pageReady = false;                ///< the page can be fetched
+    std::vector<unsigned char> lineData;   ///< a record held back at a gap until the run before it is fetched
+    bool firstLine = true;                 ///< no data record yet: no gap
+    std::deque<unsigned char> dataQueue;   ///< decoded, not yet fetched; consecutive from pageAddress
 
 private:
     bool runClosed = false;  ///< no more bytes follow the queued ones: fetched to the last, full page or not

@@ -26,17 +26,17 @@ enum MODE : int {
 
 /// The answer to Query Status (ISO/IEC 14908-1) as it travels: counters most significant byte first.
 struct NeuronState {
-    unsigned char transmitErrors[2];
-    unsigned char transactionTimeouts[2];
-    unsigned char receiveTransactionsFull[2];
-    unsigned char lostMessages[2];
-    unsigned char missedMessages[2];
-    unsigned char resetCause;
-    unsigned char nodeState;  ///< 0x02 unconfigured, 0x04 configured, 0x06 hard offline
-    unsigned char versionNumber;
-    unsigned char errorLog;
-    unsigned char modelNumber;
-    unsigned char reserved;  ///< the byte after the answer, 0
+    unsigned char transmitErrors[2];           ///< packets that arrived damaged; big-endian, as all five counters
+    unsigned char transactionTimeouts[2];      ///< transactions that ended without an answer
+    unsigned char receiveTransactionsFull[2];  ///< messages dropped: no receive transaction was free
+    unsigned char lostMessages[2];             ///< messages dropped: no application buffer was free
+    unsigned char missedMessages[2];           ///< messages dropped: no network buffer was free
+    unsigned char resetCause;                  ///< raw; resetCauseName of the service layer has words
+    unsigned char nodeState;                   ///< 0x02 unconfigured, 0x04 configured, 0x06 hard offline
+    unsigned char versionNumber;               ///< of the firmware
+    unsigned char errorLog;                    ///< raw; errorLogName of the service layer has words
+    unsigned char modelNumber;                 ///< of the chip
+    unsigned char reserved;                    ///< the byte after the answer, 0
 };
 static_assert(sizeof(NeuronState) == 16 && std::is_trivially_copyable<NeuronState>::value,
               "16 bytes are copied from the answer");

@@ -100,7 +100,7 @@ typedef struct tavo_device_state {
 
 /// What went wrong. Filled by every function that takes one, owned by the caller, nothing in it to free.
 typedef struct tavo_error {
-    uint32_t size;
+    uint32_t size;            ///< of the record, set before the call
     tavo_result result;       ///< the same that the function returned
     uint32_t has_status;      ///< 1: a call of the library below failed, and status is its code
     uint32_t status;          ///< TAVO_STATUS
@@ -144,13 +144,13 @@ enum {
 };
 /// One thing that an operation tells while it works. Good only until the observer returns, texts included.
 typedef struct tavo_event {
-    uint32_t size;
+    uint32_t size;     ///< of the record, set before the call
     uint32_t kind;     ///< TAVO_EVENT_...
     uint32_t phase;    ///< TAVO_PHASE_...
     uint32_t address;  ///< in the flash
     uint64_t done;     ///< bytes
     uint64_t total;    ///< bytes
-    double seconds;
+    double seconds;    ///< that it took
     const char* text;  ///< never null
     const char* hint;  ///< never null
 } tavo_event;
@@ -165,6 +165,7 @@ typedef struct tavo_monitor tavo_monitor;
 
 /// Free it with tavo_free_monitor after every operation that it was given to has returned.
 TAVO_API tavo_result tavo_new_monitor(tavo_monitor** monitor, tavo_error* error);
+/// Gives a monitor back; null does nothing.
 TAVO_API void tavo_free_monitor(tavo_monitor* monitor);
 /// Stops the operations that it is given to: they end at the next page, chunk or message, release everything and
 /// fail with TAVO_PROBLEM_INTERRUPTED. Returns at once; also for signal handlers. A later operation stops at once.
@@ -172,8 +173,9 @@ TAVO_API tavo_result tavo_cancel(tavo_monitor* monitor);
 /// Makes it as new, for the next operation. Not while one runs.
 TAVO_API tavo_result tavo_reset_monitor(tavo_monitor* monitor);
 
+/// What an operation is doing.
 typedef struct tavo_progress {
-    uint32_t size;
+    uint32_t size;          ///< of the record, set before the call
     uint32_t phase;         ///< TAVO_PHASE_...; none before the first
     uint64_t done;          ///< bytes of it
     uint64_t total;         ///< bytes; 0 without measure
@@ -186,11 +188,11 @@ TAVO_API tavo_result tavo_read_progress(const tavo_monitor* monitor, tavo_progre
 
 /// Who watches and stops an operation; everything in it is optional.
 typedef struct tavo_control {
-    uint32_t size;
-    uint32_t spare;  ///< 0
-    tavo_observer observer;
-    void* context;  ///< handed to the observer as it is
-    tavo_monitor* monitor;
+    uint32_t size;           ///< of the record, set before the call
+    uint32_t spare;          ///< 0
+    tavo_observer observer;  ///< called at each event; may be null
+    void* context;           ///< handed to the observer as it is
+    tavo_monitor* monitor;   ///< read by another thread with tavo_read_progress; may be null
 } tavo_control;
 
 // --- Devices
@@ -199,9 +201,9 @@ enum { TAVO_SCB0_ROLE_OTHER = 0, TAVO_SCB0_ROLE_SPI = 1, TAVO_SCB0_ROLE_I2C = 2 
 
 /// One attached interface as it was found.
 typedef struct tavo_device_description {
-    uint32_t size;
-    uint32_t vendor_id;
-    uint32_t product_id;
+    uint32_t size;           ///< of the record, set before the call
+    uint32_t vendor_id;      ///< USB vendor ID
+    uint32_t product_id;     ///< USB product ID
     uint32_t scb0_role;      ///< TAVO_SCB0_ROLE_...: what serial block 0 is on USB
     uint32_t access;         ///< TAVO_STATUS; 0: it can be opened; 8: this user may not
     uint32_t is_held;        ///< 1: locked by a process
@@ -223,6 +225,7 @@ typedef struct tavo_device_list tavo_device_list;
 /// Finding none is no failure. Disturbs no run of another process. Blocks for a few control transfers a device.
 /// Free the list with tavo_free_device_list.
 TAVO_API tavo_result tavo_find_devices(const char* spec, tavo_device_list** list, tavo_error* error);
+/// Gives a list back; null does nothing.
 TAVO_API void tavo_free_device_list(tavo_device_list* list);
 /// How many there are; 0 for null.
 TAVO_API uint32_t tavo_device_count(const tavo_device_list* list);
@@ -243,6 +246,7 @@ TAVO_API tavo_result tavo_open_listed_device(const tavo_device_list* list, uint3
                                              tavo_error* error);
 /// Unlocks it. No operation may be running on it.
 TAVO_API void tavo_close_device(tavo_device* device);
+/// What is known of an open device without asking it.
 TAVO_API tavo_result tavo_describe_device(const tavo_device* device, tavo_device_description* description,
                                           tavo_error* error);
 /// Whether something is plugged in at that port still: 1 or 0. Opens nothing.
@@ -273,15 +277,16 @@ enum {
 
 /// First and last address of some bytes side by side.
 typedef struct tavo_range {
-    uint32_t first;
-    uint32_t last;
+    uint32_t first;  ///< the first address
+    uint32_t last;   ///< the last address itself
 } tavo_range;
 
 /// Memory: 72 KiB for each 64 KiB of addresses that hold a byte. Free it with tavo_free_image.
 typedef struct tavo_image tavo_image;
 
+/// How a file is read.
 typedef struct tavo_read_options {
-    uint32_t size;
+    uint32_t size;       ///< of the record, set before the call
     uint32_t format;     ///< TAVO_FORMAT_...; automatic: by the content, and raw binary by the name's ending (.bin)
     uint32_t strict;     ///< 1: plain Intel HEX only: record types 00, 01 and 04, line feeds, nothing else
     uint32_t chip_size;  ///< data above it are a fault: bytes; 0: 16 MiB, which is all that can be addressed
@@ -303,6 +308,7 @@ TAVO_API tavo_result tavo_read_image_from_memory(const void* bytes, size_t count
                                                  tavo_error* error);
 /// An image without a byte, for tavo_add_bytes.
 TAVO_API tavo_result tavo_new_image(tavo_image** image, tavo_error* error);
+/// Gives an image back; null does nothing.
 TAVO_API void tavo_free_image(tavo_image* image);
 
 /// Sets bytes; they replace those that were there. address + count is at most 16 MiB.
@@ -318,8 +324,9 @@ TAVO_API tavo_result tavo_get_bytes(const tavo_image* image, uint32_t address, u
 TAVO_API tavo_result tavo_image_ranges(const tavo_image* image, tavo_range* ranges, uint32_t capacity, uint32_t* count,
                                        tavo_error* error);
 
+/// What an image is.
 typedef struct tavo_image_description {
-    uint32_t size;
+    uint32_t size;             ///< of the record, set before the call
     uint32_t format;           ///< TAVO_FORMAT_... of the file; automatic for one that was not read from a file
     uint64_t byte_count;       ///< of the image
     uint64_t file_bytes;       ///< of the file as stored
@@ -337,16 +344,18 @@ typedef struct tavo_image_description {
 TAVO_API tavo_result tavo_describe_image(const tavo_image* image, tavo_image_description* description,
                                          tavo_error* error);
 
+/// How an image is written.
 typedef struct tavo_write_options {
-    uint32_t size;
+    uint32_t size;          ///< of the record, set before the call
     uint32_t format;        ///< TAVO_FORMAT_... hex, srecord or binary; automatic: by the name's ending, else hex
     uint32_t record_bytes;  ///< data bytes of a record, 1 to 255 (S-record: 251); 0: 32
     uint32_t address;       ///< of the first byte of a raw binary
     uint32_t replace;       ///< 1: a file of that name may be replaced
     uint32_t spare;         ///< 0
 } tavo_write_options;
+/// What was written.
 typedef struct tavo_written_file {
-    uint32_t size;
+    uint32_t size;    ///< of the record, set before the call
     uint32_t spare;   ///< 0
     uint64_t bytes;   ///< of the file
     char sha256[72];  ///< of the file
@@ -364,41 +373,41 @@ TAVO_API tavo_result tavo_write_image(const tavo_image* image, const char* path,
 
 /// Which part of the chip an operation works on; null in its place: all of it.
 typedef struct tavo_flash_options {
-    uint32_t size;
+    uint32_t size;       ///< of the record, set before the call
     uint32_t has_range;  ///< 1: only this range. Of an erase its borders are multiples of the chip's smallest sector,
                          ///< 4 KiB for one that tells nothing; others are refused, and the nearest ones told.
-    tavo_range range;
+    tavo_range range;    ///< counts when has_range is 1
 } tavo_flash_options;
 
 /// What a flash chip tells of itself.
 typedef struct tavo_flash_chip {
-    uint32_t maker;  ///< JEDEC manufacturer ID
-    uint32_t memory_type;
-    uint32_t capacity_code;
-    uint32_t capacity;  ///< bytes
-    uint32_t spare[4];  ///< 0
-    char text[112];     ///< "Winbond, ID EF 40 14, 1 MiB"
+    uint32_t maker;          ///< JEDEC manufacturer ID
+    uint32_t memory_type;    ///< second byte of the JEDEC ID
+    uint32_t capacity_code;  ///< third byte of the JEDEC ID
+    uint32_t capacity;       ///< bytes
+    uint32_t spare[4];       ///< 0
+    char text[112];          ///< "Winbond, ID EF 40 14, 1 MiB"
 } tavo_flash_chip;
 
 /// One way to erase a part of a chip.
 typedef struct tavo_erase_type {
-    uint32_t opcode;
-    uint32_t bytes;
-    double typical;  ///< seconds; 0: not told
-    double longest;  ///< seconds
+    uint32_t opcode;  ///< the command byte; 0: no such type
+    uint32_t bytes;   ///< that it erases
+    double typical;   ///< seconds; 0: not told
+    double longest;   ///< seconds
 } tavo_erase_type;
 
 /// A chip, and what its own description (SFDP, JEDEC JESD216) tells. Times in seconds; 0: not told.
 typedef struct tavo_flash_description {
-    uint32_t size;
-    uint32_t has_sfdp;  ///< 1: it has a description that makes sense
-    tavo_flash_chip chip;
-    double program_typical;  ///< of a page of 256 bytes
-    double program_longest;
-    double erase_typical;  ///< of the whole chip
-    double erase_longest;
-    uint32_t spare;  ///< 0
-    uint32_t erase_type_count;
+    uint32_t size;                   ///< of the record, set before the call
+    uint32_t has_sfdp;               ///< 1: it has a description that makes sense
+    tavo_flash_chip chip;            ///< that was found
+    double program_typical;          ///< of a page of 256 bytes
+    double program_longest;          ///< seconds for a page; 0: not told
+    double erase_typical;            ///< of the whole chip
+    double erase_longest;            ///< seconds; 0: not told
+    uint32_t spare;                  ///< 0
+    uint32_t erase_type_count;       ///< valid entries of erase_types
     tavo_erase_type erase_types[4];  ///< smallest first
     char sfdp_fault[256];            ///< why the description that it has is not used
     char usual_erase_time[64];       ///< of the whole chip, for people: "usually 2 to 12 s"
@@ -407,14 +416,15 @@ typedef struct tavo_flash_description {
 TAVO_API tavo_result tavo_inspect_flash(tavo_device* device, const tavo_control* control,
                                         tavo_flash_description* description, tavo_error* error);
 
+/// How an image is programmed.
 typedef struct tavo_program_options {
-    uint32_t size;
-    uint32_t full;       ///< 1: erases the whole chip and programs every page, whatever it holds
-    uint32_t keep;       ///< 1: what the image does not cover stays as it is, not FF. All of the chip is first put
-                         ///< into a private file, from which the next run takes it, should this one be cut off;
-                         ///< not with full
-    uint32_t has_range;  ///< 1: programs only what the image has in this range; implies keep
-    tavo_range range;
+    uint32_t size;           ///< of the record, set before the call
+    uint32_t full;           ///< 1: erases the whole chip and programs every page, whatever it holds
+    uint32_t keep;           ///< 1: what the image does not cover stays as it is, not FF. All of the chip is first put
+                             ///< into a private file, from which the next run takes it, should this one be cut off;
+                             ///< not with full
+    uint32_t has_range;      ///< 1: programs only what the image has in this range; implies keep
+    tavo_range range;        ///< counts when has_range is 1
     const char* backup;      ///< file to save the whole flash in before anything is erased: .hex, .srec, .bin; must
                              ///< not exist yet; null: none
     const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off: without a
@@ -424,8 +434,9 @@ typedef struct tavo_program_options {
     uint32_t spare;          ///< 0
 } tavo_program_options;
 
+/// What a programming is going to do.
 typedef struct tavo_program_forecast {
-    uint32_t size;
+    uint32_t size;           ///< of the record, set before the call
     uint32_t pages_written;  ///< at most: fewer when some are there already
     uint32_t pages_blank;    ///< pages of FF: the erase leaves them so
     uint32_t chip_size;      ///< that the times are for, in bytes: the smallest usual chip that holds the image
@@ -446,20 +457,21 @@ enum {
     TAVO_PROGRAM_FULL = 2      ///< the whole chip was erased
 };
 enum { TAVO_LISTED_RETRIES = 32 };
+/// What a programming did.
 typedef struct tavo_program_result {
-    uint32_t size;
-    uint32_t way;  ///< TAVO_PROGRAM_...
-    tavo_flash_chip chip;
-    tavo_device_state state;
-    uint32_t sectors_erased;  ///< blocks of whatever size; the whole chip is none
-    uint32_t pages_written;
-    uint32_t pages_kept;  ///< held their data already
-    uint32_t pages_blank;
+    uint32_t size;                          ///< of the record, set before the call
+    uint32_t way;                           ///< TAVO_PROGRAM_...
+    tavo_flash_chip chip;                   ///< that was found
+    tavo_device_state state;                ///< of the device, afterwards
+    uint32_t sectors_erased;                ///< blocks of whatever size; the whole chip is none
+    uint32_t pages_written;                 ///< by this run
+    uint32_t pages_kept;                    ///< held their data already
+    uint32_t pages_blank;                   ///< of FF: the erase left them so
     uint32_t retry_count;                   ///< pages that needed another attempt: a chip that wears out
     uint32_t retries[TAVO_LISTED_RETRIES];  ///< the addresses of the first of them
     uint32_t spare;                         ///< 0
-    double seconds;
-    char backup_sha256[72];  ///< of the bytes of the chip; empty without a backup
+    double seconds;                         ///< that it took
+    char backup_sha256[72];                 ///< of the bytes of the chip; empty without a backup
 } tavo_program_result;
 /// Brings the image into the chip, FF elsewhere (but see keep), by the shorter way: reads what is there, then erases
 /// the whole chip or the sectors that must lose a bit, programs what differs, and compares every page of the image with
@@ -470,12 +482,13 @@ TAVO_API tavo_result tavo_program_flash(tavo_device* device, const tavo_image* i
                                         const tavo_program_options* options, const tavo_control* control,
                                         tavo_program_result* result, tavo_error* error);
 
+/// How flash and image are compared.
 typedef struct tavo_verify_options {
-    uint32_t size;
+    uint32_t size;        ///< of the record, set before the call
     uint32_t rest_blank;  ///< 1: what the image does not cover must be FF; the whole chip is read then
     uint32_t every;       ///< 1: finds every difference, instead of stopping after the first
     uint32_t has_range;   ///< 1: of image and chip only this part is compared
-    tavo_range range;
+    tavo_range range;     ///< counts when has_range is 1
 } tavo_verify_options;
 
 /// A place where the chip does not hold what the image has.
@@ -487,15 +500,16 @@ typedef struct tavo_difference {
 } tavo_difference;
 
 enum { TAVO_LISTED_DIFFERENCES = 16 };
+/// How flash and image compare.
 typedef struct tavo_verify_result {
-    uint32_t size;
-    uint32_t equal;  ///< 1: the chip holds the image
-    tavo_flash_chip chip;
-    tavo_device_state state;
-    uint64_t bytes;        ///< that differ, in what was read
-    uint32_t pages;        ///< with such a byte
-    uint32_t is_complete;  ///< 1: everything was read; else a difference ended it, and more may follow
-    uint32_t difference_count;
+    uint32_t size;              ///< of the record, set before the call
+    uint32_t equal;             ///< 1: the chip holds the image
+    tavo_flash_chip chip;       ///< that was found
+    tavo_device_state state;    ///< of the device, afterwards
+    uint64_t bytes;             ///< that differ, in what was read
+    uint32_t pages;             ///< with such a byte
+    uint32_t is_complete;       ///< 1: everything was read; else a difference ended it, and more may follow
+    uint32_t difference_count;  ///< in what was read
     tavo_difference differences[TAVO_LISTED_DIFFERENCES];  ///< the first of them
     uint32_t spare;                                        ///< 0
 } tavo_verify_result;
@@ -504,12 +518,13 @@ typedef struct tavo_verify_result {
 TAVO_API tavo_result tavo_verify_flash(tavo_device* device, const tavo_image* image, const tavo_verify_options* options,
                                        const tavo_control* control, tavo_verify_result* result, tavo_error* error);
 
+/// What an operation on the flash found.
 typedef struct tavo_flash_result {
-    uint32_t size;
+    uint32_t size;            ///< of the record, set before the call
     uint32_t sectors_erased;  ///< blocks of whatever size; the whole chip is none
-    tavo_flash_chip chip;
-    tavo_device_state state;
-    double seconds;  ///< of an erase
+    tavo_flash_chip chip;     ///< that was found
+    tavo_device_state state;  ///< of the device, afterwards
+    double seconds;           ///< of an erase
 } tavo_flash_result;
 
 /// Reads the chip or a part of it into memory. Times as tavo_verify_flash. Free the image with tavo_free_image.
@@ -527,21 +542,23 @@ TAVO_API tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_optio
 TAVO_API tavo_result tavo_erase_flash(tavo_device* device, const tavo_flash_options* options,
                                       const tavo_control* control, tavo_flash_result* result, tavo_error* error);
 
+/// How far a blank check goes.
 typedef struct tavo_blank_check_options {
-    uint32_t size;
+    uint32_t size;       ///< of the record, set before the call
     uint32_t every;      ///< 1: counts every page with data, instead of stopping after the first
     uint32_t has_range;  ///< 1: only this range
-    tavo_range range;
-    uint32_t spare;  ///< 0
+    tavo_range range;    ///< counts when has_range is 1
+    uint32_t spare;      ///< 0
 } tavo_blank_check_options;
+/// What a blank check found.
 typedef struct tavo_blank_check_result {
-    uint32_t size;
-    uint32_t blank;  ///< 1: every byte is FF
-    tavo_flash_chip chip;
-    tavo_device_state state;
-    int64_t first;         ///< address of the first byte that is not FF; -1: none
-    uint32_t pages;        ///< with such a byte, in what was read
-    uint32_t is_complete;  ///< 1: the whole chip or range was read
+    uint32_t size;            ///< of the record, set before the call
+    uint32_t blank;           ///< 1: every byte is FF
+    tavo_flash_chip chip;     ///< that was found
+    tavo_device_state state;  ///< of the device, afterwards
+    int64_t first;            ///< address of the first byte that is not FF; -1: none
+    uint32_t pages;           ///< with such a byte, in what was read
+    uint32_t is_complete;     ///< 1: the whole chip or range was read
 } tavo_blank_check_result;
 /// Reads the chip up to the first byte that is not FF. Times as tavo_verify_flash.
 TAVO_API tavo_result tavo_blank_check_flash(tavo_device* device, const tavo_blank_check_options* options,
@@ -554,18 +571,18 @@ enum { TAVO_CONFIGURATION_SIZE = 512, TAVO_NEURON_ID_SIZE = 6, TAVO_PROGRAM_ID_S
 
 /// What people and programs want to know of a block.
 typedef struct tavo_configuration_description {
-    uint32_t size;
-    uint32_t vendor_id;
-    uint32_t product_id;
+    uint32_t size;            ///< of the record, set before the call
+    uint32_t vendor_id;       ///< USB vendor ID
+    uint32_t product_id;      ///< USB product ID
     uint32_t max_power;       ///< mA
     uint32_t checksum_right;  ///< 1: it is
     uint32_t spare;           ///< 0
-    char serial[256];
-    char manufacturer[256];
-    char product[256];
-    char scb0[16];      ///< "SPI", "I2C", "UART", "none", "unknown"
-    char format[16];    ///< "1.0.3"
-    char why_bad[256];  ///< why a bridge may not come up on USB with this block; empty when it should
+    char serial[256];         ///< UTF-8; empty when it has none
+    char manufacturer[256];   ///< as the device tells it
+    char product[256];        ///< as the device tells it
+    char scb0[16];            ///< "SPI", "I2C", "UART", "none", "unknown"
+    char format[16];          ///< "1.0.3"
+    char why_bad[256];        ///< why a bridge may not come up on USB with this block; empty when it should
 } tavo_configuration_description;
 /// @param block  TAVO_CONFIGURATION_SIZE bytes, here as in all that follows
 TAVO_API tavo_result tavo_describe_configuration(const uint8_t* block, tavo_configuration_description* description,
@@ -581,15 +598,17 @@ TAVO_API tavo_result tavo_save_configuration(const char* path, const uint8_t* bl
 TAVO_API tavo_result tavo_read_configuration(tavo_device* device, const tavo_control* control, uint8_t* block,
                                              tavo_error* error);
 
+/// How a configuration block is written.
 typedef struct tavo_configuration_options {
-    uint32_t size;
+    uint32_t size;       ///< of the record, set before the call
     uint32_t force;      ///< 1: writes also a block that tavo_describe_configuration calls bad
     uint32_t dry_run;    ///< 1: only tells what would be written
     uint32_t no_backup;  ///< 1: keeps no copy of what was there on this computer (tavo/service/backups.h)
     const char* backup;  ///< new .bin file for the block that was there, besides; null: none
 } tavo_configuration_options;
+/// What writing a configuration block did.
 typedef struct tavo_configuration_result {
-    uint32_t size;
+    uint32_t size;                            ///< of the record, set before the call
     uint32_t written;                         ///< 1: it was; 0: the bridge held it already, or a dry run
     uint32_t changed_bytes;                   ///< between before and after
     uint32_t spare;                           ///< 0
@@ -636,32 +655,34 @@ TAVO_API tavo_result tavo_read_neuron_id(tavo_device* device, const tavo_control
 TAVO_API tavo_result tavo_read_program_id(tavo_device* device, const tavo_control* control, uint8_t* id,
                                           tavo_error* error);
 
+/// State and counters of the Neuron.
 typedef struct tavo_neuron_status {
-    uint32_t size;
-    uint32_t node_state;   ///< 0x02 unconfigured, 0x04 configured, 0x06 hard offline (ISO/IEC 14908-1)
-    uint32_t reset_cause;  ///< raw
-    uint32_t error_log;    ///< raw
-    uint32_t version_number;
-    uint32_t model_number;
-    uint32_t transmit_errors;  ///< this and the following: counted since the last reset
-    uint32_t transaction_timeouts;
-    uint32_t receive_transactions_full;
-    uint32_t lost_messages;
-    uint32_t missed_messages;
-    uint32_t spare;             ///< 0
-    char node_state_name[48];   ///< "configured"; "unknown" for a code without a name
-    char reset_cause_name[48];  ///< "power-up"
-    char error_log_name[48];    ///< "no error"
+    uint32_t size;                       ///< of the record, set before the call
+    uint32_t node_state;                 ///< 0x02 unconfigured, 0x04 configured, 0x06 hard offline (ISO/IEC 14908-1)
+    uint32_t reset_cause;                ///< raw
+    uint32_t error_log;                  ///< raw
+    uint32_t version_number;             ///< of the firmware
+    uint32_t model_number;               ///< of the chip
+    uint32_t transmit_errors;            ///< this and the following: counted since the last reset
+    uint32_t transaction_timeouts;       ///< transactions that ended without an answer
+    uint32_t receive_transactions_full;  ///< messages dropped: no receive transaction was free
+    uint32_t lost_messages;              ///< messages dropped: no application buffer was free
+    uint32_t missed_messages;            ///< messages dropped: no network buffer was free
+    uint32_t spare;                      ///< 0
+    char node_state_name[48];            ///< "configured"; "unknown" for a code without a name
+    char reset_cause_name[48];           ///< "power-up"
+    char error_log_name[48];             ///< "no error"
 } tavo_neuron_status;
 /// As long as tavo_read_neuron_id.
 TAVO_API tavo_result tavo_read_status(tavo_device* device, const tavo_control* control, tavo_neuron_status* status,
                                       tavo_error* error);
 
 enum { TAVO_MODE_UNCONFIGURED = 0, TAVO_MODE_OFFLINE = 1, TAVO_MODE_CONFIGURED = 2, TAVO_MODE_SERVICE = 3 };
+/// Node states around a change.
 typedef struct tavo_mode_change {
-    uint32_t size;
+    uint32_t size;   ///< of the record, set before the call
     int32_t before;  ///< node state; -1: the Neuron did not answer
-    int32_t after;
+    int32_t after;   ///< as it was read back
     uint32_t spare;  ///< 0
 } tavo_mode_change;
 /// Sets the node state by message (about 1 s), or by holding both lines (service: 13 s with the start of the Neuron),
@@ -681,11 +702,11 @@ TAVO_API tavo_result tavo_press_service_pin(tavo_device* device, const tavo_cont
 
 /// An entry of the domain table (ISO/IEC 14908-1), as it travels.
 typedef struct tavo_domain {
-    uint8_t domain_id[6];
-    uint8_t subnet;
-    uint8_t node;              ///< bits 0 to 6: node number; bit 7: a flag of the entry
-    uint8_t domain_id_length;  ///< low bits: bytes of the domain ID; bit 7: a flag of the entry
-    uint8_t authentication_key[6];
+    uint8_t domain_id[6];           ///< its first bytes, as many as its length says
+    uint8_t subnet;                 ///< 1 to 255; 0: none
+    uint8_t node;                   ///< bits 0 to 6: node number; bit 7: a flag of the entry
+    uint8_t domain_id_length;       ///< low bits: bytes of the domain ID; bit 7: a flag of the entry
+    uint8_t authentication_key[6];  ///< 6 bytes
 } tavo_domain;
 /// Reads both entries. Blocks for at most about 2 s.
 /// @param table  two of them
@@ -704,7 +725,7 @@ enum { TAVO_VERDICT_OK = 0, TAVO_VERDICT_FAIL = 1, TAVO_VERDICT_SKIPPED = 2 };
 
 /// One thing that was looked at or done.
 typedef struct tavo_finding {
-    uint32_t size;
+    uint32_t size;     ///< of the record, set before the call
     uint32_t verdict;  ///< TAVO_VERDICT_...
     char item[64];     ///< of tavo_doctor: "flash ID"; empty of tavo_recover
     char text[512];    ///< what was found or done
@@ -713,6 +734,7 @@ typedef struct tavo_finding {
 
 /// Findings in the order in which they were made. Free it with tavo_free_report.
 typedef struct tavo_report tavo_report;
+/// Gives a report back; null does nothing.
 TAVO_API void tavo_free_report(tavo_report* report);
 /// How many findings there are; 0 for null.
 TAVO_API uint32_t tavo_finding_count(const tavo_report* report);
@@ -720,14 +742,16 @@ TAVO_API uint32_t tavo_finding_count(const tavo_report* report);
 TAVO_API tavo_result tavo_report_finding(const tavo_report* report, uint32_t index, tavo_finding* finding,
                                          tavo_error* error);
 
+/// What tavo_doctor and tavo_recover found.
 typedef struct tavo_health {
-    uint32_t size;
+    uint32_t size;            ///< of the record, set before the call
     uint32_t failed;          ///< findings that are failures
     tavo_device_state state;  ///< lines and SCB0 as they are; the flash, when a run was interrupted
 } tavo_health;
 
+/// How tavo_doctor looks.
 typedef struct tavo_doctor_options {
-    uint32_t size;
+    uint32_t size;                 ///< of the record, set before the call
     uint32_t keep_neuron_running;  ///< 1: leaves out the flash ID, for which the Neuron is restarted
 } tavo_doctor_options;
 /// Looks at everything from the access to the Neuron's answer, in that order; releases nothing that is held. What is
@@ -746,7 +770,7 @@ TAVO_API tavo_result tavo_recover(tavo_device* device, const tavo_control* contr
 
 /// A run that began to change a flash and was cut off: by a kill, a crash, a pulled plug.
 typedef struct tavo_interrupted_run {
-    uint32_t size;
+    uint32_t size;      ///< of the record, set before the call
     uint32_t found;     ///< 0: there is none, and the rest is empty
     uint32_t flash;     ///< TAVO_FLASH_...: what the flash holds after it
     uint32_t spare;     ///< 0

@@ -15,17 +15,19 @@
 
 namespace tavo {
 
+/// What a backup is of.
 enum class BackupKind : std::uint8_t { Flash, Configuration, Domains };
 TAVO_API const char* backupKindName(BackupKind kind);  ///< for programs: "flash", "config", "domain"
 TAVO_API const char* backupKindText(BackupKind kind);  ///< for people: "image", "configuration block", "domain table"
 
+/// One backup that this computer keeps.
 struct Backup {
-    BackupKind kind = BackupKind::Flash;
-    std::string id;      ///< "20240501-140359-3fa4b2c1d0e5": local time when it was first kept, and sha256
-    std::string path;    ///< absolute
-    std::string time;    ///< when the interface held it last, UTC: "2024-05-01T12:03:59Z"
-    std::string sha256;  ///< of the file; of an image also its identity
-    std::uint64_t bytes = 0;
+    BackupKind kind = BackupKind::Flash;  ///< what it is
+    std::string id;           ///< "20240501-140359-3fa4b2c1d0e5": local time when it was first kept, and sha256
+    std::string path;         ///< absolute
+    std::string time;         ///< when the interface held it last, UTC: "2024-05-01T12:03:59Z"
+    std::string sha256;       ///< of the file; of an image also its identity
+    std::uint64_t bytes = 0;  ///< of the file
     bool isDamaged = false;   ///< the file is not what was kept
     std::string takenBefore;  ///< what the run did then: "program /images/new.hex"; may be empty
 };
@@ -39,6 +41,7 @@ TAVO_API std::vector<Backup> backups(const DeviceDescription& device);
 /// BadArgument for a text that names several.
 TAVO_API Backup findBackup(const DeviceDescription& device, BackupKind kind, const std::string& which = "");
 
+/// How a backup is put back.
 struct RestoreOptions {
     bool noBackup = false;  ///< does not keep what is there now
 };
@@ -51,7 +54,7 @@ struct RestoreResult {
     std::vector<unsigned> domains;       ///< entries of the domain table that were changed
     std::vector<unsigned> keptKeys;      ///< entries whose key is not in the backup: the Neuron's own has stayed
     std::string backup;                  ///< file that keeps what was there before; empty: none
-    DeviceState state;
+    DeviceState state;                   ///< of the device, afterwards
 };
 
 /// Puts it back: an image as programFlash does, a block with its serial number (applies after a replug), a domain

@@ -16,27 +16,30 @@
 
 namespace tavo {
 
+/// All bytes of a configuration block.
 using ConfigurationBlock = std::array<unsigned char, 512>;
 
 /// What people and programs want to know of a block.
 struct ConfigurationFields {
-    std::string serial;
-    std::string manufacturer;
-    std::string product;
-    std::uint16_t vendorId = 0;
-    std::uint16_t productId = 0;
-    const char* scb0 = "";  ///< "SPI", "I2C", "UART", "none", "unknown"
-    unsigned maxPowerMilliamperes = 0;
-    std::string format;  ///< "1.0.3"
-    bool checksumRight = false;
-    std::string whyBad;  ///< why a bridge may not come up on USB with this block; empty when it should
+    std::string serial;                 ///< as the block has it
+    std::string manufacturer;           ///< as the block has it
+    std::string product;                ///< as the block has it
+    std::uint16_t vendorId = 0;         ///< USB vendor ID
+    std::uint16_t productId = 0;        ///< USB product ID
+    const char* scb0 = "";              ///< "SPI", "I2C", "UART", "none", "unknown"
+    unsigned maxPowerMilliamperes = 0;  ///< that the bridge asks USB for
+    std::string format;                 ///< "1.0.3"
+    bool checksumRight = false;         ///< it fits the bytes
+    std::string whyBad;                 ///< why a bridge may not come up on USB with this block; empty when it should
 };
+/// Decodes a block, also a bad one.
 TAVO_API ConfigurationFields fieldsOf(const ConfigurationBlock& block);
 
+/// One byte that differs.
 struct ByteChange {
-    std::size_t offset;
-    unsigned char before;
-    unsigned char after;
+    std::size_t offset;    ///< in the block
+    unsigned char before;  ///< as it was
+    unsigned char after;   ///< as it is to be
 };
 /// One entry a byte that differs.
 TAVO_API std::vector<ByteChange> compareConfiguration(const ConfigurationBlock& before,
@@ -57,15 +60,16 @@ TAVO_API ConfigurationBlock readConfiguration(Device& device, const Control& con
 
 /// One rewrite, thought out and not carried out.
 struct ConfigurationPlan {
-    ConfigurationBlock before{};
-    ConfigurationBlock after{};  ///< what the bridge will hold, serial number and checksum made anew
-    std::string serial;          ///< that the block will carry
-    std::string pendingSerial;   ///< set since the interface was plugged in, and lost by this rewrite; empty: none
-    std::string doing;           ///< completes "cannot ...": "set the serial number"
-    std::string action;          ///< for the log (history.h): "set-serial"
-    std::string source = {};     ///< the file that it was made from, for the log; may be empty
-    bool isEdit = false;         ///< made from the block in the bridge: written only while that is still the same
+    ConfigurationBlock before{};  ///< as it was
+    ConfigurationBlock after{};   ///< what the bridge will hold, serial number and checksum made anew
+    std::string serial;           ///< that the block will carry
+    std::string pendingSerial;    ///< set since the interface was plugged in, and lost by this rewrite; empty: none
+    std::string doing;            ///< completes "cannot ...": "set the serial number"
+    std::string action;           ///< for the log (history.h): "set-serial"
+    std::string source = {};      ///< the file that it was made from, for the log; may be empty
+    bool isEdit = false;          ///< made from the block in the bridge: written only while that is still the same
 
+    /// True when a byte is to be written.
     bool changesAnything() const { return before != after; }
 };
 
@@ -73,9 +77,12 @@ struct ConfigurationPlan {
 ///                not 1 to 32 printable ASCII characters, with nothing asked of the device.
 TAVO_API ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
                                              const std::optional<std::string>& serial, const Control& control = {});
+/// As planConfiguration: the block that is there, with another serial number.
 TAVO_API ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control = {});
+/// As planConfiguration: the block that is there, with another role of SCB0.
 TAVO_API ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control = {});
 
+/// What is kept of the block that was there.
 struct ConfigurationWriteOptions {
     std::string backup = {};  ///< writes what was there into this file too, which must not exist yet; empty: into none
     bool noBackup = false;    ///< does not keep it among the backups of the interface (backups.h)
@@ -87,8 +94,9 @@ struct ConfigurationWriteOptions {
 TAVO_API std::string writeConfiguration(Device& device, const ConfigurationPlan& plan,
                                         const ConfigurationWriteOptions& options = {}, const Control& control = {});
 
+/// What storeNeuronId did.
 struct StoredNeuronId {
-    NeuronId id;
+    NeuronId id;           ///< that the bridge keeps now
     bool written = false;  ///< false: the bridge held it already, nothing was written
 };
 /// Keeps the Neuron ID in the bridge's user flash and reads it back.

@@ -18,14 +18,14 @@ enum class Scb0Role : std::uint8_t { Other, Spi, I2c };
 
 /// One attached interface as it was found.
 struct DeviceDescription {
-    std::string serial;        ///< empty when it has none, or when it cannot be read
-    std::string path;          ///< port path, "1-4.2"; of a simulated interface "sim:" and its folder
-    std::string manufacturer;  ///< as the device tells it: not safe for a terminal, nor for a file name
-    std::string product;
-    std::string neuronId;  ///< 12 upper-case digits; empty when the bridge keeps none, or the device is in use
-    std::uint16_t vendorId = 0;
-    std::uint16_t productId = 0;
-    Scb0Role scb0 = Scb0Role::Other;
+    std::string serial;           ///< empty when it has none, or when it cannot be read
+    std::string path;             ///< port path, "1-4.2"; of a simulated interface "sim:" and its folder
+    std::string manufacturer;     ///< as the device tells it: not safe for a terminal, nor for a file name
+    std::string product;          ///< as the device tells it
+    std::string neuronId;         ///< 12 upper-case digits; empty when the bridge keeps none, or the device is in use
+    std::uint16_t vendorId = 0;   ///< USB vendor ID
+    std::uint16_t productId = 0;  ///< USB product ID
+    Scb0Role scb0 = Scb0Role::Other;    ///< role of serial block 0
     TAVO_STATUS access = TAVO_SUCCESS;  ///< TAVO_ACCESS_DENIED: this user may not open it
     std::optional<int> holder;          ///< process that has it locked; 0 when its number is unknown
     DeviceInfo info;                    ///< what the library's own operations take
@@ -35,13 +35,15 @@ struct DeviceDescription {
 
 /// How a device is named on a command line and in a program.
 struct TAVO_API DeviceSpec {
+    /// What it is.
     enum class Kind : std::uint8_t { Serial, UsbPath, NeuronId, Simulated };
-    Kind kind = Kind::Serial;
-    std::string text;  ///< without its prefix
+    Kind kind = Kind::Serial;  ///< what it is
+    std::string text;          ///< without its prefix
 
     /// "serial:TEXT", "usb:BUS-PORT", "neuron:HEX12", "sim:DIR[,OPTIONS]", or a bare serial number.
     /// Throws Error (BadArgument).
     static DeviceSpec parse(const std::string& text);
+    /// True when it may mean that device.
     bool matches(const DeviceDescription& device) const;
 };
 
@@ -77,12 +79,16 @@ public:
                        const Control& control = {});
     ~Device();
     Device(Device&& other) noexcept;  ///< other may then only be destroyed or assigned to
+    /// The other one may then only be destroyed or assigned to.
     Device& operator=(Device&& other) noexcept;
 
+    /// As it was when the device was opened.
     const DeviceDescription& description() const;
+    /// "00001234 at 1-4.2", for messages.
     std::string name() const { return description().name(); }
     /// The record that the library's own operations take and may change (serial number).
     DeviceInfo& info();
+    /// The same, not to be changed.
     const DeviceInfo& info() const;
 
 private:

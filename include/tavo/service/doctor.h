@@ -11,6 +11,7 @@
 
 namespace tavo {
 
+/// The result of a look or a step.
 enum class Verdict : std::uint8_t {
     Ok,
     Fail,
@@ -19,22 +20,25 @@ enum class Verdict : std::uint8_t {
 
 /// One thing that was looked at.
 struct Check {
-    const char* item = "";  ///< "flash ID"
-    Verdict verdict = Verdict::Ok;
-    std::string text;  ///< what was found, or why it was skipped; may be empty
-    std::string hint;  ///< what to do about a failure
+    const char* item = "";          ///< "flash ID"
+    Verdict verdict = Verdict::Ok;  ///< good, bad, or not looked at
+    std::string text;               ///< what was found, or why it was skipped; may be empty
+    std::string hint;               ///< what to do about a failure
 };
 
+/// How doctor looks.
 struct DoctorOptions {
     bool restartNeuron = true;               ///< false: leaves out the flash ID, for which the Neuron is restarted
     std::function<void(const Check&)> each;  ///< told as it is found; may be empty
 };
 
+/// What doctor found.
 struct Diagnosis {
-    std::vector<Check> checks;
+    std::vector<Check> checks;          ///< in their order
     std::optional<NeuronState> status;  ///< what the Neuron answered
     DeviceState state;  ///< the lines and SCB0 as they were found; the flash, when a run was interrupted
 
+    /// How many are bad.
     TAVO_API unsigned failed() const;
     TAVO_API const Check& check(const std::string& item) const;  ///< throws std::out_of_range
 };

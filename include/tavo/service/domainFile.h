@@ -11,20 +11,21 @@ namespace tavo {
 
 /// What an entry says.
 struct DomainFields {
-    bool inUse = false;
+    bool inUse = false;    ///< the Neuron is a member of the domain
     std::string domainId;  ///< 0, 1, 3 or 6 bytes in hexadecimal
-    unsigned subnet = 0;
-    unsigned node = 0;
-    bool isClone = false;
-    unsigned flags = 0;  ///< of the length byte, bits 3 to 6
-    std::string key;     ///< 6 bytes in hexadecimal
+    unsigned subnet = 0;   ///< 1 to 255; 0: none
+    unsigned node = 0;     ///< 1 to 127
+    bool isClone = false;  ///< other nodes may have the same address
+    unsigned flags = 0;    ///< of the length byte, bits 3 to 6
+    std::string key;       ///< 6 bytes in hexadecimal
 };
+/// Decodes a block, also a bad one.
 TAVO_API DomainFields fieldsOf(const LonAddress& entry);
 
 /// An entry of a file.
 struct DomainEntry {
-    unsigned index = 0;
-    LonAddress address;
+    unsigned index = 0;          ///< 0 or 1
+    LonAddress address;          ///< the entry
     bool hasKey = false;         ///< false: the key that is there stays
     bool isKeyReplaced = false;  ///< of a masked one: what was written then had another key
 };

@@ -41,8 +41,8 @@ enum class Knowledge : std::uint8_t {
 
 /// A memory or the node state, with the words for what is known of it.
 struct PartState {
-    Knowledge knowledge = Knowledge::Untouched;
-    std::string text;  ///< "configuration block unchanged"; empty while untouched
+    Knowledge knowledge = Knowledge::Untouched;  ///< how much is known
+    std::string text;                            ///< "configuration block unchanged"; empty while untouched
 };
 
 /// A line of the Neuron. Both are active low and rest high.
@@ -53,13 +53,13 @@ enum class Scb0State : std::uint8_t { NotLooked, GivenBack, SpiMaster, Unknown }
 
 /// What is known of the device after an operation, good or bad.
 struct TAVO_API DeviceState {
-    FlashState flash = FlashState::Untouched;
-    PartState configuration;  ///< the bridge's configuration block
-    PartState userFlash;      ///< the bridge's user flash, which keeps the Neuron ID
-    PartState node;           ///< the Neuron: node state, domain table
-    LineState resetLine = LineState::NotLooked;
-    LineState serviceLine = LineState::NotLooked;
-    Scb0State scb0 = Scb0State::NotLooked;
+    FlashState flash = FlashState::Untouched;      ///< the SPI flash
+    PartState configuration;                       ///< the bridge's configuration block
+    PartState userFlash;                           ///< the bridge's user flash, which keeps the Neuron ID
+    PartState node;                                ///< the Neuron: node state, domain table
+    LineState resetLine = LineState::NotLooked;    ///< pin 8
+    LineState serviceLine = LineState::NotLooked;  ///< pin 14
+    Scb0State scb0 = Scb0State::NotLooked;         ///< serial block 0
 
     /// True when a part is held that must not stay so: the Neuron in reset, its service line, SCB0.
     bool isSomethingHeld() const;
@@ -78,12 +78,15 @@ TAVO_API const char* statusName(TAVO_STATUS status);    ///< "TAVO_DEVICE_BUSY"
 /// Every failure of the service layer. what() says what failed, without a final period.
 class TAVO_API Error : public std::runtime_error {
 public:
+    /// The other members are filled where the failure is understood.
     Error(Problem whatKind, const std::string& text, std::string whatNext = {});
+    /// Copies all of it.
     Error(const Error&) = default;
+    /// Copies all of it.
     Error& operator=(const Error&) = default;
     ~Error() override;
 
-    Problem problem;
+    Problem problem;                    ///< a program decides by this
     std::string hint;                   ///< what to do next; may be empty
     std::optional<TAVO_STATUS> status;  ///< the library's code when the library failed
     DeviceState state;                  ///< of the device, afterwards

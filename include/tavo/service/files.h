@@ -15,10 +15,14 @@ class CancelToken;
 /// An open file descriptor with one owner.
 class TAVO_API Descriptor {
 public:
+    /// Owns the descriptor; -1: none.
     explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
     ~Descriptor();
+    /// Owns the descriptor; -1: none.
     Descriptor(Descriptor&& other) noexcept;
+    /// Gives up what it held; the other one then holds nothing.
     Descriptor& operator=(Descriptor&& other) noexcept;
+    /// The descriptor, still owned.
     int get() const { return descriptor_; }
 
 private:
@@ -30,6 +34,7 @@ TAVO_API Error fileError(const std::string& doing, int error, const std::string&
 
 /// Opens a regular file for reading. Throws Error for a missing file, a folder, one without permission.
 TAVO_API Descriptor openForReading(const std::string& path);
+/// Bytes. Throws Error.
 TAVO_API std::uint64_t sizeOf(const Descriptor& file);
 
 /// Reads up to size bytes, fewer only at the end of the file. Throws Error.
@@ -52,6 +57,7 @@ public:
     NewFile(const NewFile&) = delete;
     NewFile& operator=(const NewFile&) = delete;
 
+    /// To write to; still owned.
     int descriptor() const { return file_.get(); }
     /// By which this process opens the unfinished file.
     const std::string& temporaryPath() const { return temporary_; }

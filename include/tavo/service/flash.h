@@ -21,27 +21,27 @@ namespace tavo {
 
 /// One way to erase a part of a chip.
 struct EraseType {
-    std::uint8_t opcode = 0;
-    std::uint32_t size = 0;  ///< bytes
-    double typical = 0;      ///< seconds; 0: not told
-    double longest = 0;      ///< seconds
+    std::uint8_t opcode = 0;  ///< the command byte
+    std::uint32_t size = 0;   ///< bytes
+    double typical = 0;       ///< seconds; 0: not told
+    double longest = 0;       ///< seconds
 };
 
 /// What a flash chip tells of itself.
 struct TAVO_API FlashChip {
-    std::uint8_t maker = 0;  ///< JEDEC manufacturer ID
-    std::uint8_t memoryType = 0;
-    std::uint8_t capacityCode = 0;
-    std::uint32_t size = 0;  ///< bytes
+    std::uint8_t maker = 0;         ///< JEDEC manufacturer ID
+    std::uint8_t memoryType = 0;    ///< second byte of the JEDEC ID
+    std::uint8_t capacityCode = 0;  ///< third byte of the JEDEC ID
+    std::uint32_t size = 0;         ///< bytes
 
     // Of its own description (SFDP, JEDEC JESD216), if it has one that makes sense. Times in seconds; 0: not told.
-    bool hasSfdp = false;
+    bool hasSfdp = false;               ///< it has a description that makes sense
     std::string sfdpFault;              ///< why the one that it has is not used
     std::vector<EraseType> eraseTypes;  ///< smallest first
     double programTypical = 0;          ///< of a page
-    double programLongest = 0;
-    double eraseTypical = 0;  ///< of the whole chip
-    double eraseLongest = 0;
+    double programLongest = 0;          ///< of a page
+    double eraseTypical = 0;            ///< of the whole chip
+    double eraseLongest = 0;            ///< of the whole chip
 
     std::string makerName() const;  ///< "Winbond"; empty when unknown
     std::string idText() const;     ///< "EF 40 14"
@@ -54,6 +54,7 @@ TAVO_API std::string usualEraseTime(const FlashChip& chip);
 /// Reads the chip's ID and description. Blocks for some 0.1 s.
 TAVO_API FlashChip inspectFlash(Device& device, const Control& control = {});
 
+/// How an image is programmed.
 struct ProgramOptions {
     /// Erases the whole chip and programs every page, whatever it holds. Not with ifDifferent.
     bool full = false;
@@ -105,19 +106,20 @@ struct ProgramForecast {
 /// Throws what programFlash would throw before it touches the device; leaves no file behind.
 TAVO_API ProgramForecast forecastProgram(const Image& image, const ProgramOptions& options = {});
 
+/// What a programming did.
 struct ProgramResult {
-    FlashChip chip;
-    bool upToDate = false;  ///< the image was there already: nothing was erased or written
-    ProgramWay way = ProgramWay::Nothing;
-    std::uint32_t sectorsErased = 0;  ///< blocks of whatever size; the whole chip is none
-    std::uint32_t pagesWritten = 0;
-    std::uint32_t pagesKept = 0;  ///< held their data already
-    std::uint32_t pagesBlank = 0;
-    std::vector<std::uint32_t> retries;  ///< addresses of pages that needed another attempt: a chip that wears out
-    std::string backup;                  ///< file of what was there before: as in the options, else among the backups
-    std::string backupSha256;            ///< of the bytes of the chip
-    double seconds = 0;
-    DeviceState state;
+    FlashChip chip;                        ///< that was found
+    bool upToDate = false;                 ///< the image was there already: nothing was erased or written
+    ProgramWay way = ProgramWay::Nothing;  ///< that was taken
+    std::uint32_t sectorsErased = 0;       ///< blocks of whatever size; the whole chip is none
+    std::uint32_t pagesWritten = 0;        ///< by this run
+    std::uint32_t pagesKept = 0;           ///< held their data already
+    std::uint32_t pagesBlank = 0;          ///< of FF: the erase left them so
+    std::vector<std::uint32_t> retries;    ///< addresses of pages that needed another attempt: a chip that wears out
+    std::string backup;                    ///< file of what was there before: as in the options, else among the backups
+    std::string backupSha256;              ///< of the bytes of the chip
+    double seconds = 0;                    ///< that it took
+    DeviceState state;                     ///< of the device, afterwards
 };
 
 /// Brings the image into the chip, FF elsewhere (but see ProgramOptions::keep), by the shorter way: reads what is
@@ -129,37 +131,41 @@ struct ProgramResult {
 TAVO_API ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options = {},
                                     const Control& control = {});
 
+/// How flash and image are compared.
 struct VerifyOptions {
-    bool restBlank = false;           ///< what the image does not cover must be FF; the whole chip is read then
-    bool every = false;               ///< finds every difference, instead of stopping after the first
-    bool whole = false;               ///< reads the whole chip, also what the image does not cover
-    const ImageFile* file = nullptr;  ///< borrowed; see ProgramOptions
-    std::string imageName = {};
+    bool restBlank = false;                  ///< what the image does not cover must be FF; the whole chip is read then
+    bool every = false;                      ///< finds every difference, instead of stopping after the first
+    bool whole = false;                      ///< reads the whole chip, also what the image does not cover
+    const ImageFile* file = nullptr;         ///< borrowed; see ProgramOptions
+    std::string imageName = {};              ///< for messages
     std::optional<AddressRange> range = {};  ///< of image and chip only this part is compared
     std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
+/// How flash and image compare.
 struct VerifyResult {
-    FlashChip chip;
+    FlashChip chip;           ///< that was found
     Comparison comparison;    ///< of what was read
     Image contents;           ///< what was read
     bool isComplete = false;  ///< everything was; else a difference ended it, and more may follow
-    DeviceState state;
+    DeviceState state;        ///< of the device, afterwards
 };
 
 /// Reads what the image covers (37 ms for each 4096 bytes, and 1.6 s of waits) and compares it.
 TAVO_API VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options = {},
                                   const Control& control = {});
 
+/// What is read.
 struct ReadFlashOptions {
     std::optional<AddressRange> range = {};  ///< none: the whole chip
     std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
+/// What was read.
 struct ReadFlashResult {
-    FlashChip chip;
-    Image contents;  ///< every byte of the range
-    DeviceState state;
+    FlashChip chip;     ///< that was found
+    Image contents;     ///< every byte of the range
+    DeviceState state;  ///< of the device, afterwards
 };
 
 /// How a dump under that name is written: by its ending, else Intel HEX. Throws Error (BadArgument) for an
@@ -173,6 +179,7 @@ inline ReadFlashResult readFlash(Device& device, const Control& control = {}) {
     return readFlash(device, ReadFlashOptions{}, control);
 }
 
+/// What is erased.
 struct EraseOptions {
     /// None: the whole chip. Its borders are multiples of the chip's smallest sector, 4 KiB for one that tells nothing.
     std::optional<AddressRange> range = {};
@@ -181,12 +188,13 @@ struct EraseOptions {
     bool noBackup = false;            ///< the same
 };
 
+/// What was erased.
 struct EraseResult {
-    FlashChip chip;
+    FlashChip chip;                   ///< that was found
     std::uint32_t sectorsErased = 0;  ///< blocks of whatever size; the whole chip is none
     std::string backup;               ///< file of what was there before; empty: it was not read
-    double seconds = 0;
-    DeviceState state;
+    double seconds = 0;               ///< that it took
+    DeviceState state;                ///< of the device, afterwards
 };
 
 /// Erases the whole chip (seconds to minutes), or a part of it by sectors; the part is read afterwards, and so is what
@@ -198,20 +206,22 @@ inline EraseResult eraseFlash(Device& device, const Control& control = {}) {
     return eraseFlash(device, EraseOptions{}, control);
 }
 
+/// How far a blank check goes.
 struct BlankCheckOptions {
     bool every = false;                      ///< counts every page with data, instead of stopping after the first
     std::optional<AddressRange> range = {};  ///< none: the whole chip
     std::optional<int> clockHz = {};         ///< see ProgramOptions
 };
 
+/// What a blank check found.
 struct BlankCheckResult {
-    FlashChip chip;
-    bool blank = false;
+    FlashChip chip;                      ///< that was found
+    bool blank = false;                  ///< nothing but FF was found
     std::optional<std::uint32_t> first;  ///< address of the first byte that is not FF
     std::uint32_t pages = 0;             ///< with such a byte, in what was read
     Image contents;                      ///< what was read
     bool isComplete = false;             ///< the whole chip or range was read
-    DeviceState state;
+    DeviceState state;                   ///< of the device, afterwards
 };
 
 /// Reads the chip up to the first byte that is not FF. Times as verifyFlash.

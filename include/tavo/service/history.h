@@ -50,20 +50,21 @@ struct HistoryEntry {
     std::string action;  ///< "program", "erase", "restore", "config write", "set-serial", "scb0", "domain write"
     std::string part;    ///< what it works on: "flash", "config", "domain"
     std::string result;  ///< "done", "unchanged", "failed", "interrupted"; "started": it has not ended, or was cut off
-    std::string serial;
-    std::string path;
-    std::string neuronId;
+    std::string serial;  ///< UTF-8; empty when it has none
+    std::string path;    ///< port path, or sim: and the folder
+    std::string neuronId;     ///< counts when neuronIdValid is not 0
     std::string image;        ///< absolute path of the file that was written
     std::string sha256;       ///< identity of what was written
     std::string serialAfter;  ///< the serial number that a rewrite of the configuration block gave
     std::string backup;       ///< file name of what was there before, among the backups of the interface
     std::string state;        ///< words for what is known of the interface afterwards
-    std::string error;
-    std::string tool;    ///< version of what did it
-    std::string run;     ///< the same in the lines of one run
-    double seconds = 0;  ///< that it took
+    std::string error;        ///< what failed; empty: nothing
+    std::string tool;         ///< version of what did it
+    std::string run;          ///< the same in the lines of one run
+    double seconds = 0;       ///< that it took
 };
 
+/// What is remembered, and what of it cannot be read.
 struct History {
     std::vector<HistoryEntry> entries;  ///< oldest first
     std::vector<std::string> faults;    ///< lines and files that could not be read, for people

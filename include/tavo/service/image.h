@@ -20,12 +20,16 @@ inline constexpr std::uint32_t kAddressable = 1U << 24;
 
 /// First and last address of some bytes side by side: never empty.
 struct AddressRange {
-    std::uint32_t first;
-    std::uint32_t last;
+    std::uint32_t first;  ///< the first address
+    std::uint32_t last;   ///< the last address itself
 
+    /// Bytes.
     std::uint64_t size() const { return std::uint64_t{last} - first + 1; }
+    /// True when the address lies in it.
     bool contains(std::uint32_t address) const { return first <= address && address <= last; }
+    /// Byte for byte.
     bool operator==(const AddressRange& other) const { return first == other.first && last == other.last; }
+    /// Byte for byte.
     bool operator!=(const AddressRange& other) const { return !(*this == other); }
 };
 
@@ -34,22 +38,26 @@ class TAVO_API Image {
 public:
     Image();
     ~Image();
+    /// Copies every byte.
     Image(const Image& other);
+    /// Copies every byte.
     Image& operator=(const Image& other);
     Image(Image&& other) noexcept;  ///< other may then only be destroyed or assigned to
+    /// The other one may then only be destroyed or assigned to.
     Image& operator=(Image&& other) noexcept;
 
     /// Two bytes that were to stand in one place.
     struct Overlap {
-        std::uint32_t address;
-        std::uint8_t before;
-        std::uint8_t now;
+        std::uint32_t address;  ///< of the byte
+        std::uint8_t before;    ///< the byte that came first
+        std::uint8_t now;       ///< the byte that came later
     };
 
     /// Sets bytes; the later ones stay. address + size at most kAddressable.
     /// @return the first place where another byte stood before, if there is one
     std::optional<Overlap> add(std::uint32_t address, const std::uint8_t* bytes, std::size_t size);
 
+    /// The byte there; none in a gap.
     std::optional<std::uint8_t> at(std::uint32_t address) const;
     /// The kPageSize bytes of a page as a chip holds them after programming: FF where the image has none.
     /// Null when the image has none at all in it. The pages of one 64 KiB lie side by side in memory. Good until
@@ -58,11 +66,14 @@ public:
     /// True when the image has every byte of that page.
     bool isWhole(std::uint32_t index) const;
 
+    /// True without a byte.
     bool isEmpty() const { return count_ == 0; }
+    /// Bytes, gaps left out.
     std::uint64_t byteCount() const { return count_; }
     std::uint32_t touchedPages() const;   ///< pages with a byte
     std::uint32_t pagesWithData() const;  ///< pages with a byte that is not FF
     std::uint32_t blankPages() const;     ///< pages with bytes, all FF
+    /// Without gaps, in the order of their addresses.
     std::vector<AddressRange> ranges() const;
     /// What it has in that range.
     Image part(const AddressRange& range) const;
@@ -73,7 +84,9 @@ public:
     /// each, most significant first) and the bytes.
     std::string identity() const;
 
+    /// Byte for byte.
     bool operator==(const Image& other) const;
+    /// Byte for byte.
     bool operator!=(const Image& other) const { return !(*this == other); }
 
 private:
@@ -95,10 +108,12 @@ struct Difference {
     std::uint8_t found = 0;              ///< first byte in the chip
 };
 
+/// How an image and a chip differ.
 struct Comparison {
-    std::vector<Difference> differences;
-    std::uint64_t bytes = 0;
-    std::uint32_t pages = 0;
+    std::vector<Difference> differences;  ///< in the order of their addresses
+    std::uint64_t bytes = 0;              ///< that differ
+    std::uint32_t pages = 0;              ///< of 256 bytes with a difference
+    /// True when nothing differs.
     bool equal() const { return bytes == 0; }
 };
 
@@ -125,15 +140,16 @@ enum class MapCell : std::uint8_t {
 struct ImageMap {
     static constexpr std::uint32_t kCells = 1024;  ///< to be drawn in rows of 64, 32, 16 ...
 
+    /// Neighbouring addresses in one state.
     struct Range {
-        AddressRange range;
-        MapCell cell;
+        AddressRange range;  ///< of neighbouring cells
+        MapCell cell;        ///< what is there
     };
 
-    std::uint32_t size = 0;      ///< bytes that the grid stands for
-    std::uint32_t cellSize = 0;  ///< bytes of a cell
-    std::array<MapCell, kCells> cells{};
-    std::vector<Range> ranges;  ///< pages side by side that show the same; together the whole chip
+    std::uint32_t size = 0;               ///< bytes that the grid stands for
+    std::uint32_t cellSize = 0;           ///< bytes of a cell
+    std::array<MapCell, kCells> cells{};  ///< row by row, the lowest address first
+    std::vector<Range> ranges;            ///< pages side by side that show the same; together the whole chip
 };
 
 /// @param chipSize  bytes; 0: the smallest power of two that holds the image
@@ -143,9 +159,10 @@ TAVO_API ImageMap mapComparison(const Image& wanted, const Image& chip, std::uin
 /// Data, Erased and Unread.
 TAVO_API ImageMap mapContents(const Image& chip, std::uint32_t chipSize);
 
+/// How often a state is on a map.
 struct MapCount {
-    MapCell cell;
-    std::uint32_t count;
+    MapCell cell;         ///< what is there
+    std::uint32_t count;  ///< how many cells
 };
 /// What occurs in a map, and in how many cells.
 TAVO_API std::vector<MapCount> mapLegend(const ImageMap& map);

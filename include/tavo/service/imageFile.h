@@ -15,6 +15,7 @@ namespace tavo {
 
 class CancelToken;
 
+/// What an image file is.
 enum class Format : std::uint8_t { Automatic, Hex, SRecord, Binary, Elf };
 
 TAVO_API const char* formatName(Format format);  ///< for people: "Intel HEX", "Motorola S-record" ...
@@ -26,6 +27,7 @@ TAVO_API Format formatByName(const std::string& path);
 /// of something that is not written: ELF, gzip.
 TAVO_API Format formatToWrite(const std::string& path);
 
+/// How a file is read.
 struct ReadOptions {
     /// Automatic: told by the content, and raw binary by the name's ending (.bin).
     Format format = Format::Automatic;
@@ -45,9 +47,10 @@ struct ReadOptions {
     const CancelToken* cancel = nullptr;
 };
 
+/// One fault of a file, with its place and its remedy.
 struct ImageFault {
-    std::uint64_t line = 0;  ///< from 1; 0: of the file as a whole, or of a format without lines
-    std::string text;
+    std::uint64_t line = 0;                    ///< from 1; 0: of the file as a whole, or of a format without lines
+    std::string text;                          ///< what is wrong
     std::string hint;                          ///< what to do about it
     std::optional<std::uint64_t> offset = {};  ///< in the unpacked file, of a format without lines
 };
@@ -57,8 +60,8 @@ TAVO_API std::string faultText(const ImageFault& fault);
 
 /// Bytes that one record of the file carries.
 struct ImagePiece {
-    std::uint32_t address;
-    std::uint32_t size;
+    std::uint32_t address;  ///< of its first byte
+    std::uint32_t size;     ///< bytes
 };
 
 /// What was found in a file.
@@ -66,28 +69,30 @@ struct TAVO_API ImageFile {
     /// Faults kept with their text; the rest is counted. What many lines have in common is one fault.
     static constexpr std::size_t kListedFaults = 20;
 
-    Image image;  ///< as far as it could be read, when there are faults
-    Format format = Format::Automatic;
-    std::vector<ImageFault> faults;  ///< by line or offset
-    std::uint64_t faultCount = 0;
-    bool endOfFileRecord = false;      ///< also true when the format has none and the file is whole
-    std::uint64_t fileBytes = 0;       ///< as stored, before any unpacking
-    std::string sha256;                ///< of the file as stored; empty when it was not read to its end, or not wanted
-    std::vector<std::string> changes;  ///< how the image differs in form from what strict reading takes
-    std::vector<ImagePiece> pieces;    ///< in the order of the file; see ReadOptions::keepPieces
+    Image image;                        ///< as far as it could be read, when there are faults
+    Format format = Format::Automatic;  ///< what the file is
+    std::vector<ImageFault> faults;     ///< by line or offset
+    std::uint64_t faultCount = 0;       ///< also those that are not listed
+    bool endOfFileRecord = false;       ///< also true when the format has none and the file is whole
+    std::uint64_t fileBytes = 0;        ///< as stored, before any unpacking
+    std::string sha256;                 ///< of the file as stored; empty when it was not read to its end, or not wanted
+    std::vector<std::string> changes;   ///< how the image differs in form from what strict reading takes
+    std::vector<ImagePiece> pieces;     ///< in the order of the file; see ReadOptions::keepPieces
 
+    /// True without a fault.
     bool isGood() const { return faultCount == 0; }
 
     /// The fault of data that a chip of that size cannot hold, if there are any: for a chip that became
     /// known after the reading. The line or offset is told when the size is a power of two.
     std::optional<ImageFault> faultAbove(std::uint32_t chipSize) const;
 
+    /// Which line or offset brought the highest address.
     struct Reach {
-        std::uint64_t line = 0;
-        std::uint64_t lines = 0;
-        std::uint32_t first = 0;
-        std::uint32_t last = 0;
-        std::uint64_t offset = 0;
+        std::uint64_t line = 0;    ///< where it ends
+        std::uint64_t lines = 0;   ///< in all
+        std::uint32_t first = 0;   ///< address of the first byte
+        std::uint32_t last = 0;    ///< address of the last byte
+        std::uint64_t offset = 0;  ///< in the file
     };
     /// The first record that ends at 2^(i-1) to 2^i - 1, and how many do.
     std::array<Reach, 25> reaches{};
@@ -107,8 +112,10 @@ TAVO_API Image readImage(const std::string& path, const ReadOptions& options = {
 
 /// What to throw for a file with faults: names the first one; all of them are details.
 TAVO_API Error refusal(const std::string& name, const ImageFile& file);
+/// The failure of a file with that fault.
 TAVO_API Error refusal(const std::string& name, const ImageFault& fault);
 
+/// How an image is written.
 struct WriteOptions {
     Format format = Format::Hex;     ///< Hex, SRecord or Binary
     std::uint32_t recordBytes = 32;  ///< data bytes of a record, 1 to 255 (S-record: 251)
@@ -116,6 +123,7 @@ struct WriteOptions {
     std::vector<ImagePiece> pieces;  ///< write records of these bytes in this order; empty: by address
 };
 
+/// What writeImage wrote.
 struct WrittenImage {
     std::uint64_t bytes = 0;  ///< of the file
     std::string sha256;       ///< of the file

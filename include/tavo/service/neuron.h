@@ -24,6 +24,7 @@ TAVO_API NeuronState readStatus(Device& device, const Control& control = {});
 /// The 48-bit Neuron ID from the Neuron itself. As long as readStatus.
 TAVO_API NeuronId readNeuronId(Device& device, const Control& control = {});
 
+/// Eight bytes, as the Neuron sends them.
 using ProgramId = std::array<unsigned char, 8>;
 /// The program ID of the application in the Neuron. As long as readStatus.
 TAVO_API ProgramId readProgramId(Device& device, const Control& control = {});
@@ -31,9 +32,10 @@ TAVO_API ProgramId readProgramId(Device& device, const Control& control = {});
 /// What setMode sets. Service holds the reset line and then the service line, 11.5 s in all.
 enum class Mode : std::uint8_t { Unconfigured, Offline, Configured, Service };
 
+/// Node states around a change.
 struct ModeChange {
     std::optional<NeuronState> before;  ///< none: the Neuron did not answer
-    std::optional<NeuronState> after;
+    std::optional<NeuronState> after;   ///< as it was read back
 };
 
 /// The node state that the Neuron has after a mode was set: 0x02, 0x06, 0x04, 0x02.
@@ -45,6 +47,7 @@ TAVO_API const char* modeName(Mode mode);
 /// reads it before and after. Error: DeviceFailed when the Neuron answers and is in another state than asked for.
 TAVO_API ModeChange setMode(Device& device, Mode mode, const Control& control = {});
 
+/// The reset line, or a message.
 enum class ResetBy : std::uint8_t {
     Line,     ///< 25 ms low, then 1.5 s until the Neuron has booted
     Message,  ///< waits for the network interface's notice, at most 65 s, then 1 s
@@ -56,10 +59,12 @@ TAVO_API double reset(Device& device, ResetBy by = ResetBy::Line, const Control&
 /// @return seconds taken
 TAVO_API double pressServicePin(Device& device, const Control& control = {});
 
+/// Both entries.
 using DomainTable = std::array<LonAddress, 2>;
 /// Both entries of the domain table. About twice as long as readStatus at most.
 TAVO_API DomainTable readDomainTable(Device& device, const Control& control = {});
 
+/// What is kept of the table that was there.
 struct DomainWriteOptions {
     /// May be null; receives the indexes of the entries that differ from before, also when this throws.
     std::vector<unsigned>* changed = nullptr;
@@ -76,8 +81,11 @@ TAVO_API std::string writeDomainTable(Device& device, const DomainTable& before,
                                       const DomainWriteOptions& options = {}, const Control& control = {});
 
 // Names of ISO/IEC 14908-1; "unknown" for a code without one.
+/// In words; "unknown" for a code that none is.
 TAVO_API const char* nodeStateName(std::uint8_t state);
+/// In words; "unknown" for a code that none is.
 TAVO_API const char* resetCauseName(std::uint8_t cause);
+/// In words; "unknown" for a code that none is.
 TAVO_API const char* errorLogName(std::uint8_t error);
 TAVO_API std::string named(const char* name, std::uint8_t raw);  ///< "configured (0x04)"
 

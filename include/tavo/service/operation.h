@@ -15,8 +15,11 @@ namespace tavo {
 /// caller; must outlive the operations it is given to.
 class CancelToken {
 public:
+    /// Stops what runs with this token; may be called from a signal handler.
     void cancel() noexcept { isSet_.store(true, std::memory_order_relaxed); }
+    /// For another operation with the same token.
     void reset() noexcept { isSet_.store(false, std::memory_order_relaxed); }
+    /// True from cancel to reset.
     bool isCancelled() const noexcept { return isSet_.load(std::memory_order_relaxed); }
 
 private:
@@ -24,6 +27,7 @@ private:
     static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may set it");
 };
 
+/// A part of an operation.
 enum class Phase : std::uint8_t {
     None,
     Wait,
@@ -42,6 +46,7 @@ TAVO_API const char* phaseName(Phase phase);  ///< "erase", "service mode" ...
 
 /// One thing that an operation tells while it works, on the thread that called it.
 struct Event {
+    /// What it is.
     enum class Kind : std::uint8_t {
         PhaseBegins,  ///< phase; total bytes, 0 without measure; seconds, of a wait of known length; text: how long it
                       ///< usually takes
@@ -52,14 +57,14 @@ struct Event {
         Warning,      ///< text, hint
         Step,         ///< text: for a log
     };
-    Kind kind = Kind::Step;
-    Phase phase = Phase::None;
-    std::uint64_t done = 0;   ///< bytes
-    std::uint64_t total = 0;  ///< bytes
-    std::uint32_t address = 0;
-    double seconds = 0;
-    std::string text = {};
-    std::string hint = {};
+    Kind kind = Kind::Step;     ///< what it is
+    Phase phase = Phase::None;  ///< that it belongs to
+    std::uint64_t done = 0;     ///< bytes
+    std::uint64_t total = 0;    ///< bytes
+    std::uint32_t address = 0;  ///< of Retry
+    double seconds = 0;         ///< of PhaseBegins: that it will take, 0 when unknown
+    std::string text = {};      ///< for people
+    std::string hint = {};      ///< of Warning: what to do next
 };
 
 /// Called often (every page): must return soon. An exception from it ends the operation after its releases.
@@ -67,7 +72,7 @@ using Observer = std::function<void(const Event&)>;
 
 /// Both are optional.
 struct Control {
-    Observer observer;
+    Observer observer;                    ///< called at each event; may be null
     const CancelToken* cancel = nullptr;  ///< borrowed
 };
 

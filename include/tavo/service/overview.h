@@ -17,8 +17,8 @@ namespace tavo {
 /// What a part told, or why it did not.
 template <typename T>
 struct Told {
-    std::optional<T> value;
-    std::string why;
+    std::optional<T> value;  ///< none: see why
+    std::string why;         ///< why there is no value
 };
 
 /// A part of the interface in one line of a picture.
@@ -36,20 +36,22 @@ enum class FlashLook : std::uint8_t {
     Always,
 };
 
+/// How much overview looks at.
 struct OverviewOptions {
-    FlashLook flash = FlashLook::IfSilent;
+    FlashLook flash = FlashLook::IfSilent;  ///< the chip
 };
 
+/// What is in an interface; what cannot be told says why.
 struct Overview {
-    std::vector<Part> parts;        ///< in the order of Part::name
-    Told<std::uint32_t> siliconId;  ///< of the bridge
-    Told<NeuronId> neuronId;        ///< as the Neuron itself tells it
-    Told<ProgramId> programId;
-    Told<NeuronState> status;
-    Told<FlashChip> flash;
-    bool neuronRestarted = false;
-    std::optional<InterruptedRun> interrupted;
-    DeviceState state;
+    std::vector<Part> parts;                    ///< in the order of Part::name
+    Told<std::uint32_t> siliconId;              ///< of the bridge
+    Told<NeuronId> neuronId;                    ///< as the Neuron itself tells it
+    Told<ProgramId> programId;                  ///< of the application
+    Told<NeuronState> status;                   ///< of the Neuron
+    Told<FlashChip> flash;                      ///< the chip
+    bool neuronRestarted = false;               ///< the look at the flash restarts it
+    std::optional<InterruptedRun> interrupted;  ///< a run on this flash that was cut off
+    DeviceState state;                          ///< of the device, afterwards
 };
 
 /// Looks at everything that doctor() looks at, then asks bridge, Neuron and, last, flash. Parts that do not answer

@@ -15,9 +15,10 @@ namespace tavo {
 /// "65536", "0x10000", "64K", "1M" (1024 of 1024 bytes). Empty for anything else and for more than 4G.
 TAVO_API std::optional<std::uint64_t> parseNumber(const std::string& text);
 
+/// A range of a layout file.
 struct NamedRange {
-    std::string name;
-    AddressRange range;
+    std::string name;    ///< as the layout has it
+    AddressRange range;  ///< that it names
 };
 
 /// "FIRST-LAST", "FIRST+SIZE" (numbers as parseNumber takes them) or a name of the layout. Throws Error (BadArgument)

@@ -11,21 +11,24 @@
 
 namespace tavo {
 
+/// One step of recover.
 struct RecoverStep {
-    std::string text;  ///< what was done or seen: "service line released (pin 14 high)"
-    Verdict verdict = Verdict::Ok;
-    std::string why;  ///< of a failure, or of a step that was left out
+    std::string text;               ///< what was done or seen: "service line released (pin 14 high)"
+    Verdict verdict = Verdict::Ok;  ///< good, bad, or not looked at
+    std::string why;                ///< of a failure, or of a step that was left out
 };
 
+/// Who is told of each step.
 struct RecoverOptions {
     std::function<void(const RecoverStep&)>
         each;  ///< told as it is done, also before a failure is thrown; may be empty
 };
 
+/// What recover did.
 struct Recovery {
-    std::vector<RecoverStep> steps;
+    std::vector<RecoverStep> steps;             ///< in their order
     std::optional<InterruptedRun> interrupted;  ///< the flash still lacks its image
-    DeviceState state;
+    DeviceState state;                          ///< of the device, afterwards
 };
 
 /// Ends an SPI transfer that was cut off, gives SCB0 back, releases the service and the reset line, leaves the

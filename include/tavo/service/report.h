@@ -20,47 +20,49 @@ namespace tavo {
 
 /// One row of a table: "serial number", "00001234".
 struct JobFact {
-    std::string name;
-    std::string value;
+    std::string name;   ///< what it is called
+    std::string value;  ///< of it
 };
 
 /// A phase of the work that has ended.
 struct JobPhase {
-    std::string name;
+    std::string name;     ///< what it is called
     std::string outcome;  ///< "done", "stopped"
-    double seconds = 0;
-    std::string remark;
+    double seconds = 0;   ///< that it took
+    std::string remark;   ///< about it; may be empty
 };
 
 /// A warning, or what ended the work.
 struct JobMessage {
-    bool isError = false;
-    std::string text;
-    std::string hint;
+    bool isError = false;                   ///< else a warning
+    std::string text;                       ///< without a final period
+    std::string hint;                       ///< what to do next; may be empty
     std::vector<std::string> details = {};  ///< more about text, one below the other
 };
 
+/// How the work of a page ended.
 enum class JobResult : std::uint8_t { Done, Differs, Failed };
 
 /// Everything that a page tells; what is empty is left out. Texts may come from anywhere: they are escaped.
 struct JobReport {
-    std::string title;  ///< "verify image.hex"
-    std::string tool;   ///< "tavo-util 1.2.0"
-    JobResult result = JobResult::Failed;
-    std::string summary;  ///< the result in a line
-    std::string state;    ///< what is known of the device afterwards: DeviceState::text()
-    std::chrono::system_clock::time_point started = std::chrono::system_clock::now();
-    double seconds = 0;
-    std::vector<JobMessage> messages;
-    std::vector<JobFact> device;
-    std::vector<JobFact> image;
-    std::vector<JobFact> work;  ///< figures of the result: "pages written", "205"
-    std::optional<ImageMap> map;
-    std::optional<Comparison> comparison;
-    bool isComplete = true;          ///< of the comparison: everything was read
-    std::vector<ImageFault> faults;  ///< of the file
-    std::optional<StatusHistory> watch;
-    std::vector<JobPhase> phases;
+    std::string title;                     ///< "verify image.hex"
+    std::string tool;                      ///< "tavo-util 1.2.0"
+    JobResult result = JobResult::Failed;  ///< how it ended
+    std::string summary;                   ///< the result in a line
+    std::string state;                     ///< what is known of the device afterwards: DeviceState::text()
+    std::chrono::system_clock::time_point started =
+        std::chrono::system_clock::now();  ///< by the clock of this computer
+    double seconds = 0;                    ///< that it took
+    std::vector<JobMessage> messages;      ///< in their order
+    std::vector<JobFact> device;           ///< facts of the interface
+    std::vector<JobFact> image;            ///< facts of the file
+    std::vector<JobFact> work;             ///< figures of the result: "pages written", "205"
+    std::optional<ImageMap> map;           ///< of the chip
+    std::optional<Comparison> comparison;  ///< of image and chip
+    bool isComplete = true;                ///< of the comparison: everything was read
+    std::vector<ImageFault> faults;        ///< of the file
+    std::optional<StatusHistory> watch;    ///< what the counters did
+    std::vector<JobPhase> phases;          ///< in their order
 };
 
 /// Serial number, port, product, Neuron ID; the chip when it is known.

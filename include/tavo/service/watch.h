@@ -21,10 +21,12 @@ struct StatusCounter {
     const char* label;    ///< for people: "transmit errors"
     const char* meaning;  ///< what has happened each time, and where to look: one line
 };
-inline constexpr std::size_t kStatusCounters = 5;
+inline constexpr std::size_t kStatusCounters = 5;                ///< how many there are
 TAVO_API const StatusCounter& statusCounter(std::size_t index);  ///< 0 to 4, in the order of NeuronState
 
+/// One number for each counter.
 using Counts = std::array<std::uint32_t, kStatusCounters>;
+/// The counters of a status.
 TAVO_API Counts countsOf(const NeuronState& state);
 
 /// One look at the status.
@@ -38,18 +40,21 @@ struct StatusLook {
 
 /// What was seen while a status was watched. A value: it can be drawn, stored and compared.
 struct TAVO_API StatusHistory {
-    std::chrono::system_clock::time_point started;
-    std::vector<StatusLook> looks;
+    std::chrono::system_clock::time_point started;  ///< by the clock of this computer
+    std::vector<StatusLook> looks;                  ///< in their order
     Counts total{};  ///< change since the first look that was answered, over everything that was set back
 
     /// Takes one more look. A count below the one before went over FFFF, when the step is small and the Neuron was not
     /// reset in between; otherwise all of them were set back to 0.
     const StatusLook& add(double seconds, const std::optional<NeuronState>& status, const std::string& why = "");
     const StatusLook* lastAnswered() const;  ///< null: none was
+    /// Looks without an answer.
     std::size_t unanswered() const;
+    /// How often the counters began anew.
     std::size_t timesCleared() const;
 };
 
+/// How often and how long watchStatus looks.
 struct WatchOptions {
     unsigned intervalMs = 2000;  ///< from the start of a look to the start of the next one
     std::size_t looks = 0;       ///< 0: until cancelled
