@@ -433,14 +433,15 @@ TEST_F(UsbTest, WrongArgumentsSendNothing) {
 TEST_F(UsbTest, AnSpiConfigurationIsThe16ByteRecordOfItsBlock) {
     handle = open(1);
     expectFirstReset(1);
-    expect({control("C0 C2 8000 0000 16", {0xA0, 0xBB, 0x0D, 0, 8, 0, 0, 1, 0, 1, 1, 0, 0, 0, 0, 0})});
+    expect({control("C0 C2 8000 0000 16", {0xA0, 0xBB, 0x0D, 0, 8, 0, 0, 1, 0, 1, 1, 1, 0, 0, 0, 0})});
     CY_SPI_CONFIG config{};
     EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
     EXPECT_EQ(config.frequency, 900000U);
+    EXPECT_TRUE(config.isCpha && !config.isCpol);
     EXPECT_TRUE(config.isMsbFirst && !config.isMaster && config.isContinuousMode && config.isSelectPrecede);
     config.isMaster = true;
     // isSelectPrecede goes back as it was read: the chip's own configuration block has it set.
-    expect({control("40 C3 8000 0000 16 | A0 BB 0D 00 08 00 00 01 01 01 01 00 00 00 00 00")});
+    expect({control("40 C3 8000 0000 16 | A0 BB 0D 00 08 00 00 01 01 01 01 01 00 00 00 00")});
     EXPECT_EQ(CySetSpiConfig(handle, &config), CY_SUCCESS);
 }
 
