@@ -846,17 +846,26 @@ TEST(FlashPlan, IsTheShorterWay) {
     }
 }
 
-TEST_F(Flash, AChipThatDiffersThroughoutIsNotReadToItsEnd) {
-    options.folder.clear();
+TEST_F(Flash, AChipThatDiffersThroughoutIsReadToItsEndOnlyToBeKept) {
+    options.folder = folder + "/large";
     options.flashSize = 1U << 20;
-    fresh();
-    const Bytes before = noise(cells().size(), 7);
-    std::copy(before.begin(), before.end(), cells().begin());
-    const tavo::Image wanted = imageOf({{0, noise(cells().size(), 8)}});
-    EXPECT_EQ(programFlash(device(), wanted).way, tavo::ProgramWay::Full);
-    EXPECT_TRUE(holds(wanted));
-    EXPECT_EQ(rig.board().flash.reads,
-              16u + 17 + 1 + 256);  // samples, the proof of a long read, the first window, the comparison
+    const Bytes other = noise(options.flashSize, 7);
+    const tavo::Image wanted = imageOf({{0, noise(options.flashSize, 8)}});
+    const struct {
+        Bytes before;
+        bool noBackup;
+        unsigned reads;  // samples or all, and 17 to prove a long read: twice where FF proves nothing
+    } cases[] = {{other, true, 16 + 17}, {Bytes(options.flashSize, 0xFF), false, 16 + 34}, {other, false, 256 + 17}};
+    for (const auto& each : cases) {
+        fresh();
+        std::copy(each.before.begin(), each.before.end(), cells().begin());
+        rig.board().flash.reads = 0;
+        const tavo::ProgramResult result = programFlash(device(), wanted, {.noBackup = each.noBackup});
+        EXPECT_EQ(result.way, tavo::ProgramWay::Full);
+        EXPECT_EQ(result.backup.empty(), each.reads < 256);
+        EXPECT_EQ(rig.board().flash.reads, each.reads + 1 + 256);  // the first window is compared at once, then all
+        EXPECT_TRUE(holds(wanted));
+    }
     std::fill_n(cells().begin() + 0x8000, 0x1000, std::uint8_t{0});
     EXPECT_EQ(programFlash(device(), wanted).pagesWritten, 16u);
     EXPECT_TRUE(holds(wanted));

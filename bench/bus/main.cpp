@@ -83,9 +83,9 @@ private:
         names_.push_back(name);
         traffic_[name] = bridge_.traffic() - before;
     }
-    void program(const std::string& name, const Bytes& before, const Bytes& wanted) {
+    void program(const std::string& name, const Bytes& before, const Bytes& wanted, bool noBackup = false) {
         bridge_.hold(before);
-        measure(name, [&] { tavo::programFlash(device_, imageOf(wanted)); });
+        measure(name, [&] { tavo::programFlash(device_, imageOf(wanted), {.noBackup = noBackup}); });
         require(bridge_.contents() == wanted, name + ": other bytes on the chip");
     }
     void ofTheLibrary();
@@ -122,7 +122,9 @@ void Jobs::ofTheLibrary() {
 
 void Jobs::ofTheService() {
     measure("erase", [&] { tavo::eraseFlash(device_); });
-    program("program", noise(image_.size(), 2), image_);
+    program("program, blank chip", Bytes(image_.size(), 0xFF), image_);
+    program("program, other image kept", noise(image_.size(), 2), image_);
+    program("program, other, not kept", noise(image_.size(), 2), image_, true);
     program("program, there already", image_, image_);
     Bytes changed = image_;
     const Bytes other = noise(image_.size() / kPage / 20 * kPage, 3);  // 5 % of the pages
@@ -172,8 +174,11 @@ bool Jobs::printGoals() const {
     };
     const Goal goals[] = {
         {"transfers a page, programSpiFlash", perPage("programSpiFlash", "eraseSpiFlash"), 15.3, false},
-        {"transfers a page, program", perPage("program", "erase"), 10, false},
-        {"frames of program, before = 1", frames("program") / kProgramBefore, 0.45, true},
+        {"transfers a page, program, blank chip", perPage("program, blank chip", "erase"), 10, false},
+        {"transfers a page, other image kept", perPage("program, other image kept", "erase"), 10, false},
+        {"frames of program, blank chip, before = 1", frames("program, blank chip") / kProgramBefore, 0.45, true},
+        {"frames, other image kept", frames("program, other image kept") / kProgramBefore, 0.45, true},
+        {"frames, other image not kept", frames("program, other, not kept") / kProgramBefore, 0.45, true},
         {"frames of a dump over SPI clock", frames("dump") / clock, 1.06, false},
         {"program of what is there, over a dump", frames("program, there already") / frames("dump"), 1.1, true},
         {"program of 5 % changed, over all before", frames("program, 5 % changed") / kProgramBefore, 0.3, true},

@@ -51,8 +51,8 @@ void convert(Session& session, const Options& options) {
     if (session.options.dryRun) {
         report.line("would write " + options.out + ": " + pages);
     } else {
-        const auto written = tavo::writeImage(file.image, toOutput ? STDOUT_FILENO : out->descriptor(),
-                                              outputName(options.out), writing);
+        const auto written =
+            tavo::writeImage(file.image, out ? out->descriptor() : STDOUT_FILENO, outputName(options.out), writing);
         report.result["file_sha256"] = written.sha256;
         if (out) out->commit();
         tell(session, toOutput, options.out + ": " + pages + ", sha256 " + file.image.identity());

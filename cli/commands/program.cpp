@@ -71,7 +71,7 @@ void program(Session& session, Options& options) {
     const auto done = tavo::programFlash(session.device(), file->image, options.how, session.control());
     session.report.state = done.state;
     tellProgrammed(session, done);
-    if (done.way == tavo::ProgramWay::Full && done.backup.empty() && !options.how.noBackup)
+    if (options.how.full && done.backup.empty() && !options.how.noBackup)
         session.report.note("what was there before is not kept, as it was not read; --backup OUT reads it");
     if (!session.hasPage()) return;
     session.job.map = tavo::mapImage(wanted, done.chip.size);

@@ -192,11 +192,12 @@ void waitForBoot(Operation& op) {
 AddressRange partOf(Operation& op, const FlashChip& chip, const std::optional<AddressRange>& range) {
     if (!range) requireAddressable(op, chip);
     if (!range) return {0, chip.size - 1};
-    if (range->last < chip.size) return *range;
-    op.fail(
-        Error(Problem::BadArgument,
-              "the range " + rangeText(*range) + " reaches above the chip's last address, " + hexAddress(chip.size - 1),
-              "the chip holds " + sizeText(chip.size) + ": end the range in it"));
+    if (range->last >= chip.size)
+        op.fail(Error(
+            Problem::BadArgument,
+            "the range " + rangeText(*range) + " reaches above the chip's last address, " + hexAddress(chip.size - 1),
+            "the chip holds " + sizeText(chip.size) + ": end the range in it"));
+    return *range;
 }
 
 Image partOfImage(const Image& image, const AddressRange& range, const std::string& name, bool needsData) {

@@ -125,13 +125,15 @@ private:
     std::uint64_t compared_ = 0;                  // bytes
 };
 
-/// All of the chip; nothing when a part of it tells that the whole erase is the shorter way.
+/// All of the chip; nothing when a part of it tells that the whole erase is the shorter way, and that there is
+/// nothing to be kept: an image that nobody has a copy of is worth more than the seconds its reading takes.
 std::optional<Image> Programming::readForPlan(FlashReader& reader) {
     const ReadOrder order = readOrder(result_.chip, image_);
     std::uint32_t read = 0;
     bool stopped = false;
     Image before = readRanges(op_, reader, order.ranges, Phase::Read, [&](const Image& known, const AddressRange&) {
-        stopped = ++read == order.samples && isFullShorter(result_.chip, image_, known, clockHz(options_));
+        stopped = ++read == order.samples && isFullShorter(result_.chip, image_, known, clockHz(options_)) &&
+                  (options_.noBackup || known.pagesWithData() == 0);
         return !stopped;
     });
     if (stopped) return std::nullopt;

@@ -200,7 +200,7 @@ Error noBackup(const DeviceDescription& device, BackupKind kind, const std::stri
         which.empty() ? std::string("no ") + rowOf(kind).text + " of " + device.name() + " is kept here"
                       : "no " + std::string(rowOf(kind).text) + " of " + device.name() + " is kept here as " + which;
     const std::string why = kind == BackupKind::Flash && which.empty()
-                                ? "what a run did not read it cannot keep: --backup OUT reads it; "
+                                ? "program --full and erase keep nothing without --backup OUT; "
                                 : "";
     return {Problem::FileSystem, what, why + "tavo-util restore --list shows what there is"};
 }

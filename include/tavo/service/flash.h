@@ -72,8 +72,8 @@ struct ProgramOptions {
     /// Saves the whole flash under this name before the erase; the ending tells the format (.hex, .srec,
     /// .bin). Must not exist yet. Empty: no backup.
     std::string backup = {};
-    /// Keeps nothing among the backups of the interface (backups.h). Otherwise what was in the chip is kept there when
-    /// all of it was read, for the plan or for a backup.
+    /// Keeps nothing among the backups of the interface (backups.h). Otherwise what was in the chip is kept there,
+    /// unless it looks blank or full is given without a backup: then it is not read to its end.
     bool noBackup = false;
     /// For messages, and for what this host remembers of a run that is cut off.
     std::string imageName = {};
