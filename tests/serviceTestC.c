@@ -213,7 +213,8 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     tavo_free_image(read);
     GOOD(tavo_dump_flash(device, &part, in(folder, "part.bin"), NULL, NULL, NULL, &file, &problem));
     CHECK(file.bytes == 0x1000);
-    GOOD(tavo_erase_flash(device, &part, NULL, &result, &problem));
+    tavo_erase_options gone = {.size = sizeof gone, .has_range = 1, .range = part.range};
+    GOOD(tavo_erase_flash(device, &gone, NULL, &result, &problem));
     CHECK(result.sectors_erased == 1);
     const tavo_verify_options first = {.size = sizeof first, .has_range = 1, .range = {0, 0xFFF}};
     GOOD(tavo_verify_flash(device, image, &first, NULL, &compared, &problem));
@@ -221,8 +222,14 @@ void cProgramsAndReadsTheFlash(const char* folder) {
     const tavo_blank_check_options second = {.size = sizeof second, .has_range = 1, .range = part.range};
     GOOD(tavo_blank_check_flash(device, &second, NULL, &blank, &problem));
     CHECK(blank.blank);
-    part.range.last = 0x1FFE;
-    CHECK(tavo_erase_flash(device, &part, NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+    gone.clock_hz = 3000001;
+    CHECK(tavo_erase_flash(device, &gone, NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+    gone.clock_hz = 0;
+    part.clock_hz = 3000000;
+    GOOD(tavo_read_flash(device, &part, NULL, &read, NULL, &problem));
+    tavo_free_image(read);
+    gone.range.last = 0x1FFE;
+    CHECK(tavo_erase_flash(device, &gone, NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
     part.range.last = 0;
     CHECK(tavo_read_flash(device, &part, NULL, &read, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
     GOOD(tavo_erase_flash(device, NULL, NULL, &result, &problem));
@@ -302,7 +309,7 @@ void cTalksToTheNeuron(void) {
     table[1].subnet = 3;
     table[1].node = 9 | 0x80;
     uint32_t changed = 0;
-    GOOD(tavo_write_domain_table(device, NULL, table, NULL, &changed, &problem));
+    GOOD(tavo_write_domain_table(device, NULL, table, NULL, NULL, &changed, &problem));
     CHECK(changed == 2);
     GOOD(tavo_read_domain_table(device, NULL, again, &problem));
     CHECK(again[1].subnet == 3 && again[1].node == (9 | 0x80) && again[1].domain_id[0] == 0x7A);
@@ -323,6 +330,73 @@ void cLooksForWhatIsWrong(void) {
     GOOD(tavo_recover(device, NULL, &health, &report, &problem));
     CHECK(tavo_finding_count(report) > 3 && health.state.reset_line == TAVO_LINE_RELEASED);
     tavo_free_report(report);
+    tavo_close_device(device);
+}
+
+void cPutsBackWhatWasThere(void) {
+    tavo_device* device = opened();
+    tavo_domain before[2];
+    tavo_domain table[2];
+    GOOD(tavo_read_domain_table(device, NULL, before, &problem));
+    memcpy(table, before, sizeof table);
+    table[0].node ^= 1;
+    const tavo_domain_options keys = {.size = sizeof keys, .keep_keys = 1};
+    GOOD(tavo_write_domain_table(device, before, table, &keys, NULL, NULL, &problem));
+    GOOD(tavo_set_serial_number(device, "NEW", NULL, NULL, NULL, &problem));
+    tavo_backup_list* list = NULL;
+    GOOD(tavo_find_backups(device, &list, &problem));
+    CHECK(tavo_backup_count(list) == 2);
+    tavo_backup backup = {.size = sizeof backup};
+    GOOD(tavo_listed_backup(list, 0, &backup, &problem));
+    if (backup.kind != TAVO_BACKUP_CONFIGURATION) GOOD(tavo_listed_backup(list, 1, &backup, &problem));
+    CHECK(backup.kind == TAVO_BACKUP_CONFIGURATION && backup.bytes == TAVO_CONFIGURATION_SIZE && !backup.is_damaged);
+    CHECK(tavo_listed_backup(list, 99, &backup, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+    tavo_free_backup_list(list);
+
+    tavo_restore_result done = {.size = sizeof done};
+    GOOD(tavo_restore(device, TAVO_BACKUP_CONFIGURATION, backup.id, NULL, NULL, &done, &problem));
+    CHECK(done.changed && done.changed_bytes > 0 && done.backup[0] != '\0');
+    const tavo_restore_options plain = {.size = sizeof plain, .no_backup = 1};
+    GOOD(tavo_restore(device, TAVO_BACKUP_DOMAINS, NULL, &plain, NULL, &done, &problem));
+    CHECK(done.changed && done.domains == 1 && done.kept_keys == 0 && done.backup[0] == '\0');
+    GOOD(tavo_read_domain_table(device, NULL, table, &problem));
+    CHECK(memcmp(table, before, sizeof table) == 0);
+
+    CHECK(tavo_restore(device, TAVO_BACKUP_FLASH, NULL, NULL, NULL, NULL, &problem) == TAVO_PROBLEM_FILE_SYSTEM);
+    tavo_image* image = noise();
+    tavo_program_result programmed = {.size = sizeof programmed};
+    GOOD(tavo_program_flash(device, image, NULL, NULL, &programmed, &problem));
+    CHECK(programmed.backup[0] == '\0');                                 // there was nothing to lose
+    tavo_program_options keeping = {.size = sizeof keeping, .keep = 1};  // for which all of the chip is read
+    GOOD(tavo_add_bytes(image, 0, (const uint8_t*)"\0", 1, NULL, &problem));
+    GOOD(tavo_program_flash(device, image, &keeping, NULL, &programmed, &problem));
+    CHECK(programmed.backup[0] == '/');
+    keeping.no_backup = 1;
+    GOOD(tavo_add_bytes(image, 1, (const uint8_t*)"\0", 1, NULL, &problem));
+    GOOD(tavo_program_flash(device, image, &keeping, NULL, &programmed, &problem));
+    CHECK(programmed.way == TAVO_PROGRAM_SECTORS && programmed.backup[0] == '\0');
+    GOOD(tavo_restore(device, TAVO_BACKUP_FLASH, NULL, NULL, NULL, &done, &problem));
+    CHECK(done.changed && done.pages_written > 0 && done.state.flash == TAVO_FLASH_PROGRAMMED);
+    tavo_free_image(image);
+    image = noise();
+    tavo_verify_result compared = {.size = sizeof compared};
+    GOOD(tavo_verify_flash(device, image, NULL, NULL, &compared, &problem));
+    CHECK(compared.equal);
+    tavo_free_image(image);
+    CHECK(tavo_restore(device, 3, NULL, NULL, NULL, NULL, &problem) == TAVO_PROBLEM_BAD_ARGUMENT);
+
+    tavo_history* history = NULL;
+    tavo_history_entry entry = {.size = sizeof entry};
+    uint32_t needed = 0;
+    tavo_device_description own = {.size = sizeof own};
+    GOOD(tavo_describe_device(device, &own, &problem));
+    GOOD(tavo_read_history(own.path, &history, &problem));
+    CHECK(tavo_entry_count(history) == 8);
+    GOOD(tavo_listed_entry(history, 1, &entry, &problem));
+    CHECK(strcmp(entry.action, "set-serial") == 0 && strcmp(entry.result, "done") == 0);
+    GOOD(tavo_history_faults(history, NULL, 0, &needed, &problem));
+    CHECK(needed == 1);
+    tavo_free_history(history);
     tavo_close_device(device);
 }
 
@@ -434,8 +508,14 @@ void cIsRefusedNulls(void) {
         tavo_reset_neuron(NULL, 0, NULL, NULL, &problem),
         tavo_press_service_pin(NULL, NULL, &problem),
         tavo_read_domain_table(device, NULL, NULL, &problem),
-        tavo_write_domain_table(device, NULL, NULL, NULL, NULL, &problem),
+        tavo_write_domain_table(device, NULL, NULL, NULL, NULL, NULL, &problem),
         tavo_find_interrupted_run(NULL, NULL, &problem),
+        tavo_find_backups(NULL, &(tavo_backup_list*){NULL}, &problem),
+        tavo_listed_backup(NULL, 0, NULL, &problem),
+        tavo_restore(NULL, 0, NULL, NULL, NULL, NULL, &problem),
+        tavo_read_history(NULL, NULL, &problem),
+        tavo_listed_entry(NULL, 0, NULL, &problem),
+        tavo_history_faults(NULL, NULL, 0, NULL, &problem),
         tavo_report_finding(NULL, 0, NULL, &problem),
         tavo_doctor(device, NULL, NULL, NULL, NULL, &problem),
         tavo_recover(device, NULL, NULL, NULL, &problem),
@@ -445,10 +525,13 @@ void cIsRefusedNulls(void) {
     }
     CHECK(strstr(problem.message, "report") != NULL);
     CHECK(tavo_device_count(NULL) == 0 && tavo_finding_count(NULL) == 0);
+    CHECK(tavo_backup_count(NULL) == 0 && tavo_entry_count(NULL) == 0);
     tavo_free_device_list(NULL);
     tavo_free_image(NULL);
     tavo_free_monitor(NULL);
     tavo_free_report(NULL);
+    tavo_free_backup_list(NULL);
+    tavo_free_history(NULL);
     tavo_close_device(NULL);
     tavo_free_image(image);
     tavo_close_device(device);

@@ -32,6 +32,9 @@ TEST_F(ServiceInC, TalksToTheNeuron) {
 TEST_F(ServiceInC, LooksForWhatIsWrong) {
     cLooksForWhatIsWrong();
 }
+TEST_F(ServiceInC, PutsBackWhatWasThere) {
+    cPutsBackWhatWasThere();
+}
 TEST_F(ServiceInC, IsToldOfAFailedProgram) {
     plug("lose-program=7,lose-program=17,lose-program=18");
     cIsToldOfAFailedProgram();

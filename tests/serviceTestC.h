@@ -11,6 +11,7 @@ void cProgramsAndReadsTheFlash(const char* folder);
 void cRewritesTheConfiguration(const char* folder);
 void cTalksToTheNeuron(void);
 void cLooksForWhatIsWrong(void);
+void cPutsBackWhatWasThere(void);
 void cIsToldOfAFailedProgram(void);
 void cIsStoppedByAnotherThread(void);
 void cIsRefusedNulls(void);

@@ -371,12 +371,14 @@ TAVO_API tavo_result tavo_write_image(const tavo_image* image, const char* path,
 // Cancelled, they end at the next page or chunk; a chip erase is waited for. On failure the error's state tells what
 // the flash holds.
 
-/// Which part of the chip an operation works on; null in its place: all of it.
+/// Which part of the chip an operation works on, and how fast; null in its place: all of it.
 typedef struct tavo_flash_options {
     uint32_t size;       ///< of the record, set before the call
-    uint32_t has_range;  ///< 1: only this range. Of an erase its borders are multiples of the chip's smallest sector,
-                         ///< 4 KiB for one that tells nothing; others are refused, and the nearest ones told.
+    uint32_t has_range;  ///< 1: only this range
     tavo_range range;    ///< counts when has_range is 1
+    uint32_t clock_hz;   ///< 900,000 (as 0) to 3,000,000. Above, ID and first page are read at both clocks before
+                         ///< anything else; a difference is a failure.
+    uint32_t spare;      ///< 0
 } tavo_flash_options;
 
 /// What a flash chip tells of itself.
@@ -425,13 +427,13 @@ typedef struct tavo_program_options {
                              ///< not with full
     uint32_t has_range;      ///< 1: programs only what the image has in this range; implies keep
     tavo_range range;        ///< counts when has_range is 1
+    uint32_t clock_hz;       ///< see tavo_flash_options
+    uint32_t no_backup;      ///< 1: keeps nothing among the backups of the interface (tavo_find_backups). Otherwise
+                             ///< what was in the chip is kept there when all of it was read, for the plan or a backup.
     const char* backup;      ///< file to save the whole flash in before anything is erased: .hex, .srec, .bin; must
                              ///< not exist yet; null: none
     const char* image_name;  ///< for messages, and for what this computer remembers of a run that is cut off: without a
                              ///< name that looks like an erase; null: the file that the image was read from
-    uint32_t no_backup;      ///< 1: keeps no copy of what was there on this computer (tavo/service/backups.h); needed
-                             ///< where no folder can be had for it
-    uint32_t spare;          ///< 0
 } tavo_program_options;
 
 /// What a programming is going to do.
@@ -472,6 +474,7 @@ typedef struct tavo_program_result {
     uint32_t spare;                         ///< 0
     double seconds;                         ///< that it took
     char backup_sha256[72];                 ///< of the bytes of the chip; empty without a backup
+    char backup[1024];  ///< file of what was there before: as in the options, else among the backups
 } tavo_program_result;
 /// Brings the image into the chip, FF elsewhere (but see keep), by the shorter way: reads what is there, then erases
 /// the whole chip or the sectors that must lose a bit, programs what differs, and compares every page of the image with
@@ -489,6 +492,8 @@ typedef struct tavo_verify_options {
     uint32_t every;       ///< 1: finds every difference, instead of stopping after the first
     uint32_t has_range;   ///< 1: of image and chip only this part is compared
     tavo_range range;     ///< counts when has_range is 1
+    uint32_t clock_hz;    ///< see tavo_flash_options
+    uint32_t spare;       ///< 0
 } tavo_verify_options;
 
 /// A place where the chip does not hold what the image has.
@@ -525,6 +530,7 @@ typedef struct tavo_flash_result {
     tavo_flash_chip chip;     ///< that was found
     tavo_device_state state;  ///< of the device, afterwards
     double seconds;           ///< of an erase
+    char backup[1024];        ///< of an erase: file of what was there before; empty: it was not read
 } tavo_flash_result;
 
 /// Reads the chip or a part of it into memory. Times as tavo_verify_flash. Free the image with tavo_free_image.
@@ -537,9 +543,19 @@ TAVO_API tavo_result tavo_read_flash(tavo_device* device, const tavo_flash_optio
 TAVO_API tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_options* options, const char* path,
                                      const tavo_write_options* form, const tavo_control* control,
                                      tavo_flash_result* result, tavo_written_file* written, tavo_error* error);
+/// What is erased, and what is kept of it.
+typedef struct tavo_erase_options {
+    uint32_t size;       ///< of the record, set before the call
+    uint32_t has_range;  ///< 1: only this range. Its borders are multiples of the chip's smallest sector, 4 KiB for one
+                         ///< that tells nothing; others are refused, and the nearest ones told.
+    tavo_range range;    ///< counts when has_range is 1
+    uint32_t clock_hz;   ///< see tavo_flash_options
+    uint32_t no_backup;  ///< see tavo_program_options
+    const char* backup;  ///< file to save the whole flash in before: .hex, .srec, .bin; must not exist yet; null: none
+} tavo_erase_options;
 /// Erases the whole chip (blocks for seconds to minutes), or a part of it by sectors; what lies around the part is read
 /// before and after, and a change is a failure.
-TAVO_API tavo_result tavo_erase_flash(tavo_device* device, const tavo_flash_options* options,
+TAVO_API tavo_result tavo_erase_flash(tavo_device* device, const tavo_erase_options* options,
                                       const tavo_control* control, tavo_flash_result* result, tavo_error* error);
 
 /// How far a blank check goes.
@@ -548,7 +564,7 @@ typedef struct tavo_blank_check_options {
     uint32_t every;      ///< 1: counts every page with data, instead of stopping after the first
     uint32_t has_range;  ///< 1: only this range
     tavo_range range;    ///< counts when has_range is 1
-    uint32_t spare;      ///< 0
+    uint32_t clock_hz;   ///< see tavo_flash_options
 } tavo_blank_check_options;
 /// What a blank check found.
 typedef struct tavo_blank_check_result {
@@ -615,6 +631,7 @@ typedef struct tavo_configuration_result {
     uint8_t before[TAVO_CONFIGURATION_SIZE];  ///< what the bridge held
     uint8_t after[TAVO_CONFIGURATION_SIZE];   ///< what it holds now, with serial number and checksum made anew
     char serial[256];                         ///< that the block carries
+    char backup[1024];                        ///< file of what was there before; empty: none
     char pending_serial[256];                 ///< set since it was plugged in, and lost by this rewrite; empty: none
 } tavo_configuration_result;
 /// Rewrites the block and reads it back; it takes effect when the interface is plugged in again. Blocks for some ten
@@ -712,12 +729,21 @@ typedef struct tavo_domain {
 /// @param table  two of them
 TAVO_API tavo_result tavo_read_domain_table(tavo_device* device, const tavo_control* control, tavo_domain* table,
                                             tavo_error* error);
-/// Writes both entries, 0 then 1; after a failure the table is read back. Blocks for at most about 4 s.
+/// What is kept of a domain table that is written over.
+typedef struct tavo_domain_options {
+    uint32_t size;       ///< of the record, set before the call
+    uint32_t no_backup;  ///< 1: keeps no copy of what was there on this computer
+    uint32_t keep_keys;  ///< 1: that copy has the authentication keys, too
+    uint32_t spare;      ///< 0
+} tavo_domain_options;
+/// Keeps what is there, then writes both entries, 0 then 1; after a failure the table is read back. Blocks for at most
+/// about 4 s.
 /// @param before   the two that tavo_read_domain_table gave: what "unchanged" means; null: they are read first
 /// @param wanted   two of them
 /// @param changed  may be null; bit 0, bit 1: that entry differs from before now. Set also on failure.
 TAVO_API tavo_result tavo_write_domain_table(tavo_device* device, const tavo_domain* before, const tavo_domain* wanted,
-                                             const tavo_control* control, uint32_t* changed, tavo_error* error);
+                                             const tavo_domain_options* options, const tavo_control* control,
+                                             uint32_t* changed, tavo_error* error);
 
 // --- Looking for what is wrong, and putting it right
 
@@ -784,6 +810,103 @@ typedef struct tavo_interrupted_run {
 /// Looks whether one is remembered of this interface, which then has to be programmed anew. Asks only the files of
 /// this computer, at once.
 TAVO_API tavo_result tavo_find_interrupted_run(const tavo_device* device, tavo_interrupted_run* run, tavo_error* error);
+
+/// What a backup is of.
+enum { TAVO_BACKUP_FLASH = 0, TAVO_BACKUP_CONFIGURATION = 1, TAVO_BACKUP_DOMAINS = 2 };
+
+/// What an interface held before a run changed it: a file that only its owner may read.
+typedef struct tavo_backup {
+    uint32_t size;            ///< of the record, set before the call
+    uint32_t kind;            ///< TAVO_BACKUP_...
+    uint64_t bytes;           ///< of the file
+    uint32_t is_damaged;      ///< 1: the file is not what was kept
+    uint32_t spare;           ///< 0
+    char id[64];              ///< "20240501-140359-3fa4b2c1d0e5": local time when it was first kept, and sha256
+    char time[40];            ///< when the interface held it last, UTC: "2024-05-01T12:03:59Z"
+    char sha256[72];          ///< of the file; of an image also its identity
+    char taken_before[1024];  ///< what the run did then: "program /images/new.hex"; may be empty
+    char path[1024];          ///< of the file
+} tavo_backup;
+
+/// What is kept of one interface, the latest first.
+typedef struct tavo_backup_list tavo_backup_list;
+/// Reads every file that is kept. None is no failure. Free the list with tavo_free_backup_list.
+TAVO_API tavo_result tavo_find_backups(const tavo_device* device, tavo_backup_list** list, tavo_error* error);
+/// Gives a list back; null does nothing.
+TAVO_API void tavo_free_backup_list(tavo_backup_list* list);
+/// How many there are; 0 for null.
+TAVO_API uint32_t tavo_backup_count(const tavo_backup_list* list);
+/// @param index  from 0
+TAVO_API tavo_result tavo_listed_backup(const tavo_backup_list* list, uint32_t index, tavo_backup* backup,
+                                        tavo_error* error);
+
+/// What is kept by a restore.
+typedef struct tavo_restore_options {
+    uint32_t size;       ///< of the record, set before the call
+    uint32_t no_backup;  ///< 1: does not keep what is there now
+} tavo_restore_options;
+/// What a restore did: only what belongs to the backup's kind is filled.
+typedef struct tavo_restore_result {
+    uint32_t size;            ///< of the record, set before the call
+    uint32_t changed;         ///< 0: all of it was there already, nothing was written
+    tavo_device_state state;  ///< of the device, afterwards
+    uint32_t way;             ///< TAVO_PROGRAM_...
+    uint32_t pages_written;   ///< of the flash
+    uint32_t retry_count;     ///< pages that needed another attempt
+    uint32_t changed_bytes;   ///< of the configuration block
+    uint32_t domains;         ///< bit 0, bit 1: that entry of the domain table was changed
+    uint32_t kept_keys;       ///< bits: the key of that entry is not in the backup, the Neuron's own has stayed
+    char backup[1024];        ///< file that keeps what was there before; empty: none
+} tavo_restore_result;
+/// Puts a backup back: an image as tavo_program_flash does, a block with its serial number (applies after a replug), a
+/// domain table. Blocks as the operation that does it.
+/// @param kind   TAVO_BACKUP_...
+/// @param which  the beginning of an ID or of the sha256, or a file's name; null: the one that was made before the run
+///               that has left the flash incomplete, else the latest
+TAVO_API tavo_result tavo_restore(tavo_device* device, uint32_t kind, const char* which,
+                                  const tavo_restore_options* options, const tavo_control* control,
+                                  tavo_restore_result* result, tavo_error* error);
+
+/// One run that changed an interface, or was to. Texts are empty where nothing is to be told.
+typedef struct tavo_history_entry {
+    uint32_t size;           ///< of the record, set before the call
+    uint32_t spare;          ///< 0
+    double seconds;          ///< that it took
+    char time[40];           ///< of its begin, UTC: "2024-05-01T12:03:59Z"
+    char action[32];         ///< "program", "erase", "restore", "config write", "set-serial", "scb0", "domain write"
+    char part[16];           ///< what it works on: "flash", "config", "domain"
+    char result[16];         ///< "done", "unchanged", "failed", "interrupted"; "started": it has not ended
+    char tool[32];           ///< version of what did it
+    char run[64];            ///< tells runs apart
+    char neuron_id[16];      ///< of the interface
+    char sha256[72];         ///< identity of what was written
+    char serial[256];        ///< of the interface
+    char serial_after[256];  ///< that a rewrite of the configuration block gave it
+    char path[1024];         ///< of the interface
+    char image[1024];        ///< path of the file that was written
+    char backup[256];        ///< file name of what was there before, among the backups of the interface
+    char state[512];         ///< words for what is known of the interface afterwards
+    char error[1024];        ///< of a run that failed
+} tavo_history_entry;
+
+/// The runs that this computer remembers, oldest first.
+typedef struct tavo_history tavo_history;
+/// Reads the log of this user and of root, as far as this user may read it.
+/// @param spec  only what was done to this interface, which need not be attached (see tavo_find_devices); null: all
+/// Free it with tavo_free_history.
+TAVO_API tavo_result tavo_read_history(const char* spec, tavo_history** history, tavo_error* error);
+/// Gives a history back; null does nothing.
+TAVO_API void tavo_free_history(tavo_history* history);
+/// How many entries there are; 0 for null.
+TAVO_API uint32_t tavo_entry_count(const tavo_history* history);
+/// @param index  from 0
+TAVO_API tavo_result tavo_listed_entry(const tavo_history* history, uint32_t index, tavo_history_entry* entry,
+                                       tavo_error* error);
+/// Lines and files of the log that could not be read, for people: lines ended by line feeds.
+/// @param needed  bytes of all of it with its zero, also when they do not fit; the buffer is filled when they do. May
+///                be null.
+TAVO_API tavo_result tavo_history_faults(const tavo_history* history, char* buffer, uint32_t capacity, uint32_t* needed,
+                                         tavo_error* error);
 
 #ifdef __cplusplus
 }

@@ -160,6 +160,26 @@ std::string linesOf(const std::vector<std::string>& lines) {
     return text;
 }
 
+std::uint32_t bitsOf(const std::vector<unsigned>& indexes) {
+    std::uint32_t bits = 0;
+    for (const unsigned index : indexes) bits |= 1U << index;
+    return bits;
+}
+
+void hand(const std::string& bytes, char* buffer, std::uint32_t capacity, std::uint32_t* needed) {
+    if (needed != nullptr) *needed = static_cast<std::uint32_t>(bytes.size());
+    if (bytes.size() <= capacity) std::copy(bytes.begin(), bytes.end(), &given(buffer, "buffer"));
+}
+
+std::vector<std::string> specsOf(const char* spec) {
+    return spec == nullptr ? std::vector<std::string>{} : std::vector<std::string>{spec};
+}
+
+void failNumber(const char* name, std::uint32_t number) {
+    throw Error(Problem::BadArgument, std::string("there is no ") + name + " " + std::to_string(number),
+                "they are counted from 0; the ranges are in tavo/service.h");
+}
+
 }  // namespace tavo::c
 
 const char* tavo_result_name(tavo_result result) {

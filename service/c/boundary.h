@@ -141,6 +141,29 @@ tavo_result onDevice(tavo_device* handle, const tavo_control* control, tavo_erro
 tavo_device_state stateOf(const DeviceState& state);
 /// Lines, each ended by a line feed.
 std::string linesOf(const std::vector<std::string>& lines);
+/// One bit an index.
+std::uint32_t bitsOf(const std::vector<unsigned>& indexes);
+/// Fills a buffer of the caller's when all of it fits, and tells how much there is.
+void hand(const std::string& bytes, char* buffer, std::uint32_t capacity, std::uint32_t* needed);
+/// What an interface is looked for by; null: nothing.
+std::vector<std::string> specsOf(const char* spec);
+/// Throws the Error of an index or a number that names nothing.
+[[noreturn]] void failNumber(const char* name, std::uint32_t number);
+
+/// One of a list's elements. Throws Error (BadArgument).
+template <typename Element>
+const Element& at(const std::vector<Element>& list, std::uint32_t index, const char* name) {
+    if (index < list.size()) return list[index];
+    failNumber(name, index);
+}
+
+/// A value of an enumeration that is counted from 0. Throws Error (BadArgument).
+template <typename Value>
+Value valueOf(std::uint32_t number, Value last, const char* name) {
+    if (number <= static_cast<std::uint32_t>(last)) return static_cast<Value>(number);
+    failNumber(name, number);
+}
+
 /// Null becomes an empty text.
 inline std::string textOf(const char* text) {
     return text == nullptr ? "" : text;

@@ -54,7 +54,7 @@ tavo_result rewrite(tavo_device* device, const Wish& wish, tavo_error* error, co
         tavo_configuration_result told = resultOf(plan);
         out.fill(told);
         if (how.dry_run != 0 || !plan.changesAnything()) return;
-        writeConfiguration(own, plan, {textOf(how.backup), how.no_backup != 0}, watch);
+        put(told.backup, writeConfiguration(own, plan, {textOf(how.backup), how.no_backup != 0}, watch));
         told.written = 1;
         out.fill(told);
     });

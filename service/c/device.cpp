@@ -30,17 +30,6 @@ tavo_device_description describe(const DeviceDescription& device) {
     return told;
 }
 
-std::vector<std::string> specsOf(const char* spec) {
-    return spec == nullptr ? std::vector<std::string>{} : std::vector<std::string>{spec};
-}
-
-const DeviceDescription& at(const tavo_device_list* list, std::uint32_t index) {
-    const auto& found = given(list, "list").found;
-    if (index < found.size()) return found[index];
-    throw Error(Problem::BadArgument, "the list has no device " + std::to_string(index),
-                "tavo_device_count tells how many it has, counted from 0");
-}
-
 tavo_device* opened(const DeviceDescription& description) {
     if (description.access != TAVO_SUCCESS) {
         throw statusError(description.access, Side::Bridge, "open " + description.name());
@@ -70,7 +59,8 @@ uint32_t tavo_device_count(const tavo_device_list* list) {
 
 tavo_result tavo_listed_device(const tavo_device_list* list, uint32_t index, tavo_device_description* description,
                                tavo_error* error) {
-    return guarded(error, [&] { Out(description, "description").fill(describe(at(list, index))); });
+    return guarded(
+        error, [&] { Out(description, "description").fill(describe(at(given(list, "list").found, index, "device"))); });
 }
 
 tavo_result tavo_open_device(const char* spec, uint32_t wait_seconds, const tavo_control* control, tavo_device** device,
@@ -86,7 +76,7 @@ tavo_result tavo_open_listed_device(const tavo_device_list* list, uint32_t index
                                     tavo_error* error) {
     return guarded(error, [&] {
         tavo_device*& place = emptied(device, "device");
-        place = opened(at(list, index));
+        place = opened(at(given(list, "list").found, index, "device"));
     });
 }
 
@@ -118,8 +108,7 @@ tavo_result tavo_simulated_environment(const char* spec, char* buffer, uint32_t 
             text += name + "=" + value + '\0';
         }
         text += '\0';
-        if (needed != nullptr) *needed = static_cast<uint32_t>(text.size());
-        if (text.size() <= capacity) std::copy(text.begin(), text.end(), &given(buffer, "buffer"));
+        hand(text, buffer, capacity, needed);
     });
 }
 

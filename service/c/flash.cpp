@@ -2,6 +2,7 @@
 #include "tavo/service/flash.h"
 
 #include <iterator>
+#include <limits>
 #include <memory>
 
 #include "service/c/image.h"
@@ -39,7 +40,6 @@ tavo_flash_description describe(const FlashChip& chip) {
     return told;
 }
 
-/// Of any record with such members.
 template <typename Options>
 std::optional<AddressRange> rangeOf(const Options& options) {
     if (options.has_range == 0) return std::nullopt;
@@ -49,12 +49,35 @@ std::optional<AddressRange> rangeOf(const Options& options) {
                 "first and last address, below 0x1000000");
 }
 
+/// What all records of options for the flash have.
+template <typename How, typename Options>
+void takeRangeAndClock(How& how, const Options& options) {
+    how.range = rangeOf(options);
+    constexpr std::uint32_t kMost = std::numeric_limits<int>::max();
+    if (options.clock_hz != 0) how.clockHz = static_cast<int>(std::min(options.clock_hz, kMost));
+}
+
+ReadFlashOptions optionsOf(const tavo_flash_options* options) {
+    ReadFlashOptions how;
+    takeRangeAndClock(how, taken(options, "options"));
+    return how;
+}
+
+EraseOptions optionsOf(const tavo_erase_options* options) {
+    const tavo_erase_options known = taken(options, "options");
+    EraseOptions how;
+    takeRangeAndClock(how, known);
+    how.backup = textOf(known.backup);
+    how.noBackup = known.no_backup != 0;
+    return how;
+}
+
 ProgramOptions optionsOf(const tavo_program_options* options, const tavo_image* image) {
     const tavo_program_options known = taken(options, "options");
     ProgramOptions how;
     how.full = known.full != 0;
     how.keep = known.keep != 0;
-    how.range = rangeOf(known);
+    takeRangeAndClock(how, known);
     how.backup = textOf(known.backup);
     how.noBackup = known.no_backup != 0;
     how.imageName = known.image_name != nullptr ? known.image_name : given(image, "image").name;
@@ -75,6 +98,7 @@ tavo_program_result resultOf(const ProgramResult& done) {
     std::copy_n(done.retries.begin(), std::min(done.retries.size(), std::size(told.retries)), told.retries);
     told.seconds = done.seconds;
     put(told.backup_sha256, done.backupSha256);
+    put(told.backup, done.backup);
     return told;
 }
 
@@ -169,7 +193,7 @@ tavo_result tavo_verify_flash(tavo_device* device, const tavo_image* image, cons
         tavo::VerifyOptions how;
         how.restBlank = known.rest_blank != 0;
         how.every = known.every != 0;
-        how.range = rangeOf(known);
+        takeRangeAndClock(how, known);
         how.file = given(image, "image").origin();
         how.imageName = image->name;
         out.fill(resultOf(tavo::verifyFlash(own, image->file.image, how, watch)));
@@ -181,7 +205,7 @@ tavo_result tavo_read_flash(tavo_device* device, const tavo_flash_options* optio
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         tavo_image*& place = emptied(contents, "contents");
         const Out out(result, "result");
-        const tavo::ReadFlashOptions how{.range = rangeOf(taken(options, "options"))};
+        const tavo::ReadFlashOptions how = optionsOf(options);
         auto image = std::make_unique<tavo_image>();
         tavo::ReadFlashResult read = tavo::readFlash(own, how, watch);
         image->file.image = std::move(read.contents);
@@ -196,7 +220,7 @@ tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_options* optio
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         const Out out(result, "result");
         const Out outOfFile(written, "written");
-        const tavo::ReadFlashOptions how{.range = rangeOf(taken(options, "options"))};
+        const tavo::ReadFlashOptions how = optionsOf(options);
         ImageWriter file(path, form, how.range ? how.range->first : 0);
         const tavo::ReadFlashResult read = tavo::readFlash(own, how, watch);
         outOfFile.fill(file.write(read.contents));
@@ -204,14 +228,15 @@ tavo_result tavo_dump_flash(tavo_device* device, const tavo_flash_options* optio
     });
 }
 
-tavo_result tavo_erase_flash(tavo_device* device, const tavo_flash_options* options, const tavo_control* control,
+tavo_result tavo_erase_flash(tavo_device* device, const tavo_erase_options* options, const tavo_control* control,
                              tavo_flash_result* result, tavo_error* error) {
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
         const Out out(result, "result");
-        const tavo::EraseOptions how{.range = rangeOf(taken(options, "options"))};
+        const tavo::EraseOptions how = optionsOf(options);
         const tavo::EraseResult done = tavo::eraseFlash(own, how, watch);
         tavo_flash_result told = resultOf(done.chip, done.state, done.seconds);
         told.sectors_erased = done.sectorsErased;
+        put(told.backup, done.backup);
         out.fill(told);
     });
 }
@@ -223,7 +248,7 @@ tavo_result tavo_blank_check_flash(tavo_device* device, const tavo_blank_check_o
         tavo::BlankCheckOptions how;
         const tavo_blank_check_options known = taken(options, "options");
         how.every = known.every != 0;
-        how.range = rangeOf(known);
+        takeRangeAndClock(how, known);
         out.fill(resultOf(tavo::blankCheckFlash(own, how, watch)));
     });
 }

@@ -16,15 +16,10 @@ namespace {
 
 static_assert(static_cast<int>(Format::Elf) == TAVO_FORMAT_ELF);
 
-Format formatIn(std::uint32_t number) {
-    if (number <= TAVO_FORMAT_ELF) return static_cast<Format>(number);
-    throw Error(Problem::BadArgument, "there is no format " + std::to_string(number), "0 tells it by the content");
-}
-
 ReadOptions optionsOf(const tavo_read_options* options) {
     const tavo_read_options known = taken(options, "options");
     ReadOptions reading;
-    reading.format = formatIn(known.format);
+    reading.format = valueOf(known.format, Format::Elf, "format");
     reading.strict = known.strict != 0;
     if (known.chip_size != 0) reading.chipSize = known.chip_size;
     if (known.address != 0) reading.address = known.address;
@@ -59,7 +54,7 @@ void requireAddressable(std::uint32_t address, std::uint32_t count) {
 
 WriteOptions optionsOf(const tavo_write_options& options, const std::string& path, std::uint32_t first) {
     WriteOptions how;
-    how.format = formatIn(options.format);
+    how.format = valueOf(options.format, Format::Elf, "format");
     if (how.format == Format::Automatic) how.format = dumpFormat(path);
     if (options.record_bytes != 0) how.recordBytes = options.record_bytes;
     how.address = options.address != 0 ? options.address : first;

@@ -46,20 +46,6 @@ DomainTable tableOf(const tavo_domain* entries) {
     return table;
 }
 
-/// Values of an enumeration of the header that is counted from 0.
-template <typename Value>
-Value valueOf(std::uint32_t number, Value last, const char* name) {
-    if (number <= static_cast<std::uint32_t>(last)) return static_cast<Value>(number);
-    throw Error(Problem::BadArgument, std::string("there is no ") + name + " " + std::to_string(number),
-                "the numbers are in tavo/service.h");
-}
-
-std::uint32_t bitsOf(const std::vector<unsigned>& indexes) {
-    std::uint32_t bits = 0;
-    for (const unsigned index : indexes) bits |= 1U << index;
-    return bits;
-}
-
 }  // namespace
 }  // namespace tavo::c
 
@@ -125,15 +111,19 @@ tavo_result tavo_read_domain_table(tavo_device* device, const tavo_control* cont
 }
 
 tavo_result tavo_write_domain_table(tavo_device* device, const tavo_domain* before, const tavo_domain* wanted,
-                                    const tavo_control* control, uint32_t* changed, tavo_error* error) {
+                                    const tavo_domain_options* options, const tavo_control* control, uint32_t* changed,
+                                    tavo_error* error) {
     if (changed != nullptr) *changed = 0;
     return onDevice(device, control, error, [&](Device& own, const Control& watch) {
+        const tavo_domain_options known = taken(options, "options");
         const tavo::DomainTable now = tableOf(wanted);
         const tavo::DomainTable old = before == nullptr ? tavo::readDomainTable(own, watch) : tableOf(before);
         std::vector<unsigned> entries;
+        tavo::DomainWriteOptions how;
+        how.changed = &entries;
+        how.noBackup = known.no_backup != 0;
+        how.keepKeys = known.keep_keys != 0;
         try {
-            tavo::DomainWriteOptions how;
-            how.changed = &entries;
             tavo::writeDomainTable(own, old, now, how, watch);
         } catch (...) {
             if (changed != nullptr) *changed = bitsOf(entries);
