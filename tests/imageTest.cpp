@@ -682,7 +682,7 @@ TEST_F(ImageTest, RangesAreReadAsPeopleWriteThem) {
                                                                {"4294967295+4294967295", "24 address bits"},
                                                                {"0-64K", "write FIRST+SIZE, or 0x000000-0x00FFFF"}};
     for (const auto& [text, fault] : bad)
-        EXPECT_THAT(refused([&] { tavo::parseRange(text, layout); }), HasSubstr(fault)) << text;
+        EXPECT_THAT(refused([&, text = text] { tavo::parseRange(text, layout); }), HasSubstr(fault)) << text;
     EXPECT_THAT(refused([&] { tavo::parseRange("boot"); }), HasSubstr("--layout"));
 }
 
