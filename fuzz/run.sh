@@ -8,6 +8,8 @@ cd "$(dirname "$0")/.."
 
 seconds=$(awk -v minutes="${1:-0.5}" 'BEGIN { print int(minutes * 60) }')
 [ "$seconds" -gt 0 ] || { echo 'fuzz/run.sh: MINUTES is a number above 0' >&2; exit 2; }
+# The half minute of every change begins the same way each time: what it finds is the change's. Longer runs search anew.
+seed=$(($# > 0 ? 0 : 1))
 shift $(($# > 0))
 [ $# -gt 0 ] || set -- configuration domain elf hex history layout ldv sRecord usb
 
@@ -18,7 +20,7 @@ mkdir -p "$build/found" "$build/log"
 
 run() {
   mkdir -p "$build/corpus/$1"
-  "$build/out/fuzz-$1" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 -print_final_stats=1 \
+  "$build/out/fuzz-$1" -max_total_time="$seconds" -seed="$seed" -timeout=10 -rss_limit_mb=2048 -max_len=4096 -print_final_stats=1 \
     -artifact_prefix="$build/found/$1-" "$build/corpus/$1" "fuzz/seeds/$1" >"$build/log/$1" 2>&1 || true
 }
 
