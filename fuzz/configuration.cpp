@@ -61,7 +61,7 @@ std::optional<ConfigurationBlock> writtenByService(const ConfigurationBlock& fil
     try {
         const auto plan = tavo::planConfiguration(device, file, serial);
         checkPlan(plan, file);
-        tavo::writeConfiguration(device, plan, "");
+        tavo::writeConfiguration(device, plan, {.noBackup = true});
         HOLDS(tavo::readConfiguration(device) == plan.after);
     } catch (const tavo::Error& error) {
         HOLDS(error.problem == tavo::Problem::BadArgument && !error.hint.empty());

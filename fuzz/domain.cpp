@@ -3,23 +3,24 @@
 
 #include "cli/commands/domainTable.h"
 #include "fuzz/fuzz.h"
+#include "tavo/service/domainFile.h"
 #include "tavo/service/error.h"
 
 namespace {
 
-using Entries = std::vector<cli::DomainEntry>;
+using Entries = std::vector<tavo::DomainEntry>;
 
 std::optional<Entries> entriesIn(const std::string& content, std::optional<int> only) {
     const fuzz::MemoryFile file(content);
     try {
-        return cli::readDomainFile(file.path(), only);
+        return tavo::readDomainFile(file.path(), only);
     } catch (const tavo::Error& error) {
         HOLDS(error.problem == tavo::Problem::FileRefused && *error.what() != '\0' && !error.hint.empty());
         return {};
     }
 }
 
-bool isSame(const cli::DomainEntry& a, const cli::DomainEntry& b) {
+bool isSame(const tavo::DomainEntry& a, const tavo::DomainEntry& b) {
     return a.index == b.index && a.hasKey == b.hasKey && std::memcmp(&a.address, &b.address, sizeof a.address) == 0;
 }
 
