@@ -34,6 +34,7 @@ tavo::ConfigurationBlock blockOf(const std::string& bytes) {
 
 PYBIND11_MODULE(_core, module) {
     module.doc() = "What the package tavo_util stands on; programs use that.";
+    module.attr("__version__") = TAVO_VERSION;
     py::register_exception_translator(&translate);
     binding::defineImage(module);
     binding::defineDevice(module);

@@ -16,7 +16,7 @@ Failures are Error and below, with .state (what is known of the device now), .hi
 tavo_util.sim has simulated interfaces, for trying this and for tests.
 """
 
-from tavo_util._core import Image
+from tavo_util._core import Image, __version__
 from tavo_util.device import (Device, allow_usb_id, configuration_fields, devices, forecast, load_configuration, open,
                               parse_range)
 from tavo_util.errors import (BadArgument, Cancelled, DeviceBusy, DeviceFailed, Error, FileFailed, FlashIncomplete,
@@ -28,8 +28,6 @@ from tavo_util.results import (AddressRange, BlankCheckResult, Check, Comparison
                                InterruptedRun, Knowledge, LineState, Mode, ModeChange, NeuronStatus, Overview, Part,
                                PartState, Phase, ProgramResult, ProgramWay, ReadResult, RecoverStep, Recovery, ResetBy,
                                Scb0Role, Scb0State, StatusHistory, StatusLook, StoredNeuronId, Verdict, VerifyResult)
-
-__version__ = "0.1.0"
 
 __all__ = [
     "AddressRange", "BadArgument", "BlankCheckResult", "Cancelled", "Check", "Comparison", "ConfigurationChange",

@@ -15,6 +15,8 @@ _Progress = Callable[[Event], object] | None
 _Cancel = CancelEvent | None
 _Rewrite = tuple[bytes, bytes, str, bool]
 
+__version__: str
+
 class Image:
     def __init__(self, pieces: Mapping[int, _Bytes] = ...) -> None: ...
     @staticmethod

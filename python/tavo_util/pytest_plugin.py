@@ -12,12 +12,13 @@
 
 from __future__ import annotations
 
-from typing import Iterator
+from typing import TYPE_CHECKING, Iterator
 
 import pytest
 
-import tavo_util
-from tavo_util import sim
+if TYPE_CHECKING:  # else in the fixtures: pytest has this in every run, whatever is tested
+    import tavo_util
+    from tavo_util import sim
 
 
 def pytest_configure(config: pytest.Config) -> None:
@@ -27,6 +28,7 @@ def pytest_configure(config: pytest.Config) -> None:
 @pytest.fixture
 def tavo_interface(request: pytest.FixtureRequest) -> Iterator[sim.Interface]:
     """A new simulated interface; the only one that is attached."""
+    from tavo_util import sim
     marker = request.node.get_closest_marker("tavo")
     with sim.interface(**(marker.kwargs if marker else {})) as interface:
         yield interface
@@ -35,5 +37,6 @@ def tavo_interface(request: pytest.FixtureRequest) -> Iterator[sim.Interface]:
 @pytest.fixture
 def tavo_device(tavo_interface: sim.Interface) -> Iterator[tavo_util.Device]:
     """The same, opened."""
+    import tavo_util
     with tavo_util.open(tavo_interface.spec) as device:
         yield device

@@ -4,6 +4,7 @@ import asyncio
 import concurrent.futures
 import gc
 import os
+import pathlib
 import pickle
 import signal
 import subprocess
@@ -198,8 +199,8 @@ def test_no_references_are_kept(tavo_interface, tavo_device, image):
     assert sys.getallocatedblocks() - blocks < 1000  # not one an operation; caches of the interpreter grow for a while
 
 
-def run(script, *, kill=None):
-    process = subprocess.Popen([sys.executable, "-c", script], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+def run(script, *, kill=None, on=()):
+    process = subprocess.Popen([*on, sys.executable, "-c", script], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                text=True)
     if kill is not None:
         assert process.stdout.readline() == "working\n"
@@ -233,9 +234,26 @@ def test_ctrl_c_at_a_script(tmp_path):
 import tavo_util
 from tavo_util import sim
 with sim.interface({str(tmp_path / 'board')!r}) as board, tavo_util.open() as device:
-    print("working", flush=True)
-    device.set_mode(tavo_util.Mode.SERVICE)
+    device.set_mode(tavo_util.Mode.SERVICE, progress=lambda event: print("working", flush=True))
 """, kill=signal.SIGINT)
     assert code == -signal.SIGINT and "KeyboardInterrupt" in err and "tavo_util.errors.Cancelled" in err
     with sim.interface(tmp_path / "board") as board:
         assert not board.leftovers
+
+
+def test_a_script_on_tavo_sim(tmp_path):
+    tool = pathlib.Path(tavo_util.__file__).parents[2] / "tavo-sim"
+    code, out, err = run("""
+import tavo_util
+from tavo_util import sim
+with tavo_util.open() as device:
+    print(device.inspect_flash().size, device.configuration()[:4])
+try:
+    with sim.interface():
+        print("mixed")
+except RuntimeError as error:
+    print(error)
+print(len(tavo_util.devices()))
+""", on=[tool, f"{tmp_path}/board,pace=fast,size=64K", "--"])
+    assert code == 0, err
+    assert out.startswith("65536 b'CYUS'\n") and "those of tavo-sim" in out and out.endswith("\n1\n")
