@@ -86,6 +86,29 @@ py::object toPython(const tavo::Part& part) {
 py::object toPython(const tavo::RecoverStep& step) {
     return make("RecoverStep", text(step.text), member("Verdict", kVerdicts, step.verdict), text(step.why));
 }
+py::object toPython(const tavo::StatusCounter& counter) {
+    return make("StatusCounter", counter.key, counter.label, counter.meaning);
+}
+py::object toPython(const tavo::ImageFault& fault) {
+    const py::object offset = fault.offset ? py::object(py::int_(*fault.offset)) : py::none();
+    return make("ImageFault", fault.line, offset, text(fault.text), text(fault.hint), text(tavo::faultText(fault)));
+}
+py::object toPython(const tavo::NamedRange& range) {
+    return make("NamedRange", text(range.name), toPython(range.range));
+}
+py::object toPython(const tavo::ByteChange& change) {
+    return make("ByteChange", change.offset, change.before, change.after, tavo::configurationFieldAt(change.offset));
+}
+py::object toPython(const tavo::HistoryEntry& entry) {
+    return make("HistoryEntry", entry.time, text(entry.action), text(entry.part), text(entry.result),
+                text(entry.serial), text(entry.path), text(entry.neuronId), text(entry.image), text(entry.sha256),
+                text(entry.serialAfter), text(entry.backup), text(entry.state), text(entry.error), text(entry.tool),
+                text(entry.run), entry.seconds);
+}
+py::object toPython(const tavo::Backup& backup) {
+    return make("Backup", make("BackupKind", tavo::backupKindName(backup.kind)), backup.id, text(backup.path),
+                backup.time, backup.sha256, backup.bytes, backup.isDamaged, text(backup.takenBefore));
+}
 py::object toPython(tavo::Image&& image) {
     return py::cast(PyImage(std::move(image)));
 }
@@ -123,7 +146,7 @@ py::object toPython(const tavo::DeviceDescription& device) {
 py::object toPython(const tavo::FlashChip& chip) {
     return make("FlashChip", chip.maker, chip.memoryType, chip.capacityCode, chip.size, chip.hasSfdp, chip.sfdpFault,
                 tupleOf(chip.eraseTypes), chip.programTypical, chip.programLongest, chip.eraseTypical,
-                chip.eraseLongest, chip.makerName(), chip.idText(), chip.text());
+                chip.eraseLongest, chip.makerName(), chip.idText(), tavo::usualEraseTime(chip), chip.text());
 }
 
 py::object toPython(const tavo::AddressRange& range) {
@@ -155,7 +178,8 @@ py::object toPython(tavo::ReadFlashResult&& found) {
 }
 
 py::object toPython(const tavo::EraseResult& done) {
-    return make("EraseResult", toPython(done.chip), done.sectorsErased, done.seconds, toPython(done.state));
+    return make("EraseResult", toPython(done.chip), done.sectorsErased, text(done.backup), done.seconds,
+                toPython(done.state));
 }
 
 py::object toPython(tavo::BlankCheckResult&& found) {
@@ -185,9 +209,18 @@ py::object toPython(const tavo::Diagnosis& found) {
 }
 
 py::object toPython(const tavo::Overview& found) {
+    py::list why;
+    const auto tell = [&](const char* name, const auto& told) {
+        if (!told.value) why.append(py::make_tuple(name, text(told.why)));
+    };
+    tell("silicon_id", found.siliconId);
+    tell("neuron_id", found.neuronId);
+    tell("program_id", found.programId);
+    tell("status", found.status);
+    tell("flash", found.flash);
     return make("Overview", tupleOf(found.parts), toPython(found.siliconId.value), toPython(found.neuronId.value),
                 toPython(found.programId.value), toPython(found.status.value), toPython(found.flash.value),
-                found.neuronRestarted, toPython(found.interrupted), toPython(found.state));
+                py::tuple(why), found.neuronRestarted, toPython(found.interrupted), toPython(found.state));
 }
 
 py::object toPython(const tavo::Recovery& done) {
@@ -195,7 +228,8 @@ py::object toPython(const tavo::Recovery& done) {
 }
 
 py::object toPython(const tavo::InterruptedRun& run) {
-    return make("InterruptedRun", text(run.image), run.sha256, text(run.backup), run.started, text(run.options),
+    return make("InterruptedRun", make("FlashState", tavo::flashStateName(tavo::interruptedState(run))),
+                text(run.image), run.sha256, text(run.backup), text(run.kept), run.started, text(run.options),
                 text(tavo::interruptedText(run)), text(tavo::interruptedHint(run)));
 }
 
@@ -207,6 +241,30 @@ py::object toPython(const tavo::ConfigurationFields& fields) {
 
 py::object toPython(const tavo::StoredNeuronId& stored) {
     return make("StoredNeuronId", tavo::neuronIdText(stored.id), stored.written);
+}
+
+py::object toPython(const tavo::ImageMap& map) {
+    std::string letters;
+    for (const tavo::MapCell cell : map.cells) letters += tavo::mapLetter(cell);
+    py::list ranges;
+    for (const auto& [range, cell] : map.ranges) {
+        ranges.append(make("MapRange", toPython(range), make("MapCell", tavo::mapCellName(cell))));
+    }
+    py::list legend;
+    for (const auto& [cell, count] : tavo::mapLegend(map)) {
+        legend.append(make("MapCount", make("MapCell", tavo::mapCellName(cell)), std::string(1, tavo::mapLetter(cell)),
+                           tavo::mapCellText(cell), count));
+    }
+    return make("ImageMap", map.size, map.cellSize, letters, py::tuple(ranges), py::tuple(legend));
+}
+
+py::object toPython(const tavo::History& history) {
+    return make("History", tupleOf(history.entries), tupleOf(history.faults));
+}
+
+py::object toPython(const tavo::RestoreResult& done) {
+    return make("RestoreResult", done.changed, toPython(done.flash), tupleOf(done.bytes), tupleOf(done.domains),
+                tupleOf(done.keptKeys), text(done.backup), toPython(done.state));
 }
 
 py::bytes toPython(const tavo::ConfigurationBlock& block) {

@@ -7,14 +7,18 @@
 #include <string>
 #include <vector>
 
+#include "tavo/service/backups.h"
 #include "tavo/service/configuration.h"
 #include "tavo/service/doctor.h"
 #include "tavo/service/error.h"
 #include "tavo/service/flash.h"
 #include "tavo/service/history.h"
+#include "tavo/service/image.h"
+#include "tavo/service/imageFile.h"
 #include "tavo/service/neuron.h"
 #include "tavo/service/operation.h"
 #include "tavo/service/overview.h"
+#include "tavo/service/range.h"
 #include "tavo/service/recover.h"
 #include "tavo/service/watch.h"
 
@@ -35,6 +39,12 @@ py::object toPython(const tavo::Check& check);
 py::object toPython(const tavo::Part& part);
 py::object toPython(const tavo::RecoverStep& step);
 py::object toPython(const tavo::StatusLook& look);
+py::object toPython(const tavo::StatusCounter& counter);
+py::object toPython(const tavo::ImageFault& fault);
+py::object toPython(const tavo::NamedRange& range);
+py::object toPython(const tavo::ByteChange& change);
+py::object toPython(const tavo::HistoryEntry& entry);
+py::object toPython(const tavo::Backup& backup);
 py::object toPython(tavo::Image&& image);
 py::object toPython(const tavo::Error& error);
 py::object toPython(const tavo::Event& event);
@@ -59,6 +69,9 @@ py::object toPython(const tavo::InterruptedRun& run);
 py::object toPython(const tavo::ConfigurationFields& fields);
 py::object toPython(const tavo::StoredNeuronId& stored);
 py::bytes toPython(const tavo::ConfigurationBlock& block);
+py::object toPython(const tavo::ImageMap& map);
+py::object toPython(const tavo::History& history);
+py::object toPython(const tavo::RestoreResult& done);
 
 template <typename T>
 py::object toPython(const std::optional<T>& value) {

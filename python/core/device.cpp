@@ -36,7 +36,7 @@ tavo::FlashChip inspectFlash(tavo::Device& device, const tavo::Control& control)
 }
 
 tavo::ProgramOptions programOptions(const PyImage& image, bool full, bool ifDifferent, bool keep, const Range& range,
-                                    std::optional<int> clockHz, const std::string& backup) {
+                                    std::optional<int> clockHz, const std::string& backup, bool noBackup) {
     tavo::ProgramOptions options;
     options.full = full;
     options.ifDifferent = ifDifferent;
@@ -44,22 +44,29 @@ tavo::ProgramOptions programOptions(const PyImage& image, bool full, bool ifDiff
     options.range = rangeOf(range);
     options.clockHz = clockHz;
     options.backup = backup;
+    options.noBackup = noBackup;
     options.imageName = image.name();
+    options.imageOptions = image.options();
+    if (range) {
+        options.imageOptions +=
+            (options.imageOptions.empty() ? "--range " : " --range ") + tavo::rangeText(*options.range);
+    }
     options.file = image.file();
     return options;
 }
 
 py::object program(Held& held, const PyImage& image, bool full, bool ifDifferent, bool keep, const Range& range,
-                   std::optional<int> clockHz, const std::string& backup, const py::object& progress,
+                   std::optional<int> clockHz, const std::string& backup, bool noBackup, const py::object& progress,
                    const py::object& cancel) {
-    const auto options = programOptions(image, full, ifDifferent, keep, range, clockHz, backup);
+    const auto options = programOptions(image, full, ifDifferent, keep, range, clockHz, backup, noBackup);
     return on(held, progress, cancel, [&](tavo::Device& device, const tavo::Control& control) {
         return tavo::programFlash(device, image.image(), options, control);
     });
 }
 
 py::object forecast(const PyImage& image, bool full, bool keep, const Range& range, const std::string& backup) {
-    return toPython(tavo::forecastProgram(image.image(), programOptions(image, full, false, keep, range, {}, backup)));
+    return toPython(
+        tavo::forecastProgram(image.image(), programOptions(image, full, false, keep, range, {}, backup, false)));
 }
 
 py::object verify(Held& held, const PyImage& image, bool restBlank, bool every, bool whole, const Range& range,
@@ -85,9 +92,9 @@ py::object read(Held& held, const Range& range, std::optional<int> clockHz, cons
     });
 }
 
-py::object erase(Held& held, const Range& range, std::optional<int> clockHz, const py::object& progress,
-                 const py::object& cancel) {
-    const tavo::EraseOptions options{rangeOf(range), clockHz};
+py::object erase(Held& held, const Range& range, std::optional<int> clockHz, const std::string& backup, bool noBackup,
+                 const py::object& progress, const py::object& cancel) {
+    const tavo::EraseOptions options{rangeOf(range), clockHz, backup, noBackup};
     return on(held, progress, cancel, [&](tavo::Device& device, const tavo::Control& control) {
         return tavo::eraseFlash(device, options, control);
     });
@@ -121,40 +128,27 @@ double pressServicePin(Held& held, const py::object& progress, const py::object&
     return run([&](const tavo::Control& control) { return tavo::pressServicePin(*device, control); });
 }
 
-py::bytes bytesOf(const LonAddress& entry) {
-    return {reinterpret_cast<const char*>(&entry), sizeof entry};
-}
-
 py::tuple readDomainTable(Held& held, const py::object& progress, const py::object& cancel) {
     const Held::Use device(held);
     Run run(progress, cancel);
     const auto table = run([&](const tavo::Control& control) { return tavo::readDomainTable(*device, control); });
-    return py::make_tuple(bytesOf(table[0]), bytesOf(table[1]));
+    return bytesOf(table);
 }
 
-tavo::DomainTable tableOf(const std::array<std::string, 2>& entries) {
-    tavo::DomainTable table;
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        if (entries[i].size() != sizeof table[i]) throw py::value_error("an entry of the domain table has 15 bytes");
-        std::memcpy(static_cast<void*>(&table[i]), entries[i].data(), sizeof table[i]);
-    }
-    return table;
-}
-
-/// The indexes of the entries that differ from before.
-std::vector<unsigned> writeDomainTable(Held& held, const std::array<std::string, 2>& before,
-                                       const std::array<std::string, 2>& wanted, const py::object& progress,
-                                       const py::object& cancel) {
+/// The indexes of the entries that differ from before, and the file that keeps what was there.
+std::pair<std::vector<unsigned>, std::string> writeDomainTable(Held& held, const std::array<std::string, 2>& before,
+                                                               const std::array<std::string, 2>& wanted,
+                                                               const std::string& source, bool noBackup, bool keepKeys,
+                                                               const py::object& progress, const py::object& cancel) {
     const auto known = tableOf(before);
     const auto table = tableOf(wanted);
     const Held::Use device(held);
     Run run(progress, cancel);
     return run([&](const tavo::Control& control) {
         std::vector<unsigned> changed;
-        tavo::DomainWriteOptions options;
-        options.changed = &changed;
-        tavo::writeDomainTable(*device, known, table, options, control);
-        return changed;
+        const tavo::DomainWriteOptions options{&changed, source, noBackup, keepKeys};
+        std::string backup = tavo::writeDomainTable(*device, known, table, options, control);
+        return std::pair(std::move(changed), std::move(backup));
     });
 }
 
@@ -181,17 +175,26 @@ py::object overview(Held& held, unsigned flash, const py::object& progress, cons
     });
 }
 
-py::object doctor(Held& held, bool restartNeuron, const py::object& progress, const py::object& cancel) {
-    return on(held, progress, cancel, [&](tavo::Device& device, const tavo::Control& control) {
-        tavo::DoctorOptions options;
-        options.restartNeuron = restartNeuron;
-        return tavo::doctor(device, options, control);
-    });
+/// What is told of each step goes to a function of Python's, on its thread.
+template <typename Step>
+std::function<void(const Step&)> teller(Run& run, const py::object& each) {
+    if (each.is_none()) return {};
+    return [&](const Step& step) { run.onCaller([&] { each(toPython(step)); }); };
 }
 
-py::object recover(Held& held, const py::object& progress, const py::object& cancel) {
-    return on(held, progress, cancel,
-              [](tavo::Device& device, const tavo::Control& control) { return tavo::recover(device, {}, control); });
+py::object doctor(Held& held, bool restartNeuron, const py::object& each, const py::object& progress,
+                  const py::object& cancel) {
+    const Held::Use device(held);
+    Run run(progress, cancel);
+    const tavo::DoctorOptions options{restartNeuron, teller<tavo::Check>(run, each)};
+    return toPython(run([&](const tavo::Control& control) { return tavo::doctor(*device, options, control); }));
+}
+
+py::object recover(Held& held, const py::object& each, const py::object& progress, const py::object& cancel) {
+    const Held::Use device(held);
+    Run run(progress, cancel);
+    const tavo::RecoverOptions options{teller<tavo::RecoverStep>(run, each)};
+    return toPython(run([&](const tavo::Control& control) { return tavo::recover(*device, options, control); }));
 }
 
 std::unique_ptr<Held> open(const std::vector<std::string>& specs, std::optional<unsigned> waitSeconds,
@@ -213,6 +216,8 @@ void defineDevice(py::module_& module) {
     device.def("close", &Held::close)
         .def_property_readonly("is_open", &Held::isOpen)
         .def_property_readonly("description", [](const Held& held) { return toPython(held.description()); })
+        .def_property_readonly("is_attached",
+                               [](const Held& held) { return tavo::isStillAttached(held.description().path); })
         .def("interrupted_run", [](const Held& held) { return toPython(tavo::interruptedRun(held.description())); })
         .def("inspect_flash", &simply<inspectFlash>)
         .def("program", &program)
@@ -232,7 +237,8 @@ void defineDevice(py::module_& module) {
         .def("overview", &overview)
         .def("doctor", &doctor)
         .def("recover", &recover);
-    defineBridge(device);
+    defineBridge(module, device);
+    defineStore(module, device);
     module.def("open", &open);
     module.def("devices", &devices);
     module.def("forecast", &forecast);

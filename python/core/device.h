@@ -3,10 +3,12 @@
 
 #include <pybind11/pybind11.h>
 
+#include <array>
 #include <optional>
 #include <stdexcept>
 
 #include "tavo/service/device.h"
+#include "tavo/service/neuron.h"
 
 namespace binding {
 
@@ -56,6 +58,14 @@ private:
 };
 
 void defineDevice(py::module_& module);
-void defineBridge(py::class_<Held>& device);
+void defineBridge(py::module_& module, py::class_<Held>& device);
+void defineStore(py::module_& module, py::class_<Held>& device);
+
+/// Entries of the domain table as they travel.
+py::bytes bytesOf(const LonAddress& entry);
+py::tuple bytesOf(const tavo::DomainTable& table);
+/// Throws py::value_error.
+LonAddress entryOf(const std::string& bytes);
+tavo::DomainTable tableOf(const std::array<std::string, 2>& entries);
 
 }  // namespace binding

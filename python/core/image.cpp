@@ -68,18 +68,50 @@ std::string path(const py::object& name) {
         .cast<py::bytes>();
 }
 
-PyImage read(const py::object& name, const std::string& format, std::optional<std::uint32_t> address, bool strict,
-             std::uint32_t chipSize) {
+/// The file, good or bad, and its image.
+std::pair<std::shared_ptr<const tavo::ImageFile>, PyImage> look(const py::object& name, const std::string& format,
+                                                                std::optional<std::uint32_t> address, bool strict,
+                                                                std::uint32_t chipSize) {
     tavo::ReadOptions options;
     options.format = formatNamed(format);
     options.address = address;
     options.strict = strict;
     options.chipSize = chipSize;
+    std::string words = options.format == tavo::Format::Automatic ? "" : "--format " + format;
+    if (address) words += (words.empty() ? "--address " : " --address ") + tavo::hexAddress(*address);
     const std::string file = path(name);
     const py::gil_scoped_release released;
-    auto found = std::make_shared<tavo::ImageFile>(tavo::checkImage(file, options));
-    if (!found->isGood()) throw tavo::refusal(file, *found);
-    return {std::move(found), file};
+    auto found = std::make_shared<const tavo::ImageFile>(tavo::checkImage(file, options));
+    return {found, PyImage(found, file, words)};
+}
+
+PyImage read(const py::object& name, const std::string& format, std::optional<std::uint32_t> address, bool strict,
+             std::uint32_t chipSize) {
+    auto [file, image] = look(name, format, address, strict, chipSize);
+    if (!file->isGood()) throw tavo::refusal(image.name(), *file);
+    return std::move(image);
+}
+
+py::object check(const py::object& name, const std::string& format, std::optional<std::uint32_t> address, bool strict,
+                 std::uint32_t chipSize) {
+    static constexpr const char* kWords[] = {"auto", "hex", "srec", "bin", "elf"};  // in the order of Format
+    auto [file, image] = look(name, format, address, strict, chipSize);
+    return py::module_::import("tavo_util.results")
+        .attr("ImageFile")(py::cast(std::move(image)), kWords[static_cast<std::size_t>(file->format)],
+                           tupleOf(file->faults), file->faultCount, file->fileBytes, file->sha256,
+                           tupleOf(file->changes));
+}
+
+py::object mapOf(const PyImage& self, std::uint32_t chipSize) {
+    return toPython(tavo::mapImage(self.image(), chipSize));
+}
+
+py::object mapOnChip(const PyImage& self, const PyImage& chip, std::uint32_t chipSize) {
+    return toPython(tavo::mapComparison(self.image(), chip.image(), chipSize));
+}
+
+py::object mapContents(const PyImage& self, std::uint32_t chipSize) {
+    return toPython(tavo::mapContents(self.image(), chipSize));
 }
 
 std::string write(const PyImage& self, const py::object& name, const std::optional<std::string>& format, bool replace,
@@ -145,8 +177,14 @@ std::string repr(const PyImage& self) {
     return shown + (self.name().empty() ? "" : " from " + tavo::printable(self.name())) + ">";
 }
 
-py::object compared(const PyImage& self, const PyImage& other, bool restBlank) {
-    return toPython(tavo::compare(self.image(), other.image(), tavo::kAddressable, restBlank));
+py::object compared(const PyImage& self, const PyImage& other, bool restBlank, const py::object& range) {
+    const tavo::AddressRange all{0, tavo::kAddressable - 1};
+    const tavo::AddressRange part = range.is_none() ? all
+                                                    : tavo::AddressRange{range.attr("first").cast<std::uint32_t>(),
+                                                                         range.attr("last").cast<std::uint32_t>()};
+    if (part.last > all.last)
+        throw py::value_error("an image ends at 0xFFFFFF: the flash commands carry 24 address bits");
+    return toPython(tavo::compare(self.image(), other.image(), part, restBlank));
 }
 
 }  // namespace
@@ -166,6 +204,11 @@ all views share them.)")
 
 format: "hex", "srec", "bin", "elf" or "auto". address: of the first byte of a raw binary. chip_size: data above so many
 bytes are a fault. Raises ImageRefused, whose details are the faults with their lines, and FileFailed.)")
+        .def_static("check", &check, "path"_a, py::kw_only(), "format"_a = "auto", "address"_a = py::none(),
+                    "strict"_a = false, "chip_size"_a = tavo::kAddressable,
+                    R"(Reads as read() does, and gives an ImageFile that tells what it is and all its faults.
+
+Raises FileFailed for a file that cannot be read, nothing for one that is bad.)")
         .def_static("from_bytes", &fromBytes, "data"_a, "address"_a = 0,
                     "An image of bytes, a bytearray, a memoryview or anything else with a buffer.")
         .def("write", &write, "path"_a, py::kw_only(), "format"_a = py::none(), "replace"_a = false,
@@ -174,8 +217,15 @@ bytes are a fault. Raises ImageRefused, whose details are the faults with their 
 
 format: "hex", "srec" or "bin"; None: by the name's ending. Raises FileFailed, also for a file that is there, unless
 replace is true.)")
-        .def("compare", &compared, "other"_a, py::kw_only(), "rest_blank"_a = false,
-             "Where other, what a chip holds, is not what this image wants. rest_blank: it must be FF elsewhere.")
+        .def("compare", &compared, "other"_a, py::kw_only(), "rest_blank"_a = false, "range"_a = py::none(),
+             R"(Where other, what a chip holds, is not what this image wants.
+
+rest_blank: it must be FF elsewhere. range: an AddressRange, to which the comparison is limited.)")
+        .def("map", &mapOf, "chip_size"_a = 0,
+             "An ImageMap of a chip with so many bytes; 0: of the smallest power of two that holds the image.")
+        .def("map_on_chip", &mapOnChip, "chip"_a, "chip_size"_a,
+             "An ImageMap of what the chip holds against this image; chip: what was read of it.")
+        .def("map_contents", &mapContents, "chip_size"_a, "An ImageMap of this as what was read of a chip.")
         .def("__getitem__", &at, "address"_a)
         .def("__getitem__", &slice, "part"_a)
         .def("__contains__",
@@ -200,6 +250,9 @@ replace is true.)")
         .def_property_readonly(
             "pages", [](const PyImage& self) { return self.image().touchedPages(); },
             "Flash pages (256 bytes) that have a byte of it.")
+        .def_property_readonly(
+            "blank_pages", [](const PyImage& self) { return self.image().blankPages(); },
+            "Pages that have bytes of it, all FF.")
         .def_property_readonly(
             "identity", [](const PyImage& self) { return self.image().identity(); },
             "SHA-256 of bytes and addresses: the same whatever file it was read from.")

@@ -9,6 +9,7 @@
 #include "python/core/running.h"
 #include "python/core/seam.h"
 #include "tavo/service/range.h"
+#include "tavo/service/text.h"
 
 namespace py = pybind11;
 
@@ -23,13 +24,6 @@ void translate(std::exception_ptr thrown) {
     }
 }
 
-tavo::ConfigurationBlock blockOf(const std::string& bytes) {
-    tavo::ConfigurationBlock block{};
-    if (bytes.size() != block.size()) throw py::value_error("a configuration block has 512 bytes");
-    std::copy(bytes.begin(), bytes.end(), block.begin());
-    return block;
-}
-
 }  // namespace
 
 PYBIND11_MODULE(_core, module) {
@@ -39,13 +33,22 @@ PYBIND11_MODULE(_core, module) {
     binding::defineImage(module);
     binding::defineDevice(module);
     binding::definePage(module);
-    module.def("configuration_fields",
-               [](const std::string& block) { return binding::toPython(tavo::fieldsOf(blockOf(block))); });
-    module.def("load_configuration",
-               [](const std::string& path) { return binding::toPython(tavo::loadConfiguration(path)); });
     module.def("parse_range", [](const std::string& text, const std::string& layout) {
         return binding::toPython(
             tavo::parseRange(text, layout.empty() ? std::vector<tavo::NamedRange>() : tavo::readLayout(layout)));
+    });
+    module.def("parse_number", &tavo::parseNumber);
+    module.def("load_layout", [](const std::string& path) { return binding::tupleOf(tavo::readLayout(path)); });
+    module.def("aligned_ranges", [](std::uint32_t first, std::uint32_t last, std::uint32_t step) {
+        return binding::tupleOf(tavo::alignedRanges({first, last}, step));
+    });
+    module.def("printable", [](const std::string& shown) { return binding::text(tavo::printable(shown)); });
+    module.def("status_counters", [] {
+        py::list counters;
+        for (std::size_t i = 0; i < tavo::kStatusCounters; ++i) {
+            counters.append(binding::toPython(tavo::statusCounter(i)));
+        }
+        return py::tuple(counters);
     });
     module.def("use_simulated", &binding::useSimulated);
     py::module_::import("atexit").attr("register")(py::cpp_function(&binding::endAllRuns));

@@ -28,7 +28,7 @@ def migrate(device: tavo_util.Device, old: bytes, new: bytes, write: bool) -> st
         return "no member of that domain" if new not in [e.domain_id for e in before if e.in_use] else "moved before"
     if not write:
         return f"would move: {wanted}"
-    changed = device.write_domain_table(before, wanted)
+    changed = device.write_domain_table(before, wanted).changed
     return "moved: " + ", ".join(f"entry {index}, subnet {wanted[index].subnet}, node {wanted[index].node}"
                                  for index in changed)
 

@@ -17,26 +17,34 @@ tavo_util.sim has simulated interfaces, for trying this and for tests.
 """
 
 from tavo_util._core import Image, __version__
-from tavo_util.device import (Device, allow_usb_id, configuration_fields, devices, forecast, load_configuration, open,
-                              parse_range)
+from tavo_util.device import (Device, STATUS_COUNTERS, allow_usb_id, compare_configuration, configuration_fields,
+                              devices, domain_table_text, domains_with, forecast, history, load_configuration,
+                              load_domains, load_layout, open, parse_number, parse_range, printable, save_configuration)
 from tavo_util.errors import (BadArgument, Cancelled, DeviceBusy, DeviceFailed, Error, FileFailed, FlashIncomplete,
                               ImageRefused, Internal, NoAnswer, NoDevice, NoPermission, SeveralDevices)
 from tavo_util.page import job_page
-from tavo_util.results import (AddressRange, BlankCheckResult, Check, Comparison, ConfigurationChange,
-                               ConfigurationFields, DeviceDescription, DeviceState, Diagnosis, Difference, DomainEntry,
-                               EraseResult, EraseType, Event, EventKind, FlashChip, FlashLook, FlashState, Forecast,
-                               InterruptedRun, Knowledge, LineState, Mode, ModeChange, NeuronStatus, Overview, Part,
+from tavo_util.results import (AddressRange, Backup, BackupKind, BlankCheckResult, ByteChange, Check, Comparison,
+                               ConfigurationChange, ConfigurationFields, DeviceDescription, DeviceState, Diagnosis,
+                               Difference, DomainChange, DomainEntry, DomainFileEntry, EraseResult, EraseType, Event,
+                               EventKind, FlashChip, FlashLook, FlashState, Forecast, History, HistoryEntry,
+                               ImageFault, ImageFile, ImageMap, InterruptedRun, Knowledge, LineState, MapCell,
+                               MapCount, MapRange, Mode, ModeChange, NamedRange, NeuronStatus, Overview, Part,
                                PartState, Phase, ProgramResult, ProgramWay, ReadResult, RecoverStep, Recovery, ResetBy,
-                               Scb0Role, Scb0State, StatusHistory, StatusLook, StoredNeuronId, Verdict, VerifyResult)
+                               RestoreResult, Scb0Role, Scb0State, StatusCounter, StatusHistory, StatusLook,
+                               StoredNeuronId, Verdict, VerifyResult)
 
 __all__ = [
-    "AddressRange", "BadArgument", "BlankCheckResult", "Cancelled", "Check", "Comparison", "ConfigurationChange",
-    "ConfigurationFields", "Device", "DeviceBusy", "DeviceDescription", "DeviceFailed", "DeviceState", "Diagnosis",
-    "Difference", "DomainEntry", "EraseResult", "EraseType", "Error", "Event", "EventKind", "FileFailed", "FlashChip",
-    "FlashIncomplete", "FlashLook", "FlashState", "Forecast", "Image", "ImageRefused", "Internal", "InterruptedRun",
-    "Knowledge", "LineState", "Mode", "ModeChange", "NeuronStatus", "NoAnswer", "NoDevice", "NoPermission", "Overview",
-    "Part", "PartState", "Phase", "ProgramResult", "ProgramWay", "ReadResult", "RecoverStep", "Recovery", "ResetBy",
-    "Scb0Role", "Scb0State", "SeveralDevices", "StatusHistory", "StatusLook", "StoredNeuronId", "Verdict",
-    "VerifyResult", "allow_usb_id", "configuration_fields", "devices", "forecast", "job_page", "load_configuration",
-    "open", "parse_range",
+    "AddressRange", "Backup", "BackupKind", "BadArgument", "BlankCheckResult", "ByteChange", "Cancelled", "Check",
+    "Comparison", "ConfigurationChange", "ConfigurationFields", "Device", "DeviceBusy", "DeviceDescription",
+    "DeviceFailed", "DeviceState", "Diagnosis", "Difference", "DomainChange", "DomainEntry", "DomainFileEntry",
+    "EraseResult", "EraseType", "Error", "Event", "EventKind", "FileFailed", "FlashChip", "FlashIncomplete",
+    "FlashLook", "FlashState", "Forecast", "History", "HistoryEntry", "Image", "ImageFault", "ImageFile", "ImageMap",
+    "ImageRefused", "Internal", "InterruptedRun", "Knowledge", "LineState", "MapCell", "MapCount", "MapRange", "Mode",
+    "ModeChange", "NamedRange", "NeuronStatus", "NoAnswer", "NoDevice", "NoPermission", "Overview", "Part",
+    "PartState", "Phase", "ProgramResult", "ProgramWay", "ReadResult", "RecoverStep", "Recovery", "ResetBy",
+    "RestoreResult", "STATUS_COUNTERS", "Scb0Role", "Scb0State", "SeveralDevices", "StatusCounter", "StatusHistory",
+    "StatusLook", "StoredNeuronId", "Verdict", "VerifyResult", "allow_usb_id", "compare_configuration",
+    "configuration_fields", "devices", "domain_table_text", "domains_with", "forecast", "history", "job_page",
+    "load_configuration", "load_domains", "load_layout", "open", "parse_number", "parse_range", "printable",
+    "save_configuration",
 ]

@@ -7,10 +7,10 @@ from __future__ import annotations
 
 import enum
 from dataclasses import dataclass, field
-from typing import TYPE_CHECKING
+from datetime import datetime
 
-if TYPE_CHECKING:
-    from tavo_util._core import Image
+from tavo_util import _core
+from tavo_util._core import Image
 
 
 class FlashState(enum.Enum):
@@ -134,6 +134,34 @@ class EventKind(enum.Enum):
     STEP = "step"
 
 
+class BackupKind(enum.Enum):
+    """What a backup is of."""
+
+    FLASH = "flash"
+    CONFIGURATION = "config"
+    DOMAINS = "domain"
+
+
+class MapCell(enum.Enum):
+    """What a part of an ImageMap shows."""
+
+    GAP = "none"
+    """Of an image: no byte."""
+    BLANK = "blank"
+    """Of an image: all FF."""
+    PART = "part"
+    """Of an image: some bytes."""
+    DATA = "data"
+    """Every byte of an image, any byte but FF of a chip."""
+    EQUAL = "equal"
+    DIFFERS = "differs"
+    BEYOND = "beyond"
+    """Of a chip: data where the image has none."""
+    ERASED = "erased"
+    """Of a chip: FF, and the image has nothing there."""
+    UNREAD = "unread"
+
+
 @dataclass(frozen=True, slots=True)
 class Event:
     """One thing that an operation tells; str() gives a line for people."""
@@ -173,8 +201,97 @@ class AddressRange:
     def __contains__(self, address: int) -> bool:
         return self.first <= address <= self.last
 
+    def aligned(self, step: int) -> tuple[AddressRange, ...]:
+        """The nearest ranges on multiples of step bytes: the smallest around it and, if there is one, a shorter one."""
+        return _core.aligned_ranges(self.first, self.last, step)
+
     def __str__(self) -> str:
         return f"0x{self.first:06X}-0x{self.last:06X}"
+
+
+@dataclass(frozen=True, slots=True)
+class NamedRange:
+    """A line of a layout file."""
+
+    name: str
+    range: AddressRange
+
+
+@dataclass(frozen=True, slots=True)
+class ImageFault:
+    """One fault of a file; str() is a line with its place."""
+
+    line: int
+    """From 1; 0: of the file as a whole, or of a format without lines."""
+    offset: int | None
+    """In the unpacked file, of a format without lines."""
+    problem: str
+    hint: str
+    """What to do about it."""
+    text: str
+    """As str()."""
+
+    def __str__(self) -> str:
+        return self.text
+
+
+@dataclass(frozen=True, slots=True)
+class ImageFile:
+    """What Image.check found; true without a fault."""
+
+    image: Image
+    """As far as it could be read, when there are faults."""
+    format: str
+    """"hex", "srec", "bin" or "elf"; "auto": not known."""
+    faults: tuple[ImageFault, ...]
+    """The first ones; what many lines have in common is one fault."""
+    fault_count: int
+    """Also those that are not listed."""
+    file_bytes: int
+    """As stored, before any unpacking."""
+    sha256: str
+    """Of the file as stored; empty when it was not read to its end."""
+    changes: tuple[str, ...]
+    """How it differs in form from what strict reading takes."""
+
+    def __bool__(self) -> bool:
+        return self.fault_count == 0
+
+
+@dataclass(frozen=True, slots=True)
+class MapRange:
+    """Addresses side by side that show the same."""
+
+    range: AddressRange
+    cell: MapCell
+
+
+@dataclass(frozen=True, slots=True)
+class MapCount:
+    """What a letter of an ImageMap says, and how many cells have it."""
+
+    cell: MapCell
+    letter: str
+    text: str
+    count: int
+
+
+@dataclass(frozen=True, slots=True)
+class ImageMap:
+    """A chip as a grid of 1024 cells from address 0; str() draws it in rows of 64."""
+
+    size: int
+    """Bytes that the grid stands for."""
+    cell_size: int
+    """Bytes of a cell."""
+    letters: str
+    """One for each cell, the lowest address first."""
+    ranges: tuple[MapRange, ...]
+    """The same down to a page, and together the whole chip."""
+    legend: tuple[MapCount, ...]
+
+    def __str__(self) -> str:
+        return "\n".join(self.letters[start:start + 64] for start in range(0, len(self.letters), 64))
 
 
 @dataclass(frozen=True, slots=True)
@@ -263,6 +380,8 @@ class FlashChip:
     erase_longest: float
     maker_name: str
     id_text: str
+    usual_erase_time: str
+    """Of the whole chip: "usually 2 to 12 s"."""
     text: str
 
     def __str__(self) -> str:
@@ -324,6 +443,7 @@ class ProgramResult:
     retries: tuple[int, ...]
     """Addresses of pages that needed another attempt: a chip that wears out."""
     backup: str
+    """File of what was there before: as it was named, else among Device.backups(); empty: it was not kept."""
     backup_sha256: str
     seconds: float
     state: DeviceState
@@ -365,6 +485,8 @@ class EraseResult:
     chip: FlashChip
     sectors_erased: int
     """Blocks of whatever size; the whole chip is none."""
+    backup: str
+    """File of what was there before; empty: it was not read."""
     seconds: float
     state: DeviceState
 
@@ -452,6 +574,39 @@ class DomainEntry:
 
 
 @dataclass(frozen=True, slots=True)
+class DomainChange:
+    """What Device.write_domain_table did."""
+
+    changed: tuple[int, ...]
+    """Entries that differ from before."""
+    backup: str
+    """File that keeps what was there; empty: none."""
+
+
+@dataclass(frozen=True, slots=True)
+class DomainFileEntry:
+    """One entry that load_domains read."""
+
+    index: int
+    entry: DomainEntry
+    has_key: bool
+    """False: the key that is in the Neuron stays."""
+    is_key_replaced: bool
+    """Of a key that was left out: what was written then had another one."""
+
+
+@dataclass(frozen=True, slots=True)
+class StatusCounter:
+    """One of the five counters of NeuronStatus."""
+
+    key: str
+    """Its field: "transmit_errors"."""
+    label: str
+    meaning: str
+    """What has happened each time, and where to look."""
+
+
+@dataclass(frozen=True, slots=True)
 class StatusLook:
     """One look at the status while it is watched."""
 
@@ -477,6 +632,10 @@ class StatusHistory:
     """Change of the five counters, over everything that was set back."""
     unanswered: int
     times_cleared: int
+
+    @property
+    def last_answered(self) -> StatusLook | None:
+        return next((look for look in reversed(self.looks) if look.status is not None), None)
 
 
 @dataclass(frozen=True, slots=True)
@@ -519,13 +678,24 @@ class Part:
 class InterruptedRun:
     """A run that began to change a flash, and was cut off."""
 
+    flash: FlashState
+    """What it holds now."""
     image: str
+    """File that was being programmed; empty for an erase."""
     sha256: str
+    """Of the image."""
     backup: str
+    """File of what was in the flash before; empty: none."""
+    kept: str
+    """File of what was in the chip around what is programmed; empty: none to keep."""
     started: str
+    """Local time with its offset from UTC."""
     options: str
+    """That the image was given with, as on the command line."""
     text: str
+    """What was going on, and what the flash holds now."""
     hint: str
+    """The command that puts an image back."""
 
 
 @dataclass(frozen=True, slots=True)
@@ -538,6 +708,8 @@ class Overview:
     program_id: str | None
     status: NeuronStatus | None
     flash: FlashChip | None
+    why: tuple[tuple[str, str], ...]
+    """Names of the fields that are None, each with the reason."""
     neuron_restarted: bool
     interrupted: InterruptedRun | None
     state: DeviceState
@@ -580,17 +752,37 @@ class ConfigurationFields:
 
 
 @dataclass(frozen=True, slots=True)
+class ByteChange:
+    """One byte of a configuration block that differs."""
+
+    offset: int
+    before: int
+    after: int
+    field: str
+    """What it belongs to: "serial number"; empty for bytes without a known meaning."""
+
+
+@dataclass(frozen=True, slots=True)
 class ConfigurationChange:
     """A rewrite of the configuration block, done or only planned. It takes effect at the next plugging in."""
 
     before: bytes
     after: bytes
     serial: str
+    """That the block will carry."""
+    pending_serial: str
+    """Set since the interface was plugged in, and lost by this rewrite; empty: none."""
+    backup: str
+    """File that keeps the block as it was; empty: none."""
     written: bool
 
     @property
     def changes_anything(self) -> bool:
         return self.before != self.after
+
+    @property
+    def changes(self) -> tuple[ByteChange, ...]:
+        return _core.compare_configuration(self.before, self.after)
 
 
 @dataclass(frozen=True, slots=True)
@@ -600,3 +792,90 @@ class StoredNeuronId:
     neuron_id: str
     written: bool
     """False: the bridge held it already."""
+
+
+@dataclass(frozen=True, slots=True)
+class Backup:
+    """One backup that this computer keeps of an interface."""
+
+    kind: BackupKind
+    id: str
+    """"20240501-140359-3fa4b2c1d0e5": local time when it was first kept, and sha256."""
+    path: str
+    time: str
+    """When the interface held it last, UTC: "2024-05-01T12:03:59Z"."""
+    sha256: str
+    """Of the file; of an image also its identity."""
+    bytes: int
+    is_damaged: bool
+    """The file is not what was kept."""
+    taken_before: str
+    """What the run did then; may be empty."""
+
+
+@dataclass(frozen=True, slots=True)
+class RestoreResult:
+    """What Device.restore did; only what belongs to the backup's kind is filled."""
+
+    changed: bool
+    """False: all of it was there already."""
+    flash: ProgramResult | None
+    bytes: tuple[ByteChange, ...]
+    """Of the configuration block."""
+    domains: tuple[int, ...]
+    """Entries of the domain table that were changed."""
+    kept_keys: tuple[int, ...]
+    """Entries whose key is not in the backup: the Neuron's own has stayed."""
+    backup: str
+    """File that keeps what was there before; empty: none."""
+    state: DeviceState
+
+
+@dataclass(frozen=True, slots=True)
+class HistoryEntry:
+    """One run that changed an interface, or was to. Texts are empty where nothing is to be told."""
+
+    time: str
+    """Of its begin, UTC: "2024-05-01T12:03:59Z"."""
+    action: str
+    """"program", "erase", "restore", "config write", "set-serial", "scb0" or "domain write"."""
+    part: str
+    """"flash", "config" or "domain"."""
+    result: str
+    """"done", "unchanged", "failed" or "interrupted"; "started": it has not ended, or was cut off."""
+    serial: str
+    path: str
+    neuron_id: str
+    image: str
+    """File that was written."""
+    sha256: str
+    """Identity of what was written."""
+    serial_after: str
+    """The serial number that a rewrite of the configuration block gave."""
+    backup: str
+    """File name of what was there before, among the backups of the interface."""
+    state: str
+    error: str
+    tool: str
+    """Version of what did it."""
+    run: str
+    """The same in all that one run did."""
+    seconds: float
+
+    @property
+    def started(self) -> datetime | None:
+        """time, with its zone; None when it is no time."""
+        try:
+            return datetime.fromisoformat(self.time.replace("Z", "+00:00"))
+        except ValueError:
+            return None
+
+
+@dataclass(frozen=True, slots=True)
+class History:
+    """What history() found."""
+
+    entries: tuple[HistoryEntry, ...]
+    """Oldest first."""
+    faults: tuple[str, ...]
+    """Lines and files that could not be read."""

@@ -7,7 +7,7 @@ import resource
 import pytest
 
 import tavo_util
-from tavo_util import AddressRange, Image
+from tavo_util import AddressRange, Image, MapCell, MapRange
 
 
 def test_bytes_and_parts(image):
@@ -76,6 +76,10 @@ def test_a_bad_file_is_refused_with_its_lines(tmp_path):
     error = caught.value
     assert error.problem == "file-refused" and error.details and error.hint is not None
     assert error.state.flash is tavo_util.FlashState.UNTOUCHED and str(error.state) == "device not touched"
+    found = Image.check(path)
+    assert not found and found.fault_count == 1 and found.format == "hex" and found.file_bytes == 26
+    fault, = found.faults
+    assert fault.line == 1 and fault.hint and fault.offset is None and str(fault) in error.details[0]
     with pytest.raises(tavo_util.ImageRefused):
         Image.read(path, format="srec")
     with pytest.raises(ValueError, match="hex, srec"):
@@ -88,6 +92,8 @@ def test_addresses_of_raw_binaries_and_chips(tmp_path):
     path = tmp_path / "raw.bin"
     path.write_bytes(b"abcd")
     assert Image.read(path, address=0x100).ranges == (AddressRange(0x100, 0x103),)
+    told = Image.check(path)
+    assert told and told.format == "bin" and told.sha256 == hashlib.sha256(b"abcd").hexdigest() and told.image[3] == ord("d")
     with pytest.raises(tavo_util.ImageRefused):
         Image.read(path, address=0x100, chip_size=0x102)
     assert tavo_util.parse_range("64K+4K") == AddressRange(0x10000, 0x10FFF)
@@ -95,6 +101,10 @@ def test_addresses_of_raw_binaries_and_chips(tmp_path):
     layout = tmp_path / "flash.layout"
     layout.write_text("0000-0fff boot\n")
     assert tavo_util.parse_range("boot", layout).size == 4096
+    assert tavo_util.load_layout(layout) == (tavo_util.NamedRange("boot", AddressRange(0, 0xFFF)),)
+    assert AddressRange(0x1100, 0x3EFF).aligned(4096) == (AddressRange(0x1000, 0x3FFF), AddressRange(0x2000, 0x2FFF))
+    assert [tavo_util.parse_number(text) for text in ("0x10", "64K", "64k5")] == [16, 65536, None]
+    assert tavo_util.printable("a\x1b\udcff\n") == "a\\x1B\\xFF\\x0A"
     with pytest.raises(tavo_util.BadArgument):
         tavo_util.parse_range("boot")
     with pytest.raises(ValueError):
@@ -109,4 +119,10 @@ def test_forecast_and_comparison(image):
     other = image[:0x2000] | Image.from_bytes(bytes(70), 0x2000)
     found = image.compare(other)
     assert not found.equal and found.pages == 1 and found.differences[0].range.first == 0x2000
-    assert image.compare(image).equal
+    assert image.compare(image).equal and image.compare(other, range=AddressRange(0, 0x1FFF)).equal
+    drawn = image.map_on_chip(other, 64 << 10)
+    assert str(drawn).startswith("=" * 47) and drawn.letters[0x2000 // drawn.cell_size] == "X"
+    assert {count.cell: count.count for count in drawn.legend}[MapCell.DIFFERS] == 2
+    assert MapRange(AddressRange(0x2000, 0x20FF), MapCell.DIFFERS) in drawn.ranges
+    assert image.map().size == 16 << 10 and image.map().legend[0].text and other.map_contents(64 << 10).letters[-1] == "?"
+    assert Image({0: b"\xff" * 256}).blank_pages == 1
