@@ -197,11 +197,14 @@ py::object recover(Held& held, const py::object& each, const py::object& progres
     return toPython(run([&](const tavo::Control& control) { return tavo::recover(*device, options, control); }));
 }
 
-std::unique_ptr<Held> open(const std::vector<std::string>& specs, std::optional<unsigned> waitSeconds,
+std::unique_ptr<Held> open(const std::vector<std::string>& specs, std::optional<unsigned> waitSeconds, bool asItIs,
                            const py::object& progress, const py::object& cancel) {
     Run run(progress, cancel);
-    return std::make_unique<Held>(run(
-        [&](const tavo::Control& control) { return tavo::Device(tavo::chooseDevice(specs, waitSeconds, control)); }));
+    return std::make_unique<Held>(run([&](const tavo::Control& control) {
+        const auto found = tavo::chooseDevice(specs, waitSeconds, control);
+        if (asItIs || found.access == TAVO_SUCCESS) return tavo::Device(found);
+        throw tavo::statusError(found.access, tavo::Side::Bridge, "open " + found.name());
+    }));
 }
 
 py::tuple devices(const std::vector<std::string>& specs) {

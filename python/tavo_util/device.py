@@ -53,15 +53,16 @@ def devices(*specs: str) -> tuple[DeviceDescription, ...]:
     return _core.devices(list(specs))
 
 
-def open(*specs: str, wait: int | None = None, progress: Progress | None = None,
+def open(*specs: str, wait: int | None = None, as_it_is: bool = False, progress: Progress | None = None,
          cancel: CancelEvent | None = None) -> Device:
     """Chooses one interface and locks it against other processes and other objects, until it is closed.
 
     specs: "serial:TEXT", "usb:1-4.2", "neuron:HEX12", or a bare serial number; none, when only one is attached.
-    wait: seconds to wait for it to appear; None: not at all.
+    wait: seconds to wait for it to appear; None: not at all. as_it_is: also one that this user may not open, for
+    Device.doctor.
     Raises NoDevice, SeveralDevices, NoPermission, DeviceBusy, BadArgument; Cancelled while it waits.
     """
-    return Device(_core.open(list(specs), wait, progress, cancel))
+    return Device(_core.open(list(specs), wait, as_it_is, progress, cancel))
 
 
 def allow_usb_id(vendor_id: int, product_id: int) -> None:

@@ -21,7 +21,7 @@ from typing import Iterator, Mapping, Sequence
 
 from tavo_util import _core, _sim
 
-__all__ = ["Interface", "interface", "interfaces"]
+__all__ = ["Interface", "described", "interface", "interfaces"]
 
 _active = False
 
@@ -133,24 +133,34 @@ def interfaces(count: int = 1, *, folders: Sequence[str | os.PathLike[str]] | No
     and the others of the guide; serial numbers count up from serial (00001234).
     Raises RuntimeError inside of another such block, ValueError for an option.
     """
-    global _active
-    if _active:
-        raise RuntimeError("the simulated interfaces of another block are in use: ask that one for more of them")
     serial = str(options.pop("serial", "00001234"))
     with contextlib.ExitStack() as stack:
         if folders is None:
             own = stack.enter_context(tempfile.TemporaryDirectory(prefix="tavo-sim-"))
             folders = [os.path.join(own, str(number)) for number in range(count)]
-        described = [_description(os.fspath(folder), {"pace": pace, "serial": _counted(serial, number), **options})
-                     for number, folder in enumerate(folders)]
+        made = stack.enter_context(described(*(
+            _description(os.fspath(folder), {"pace": pace, "serial": _counted(serial, number), **options})
+            for number, folder in enumerate(folders))))
+        for number in range(len(made)):
+            _sim.keep_journal(number, journal)
+        yield made
+
+
+@contextlib.contextmanager
+def described(*specs: str) -> Iterator[list[Interface]]:
+    """Those that the tool's -d names: "sim:board,size=64K,pace=fast". Without options they have their delays.
+
+    Raises as interfaces().
+    """
+    global _active
+    if _active:
+        raise RuntimeError("the simulated interfaces of another block are in use: ask that one for more of them")
+    with contextlib.ExitStack() as stack:
         _active = True
         stack.callback(_put_away)
-        _sim.set_up(described)
+        _sim.set_up([spec.removeprefix("sim:") for spec in specs])
         _core.use_simulated(_sim.library_file())
-        found = [Interface(number) for number in range(len(described))]
-        for number in range(len(described)):
-            _sim.keep_journal(number, journal)
-        yield found
+        yield [Interface(number) for number in range(len(specs))]
 
 
 @contextlib.contextmanager

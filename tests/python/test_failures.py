@@ -58,6 +58,15 @@ def test_silent_neuron(tavo_device, tavo_interface):
         tavo_interface.fail("CyNothing", 1)
 
 
+def test_an_interface_that_this_user_may_not_open(tmp_path):
+    with sim.described(f"sim:{tmp_path}/board,size=64K,pace=fast,denied") as [interface]:
+        with pytest.raises(tavo_util.NoPermission) as caught:
+            tavo_util.open(interface.spec)
+        assert "plugdev" in caught.value.hint
+        with tavo_util.open(as_it_is=True) as device:
+            assert not device.doctor()
+
+
 def test_what_progress_raises_ends_the_operation(tavo_device, tavo_interface, image):
     class Enough(Exception):
         pass
