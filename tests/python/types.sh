@@ -16,4 +16,4 @@ tavo_util\\._core\\.Image\\.__bytes__
 tavo_util\\._core\\.Device\\.__init__
 END
 cd "$cache"
-"$python" -m mypy.stubtest --ignore-missing-stub --allowlist "$cache/allowed" tavo_util._core tavo_util._sim
+"$python" -m mypy.stubtest --allowlist "$cache/allowed" tavo_util._core tavo_util._sim
