@@ -7,17 +7,18 @@ from typing import Mapping
 from tavo_util import _core
 from tavo_util._core import Image
 from tavo_util.errors import Error
-from tavo_util.results import DeviceDescription, FlashChip, VerifyResult
+from tavo_util.results import DeviceDescription, FlashChip, StatusHistory, VerifyResult
 
 
 def job_page(title: str, *, tool: str = "tavo_util", device: DeviceDescription | None = None,
              chip: FlashChip | None = None, image: Image | None = None, verified: VerifyResult | None = None,
-             error: Error | None = None, summary: str = "", seconds: float = 0.0,
+             watched: StatusHistory | None = None, error: Error | None = None, summary: str = "", seconds: float = 0.0,
              facts: Mapping[str, object] | None = None) -> str:
     """A page that needs no network and no script, readable on a telephone and on paper.
 
-    It tells what is given: interface and image, the map and the differences of a verification, a failure with its
-    hint. facts: figures of your own. seconds: how long the work took, up to now.
+    It tells what is given: interface and image, the map and the differences of a verification, what the counters did
+    while they were watched, a failure with its hint and details. facts: figures of your own. seconds: how long the work
+    took, up to now.
     """
     if error is not None:
         result, state = "failed", str(error.state)
@@ -34,8 +35,10 @@ def job_page(title: str, *, tool: str = "tavo_util", device: DeviceDescription |
         found += [row for row in rows.items() if row[1]]
     if chip is not None:
         found.append(("flash", chip.text))
-    messages = [] if error is None else [(True, str(error), error.hint)]
+    messages = [] if error is None else [(True, str(error), error.hint, error.details)]
+    looks = None if watched is None else (watched.started, [
+        (look.seconds, None if look.status is None else bytes(look.status), look.why) for look in watched.looks])
     return _core.job_page(title, tool, result, summary or str(error or ""), state, seconds, found,
                           [(name, str(value)) for name, value in (facts or {}).items()], messages, image,
                           None if verified is None else verified.contents,
-                          0 if chip is None else chip.size, verified is None or verified.is_complete)
+                          0 if chip is None else chip.size, verified is None or verified.is_complete, looks)

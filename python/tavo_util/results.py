@@ -6,6 +6,7 @@ Addresses and sizes are in bytes, times in seconds, unless a field says otherwis
 from __future__ import annotations
 
 import enum
+import struct
 from dataclasses import dataclass, field
 from datetime import datetime
 
@@ -526,6 +527,12 @@ class NeuronStatus:
     error_log: int
     error_log_name: str
     model: int
+
+    def __bytes__(self) -> bytes:
+        """The 16 bytes of it as the Neuron sends them."""
+        return struct.pack(">5H6B", self.transmit_errors, self.transaction_timeouts, self.receive_transactions_full,
+                           self.lost_messages, self.missed_messages, self.reset_cause, self.node_state, self.version,
+                           self.error_log, self.model, 0)
 
 
 @dataclass(frozen=True, slots=True)

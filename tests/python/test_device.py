@@ -66,6 +66,8 @@ def test_neuron(tavo_device, tavo_interface):
     seen = tavo_device.watch(interval=0.01, looks=3, on_look=looks.append)
     assert len(looks) == 3 and seen.looks == tuple(looks) and seen.total[0] == 6 and seen.unanswered == 0
     assert seen.last_answered is seen.looks[2]
+    page = tavo_util.job_page("watch", device=tavo_device.description, watched=seen)
+    assert "transmit errors" in page and "transmit errors" not in tavo_util.job_page("watch")
     counted = [getattr(status, counter.key) for counter in tavo_util.STATUS_COUNTERS]
     assert counted == [3, 0, 0, 0, 1] and "noise" in tavo_util.STATUS_COUNTERS[0].meaning
 

@@ -74,6 +74,7 @@ def test_a_bad_file_is_refused_with_its_lines(tmp_path):
     with pytest.raises(tavo_util.ImageRefused, match="line 1") as caught:
         Image.read(path)
     error = caught.value
+    assert "wrong checksum: expected FE" in tavo_util.job_page("check", error=error)
     assert error.problem == "file-refused" and error.details and error.hint is not None
     assert error.state.flash is tavo_util.FlashState.UNTOUCHED and str(error.state) == "device not touched"
     found = Image.check(path)
