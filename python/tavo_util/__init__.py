@@ -12,6 +12,8 @@ operation takes progress= (called with an Event, on the calling thread) and canc
 with is_set()), works without the GIL, and gives a frozen record (tavo_util.results). Ctrl-C ends it as cancel does:
 everything is released, and then KeyboardInterrupt is raised, with what became of the device as its __cause__.
 
+What is in an interface is kept before it is changed: Device.backups(), Device.restore(). history() tells what was done.
+
 Failures are Error and below, with .state (what is known of the device now), .hint (what to do next) and .status.
 tavo_util.sim has simulated interfaces, for trying this and for tests.
 """

@@ -197,6 +197,7 @@ class AddressRange:
 
     @property
     def size(self) -> int:
+        """Bytes."""
         return self.last - self.first + 1
 
     def __contains__(self, address: int) -> bool:
@@ -642,6 +643,7 @@ class StatusHistory:
 
     @property
     def last_answered(self) -> StatusLook | None:
+        """None: no look was answered."""
         return next((look for look in reversed(self.looks) if look.status is not None), None)
 
 
@@ -665,6 +667,7 @@ class Diagnosis:
 
     @property
     def failed(self) -> tuple[Check, ...]:
+        """The checks that found something wrong."""
         return tuple(check for check in self.checks if check.verdict is Verdict.FAIL)
 
     def __bool__(self) -> bool:
@@ -789,6 +792,7 @@ class ConfigurationChange:
 
     @property
     def changes(self) -> tuple[ByteChange, ...]:
+        """The bytes that differ."""
         return _core.compare_configuration(self.before, self.after)
 
 

@@ -1,16 +1,22 @@
-"""The examples, run as their users run them, but in this process and on simulated interfaces."""
+"""The examples and the guide, run as their users run them, but in this process and on simulated interfaces."""
 
+import asyncio
+import concurrent.futures
+import contextlib
 import csv
 import importlib.util
 import pathlib
+import re
 import sys
+import textwrap
 
 import pytest
 
 import tavo_util
 from tavo_util import DomainEntry, sim
 
-EXAMPLES = pathlib.Path(__file__).parents[2] / "python" / "examples"
+TREE = pathlib.Path(__file__).parents[2]
+EXAMPLES = TREE / "python" / "examples"
 
 
 def example(name):
@@ -63,3 +69,29 @@ def test_domain_migration(capsys):
         with tavo_util.open(boards[0].spec) as device:
             moved = device.domain_table()[0]
         assert (moved.domain_id, moved.subnet, moved.key) == (b"\xa1\xb2\xc3", 1, bytes(range(6)))
+
+
+BLOCKS = [block for file in ("docs/python.md", "README.md")
+          for block in re.findall(r"```python\n(.*?)```", (TREE / file).read_text(), re.DOTALL)]
+
+
+@pytest.mark.parametrize("block", BLOCKS, ids=range(len(BLOCKS)))
+def test_the_guides(block, image, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    image.write("image.hex")
+    names = {"tavo_util": tavo_util, "asyncio": asyncio, "concurrent": concurrent, "image": image, "pytest": pytest}
+    makes_its_own = "sim.interface" in block
+    with contextlib.nullcontext() if makes_its_own else sim.interfaces(2 if "pool" in block else 1, size="64K"):
+        if "restore" in block:
+            with tavo_util.open() as device:
+                device.program(image[:100])
+        exec(block.replace('"usb:1-4.2"', ""), names)
+        if "test_incoming" in names:
+            with tavo_util.open() as device:
+                names["test_incoming"](device, None)
+        if "all_of_them" in names:
+            assert len(names["results"]) == len(asyncio.run(names["all_of_them"]())) == 2
+
+
+def test_help_begins_as_the_guide_does():
+    assert textwrap.indent(BLOCKS[0], "    ") in tavo_util.__doc__
