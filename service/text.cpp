@@ -53,8 +53,9 @@ std::string countText(std::uint64_t count, const std::string& noun) {
 }
 
 std::string shellWord(const std::string& name) {
-    constexpr const char* kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/+,:@%";
-    if (!name.empty() && name.find_first_not_of(kPlain) == std::string::npos) return name;
+    constexpr const char* kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-/+,:@%=";
+    // zsh takes a word that begins with = for the name of a program.
+    if (!name.empty() && name.front() != '=' && name.find_first_not_of(kPlain) == std::string::npos) return name;
     std::string word = "'";
     for (const char c : name) word += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return word + "'";

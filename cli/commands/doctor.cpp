@@ -17,7 +17,8 @@ std::string rowText(const tavo::Check& check) {
     return text;
 }
 
-void tell(Report& report, const tavo::Check& check) {
+void tell(Report& report, tavo::Check check) {
+    check.hint = report.pasteable(check.hint);
     const bool skipped = check.verdict == tavo::Verdict::Skipped;
     report.result["checks"].push_back({{"item", check.item},
                                        {"ok", skipped ? Json(nullptr) : Json(check.verdict == tavo::Verdict::Ok)},

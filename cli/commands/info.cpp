@@ -23,7 +23,7 @@ public:
     }
     void add(const char* name, const std::string& label, const std::string& text) { add(name, label, text, text); }
     void absent(const char* name, const std::string& label, const std::string& why) {
-        add(name, label, nullptr, "- (" + why + ")");
+        add(name, label, nullptr, "- (" + report_.pasteable(why) + ")");
     }
     /// text: of the value
     template <typename T, typename Text>
@@ -90,8 +90,9 @@ void addFlash(const tavo::Told<tavo::FlashChip>& flash, Report& report, Items& i
     addSfdp(*flash.value, report, items);
 }
 
-void addPicture(const std::vector<tavo::Part>& parts, Report& report) {
-    for (const tavo::Part& part : parts) {
+void addPicture(std::vector<tavo::Part> parts, Report& report) {
+    for (tavo::Part& part : parts) {
+        for (std::string* text : {&part.state, &part.hint}) *text = report.pasteable(*text);
         const bool skipped = part.verdict == tavo::Verdict::Skipped;
         report.result["parts"].push_back({{"part", part.name},
                                           {"ok", skipped ? Json(nullptr) : Json(part.verdict == tavo::Verdict::Ok)},

@@ -58,13 +58,15 @@ std::optional<tavo::InterruptedRun> interrupted(const tavo::DeviceDescription& d
     return device.holder ? std::nullopt : tavo::interruptedRun(device);
 }
 
-void warn(Report& report, const tavo::DeviceDescription& device) {
+void warn(Session& session, const tavo::DeviceDescription& device) {
+    Report& report = session.report;
     if (device.access == TAVO_ACCESS_DENIED) {
         report.warning("no permission to open " + device.name(),
                        tavo::statusError(TAVO_ACCESS_DENIED, tavo::Side::Bridge, "").hint);
     }
     if (const auto run = interrupted(device)) {
-        report.warning(device.name() + ": " + interruptedText(*run), interruptedHint(*run));
+        const std::string options = session.attached().size() > 1 ? deviceOptions(session.options, device) : "";
+        report.warning(device.name() + ": " + interruptedText(*run), withDevice(interruptedHint(*run), options));
     }
 }
 
@@ -79,7 +81,7 @@ void list(Session& session) {
         session.report.result["devices"].push_back(entry);
     }
     printTable(session.report, rows);
-    for (const auto& device : session.attached()) warn(session.report, device);
+    for (const auto& device : session.attached()) warn(session, device);
 }
 
 }  // namespace

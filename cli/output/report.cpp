@@ -81,6 +81,7 @@ void Report::warning(const std::string& text, const std::string& hint) {
 }
 
 void Report::tell(Message message) {
+    message.hint = pasteable(message.hint);
     const std::string& text = message.text;
     const std::string kind = message.isError ? "error" : "warning";
     log_.write(Detail::FileOnly, kind + ": " + text + message.code +
@@ -107,7 +108,7 @@ void Report::print(const Message& message, const std::string& name) const {
 }
 
 std::string Report::knownState() const {
-    return stateText.empty() ? state.text() : stateText;
+    return pasteable(stateText.empty() ? state.text() : stateText);
 }
 
 std::vector<tavo::JobMessage> Report::told() const {

@@ -6,6 +6,7 @@
 
 #include "cli/output/console.h"
 #include "cli/output/json.h"
+#include "cli/running/hint.h"
 #include "cli/running/outcome.h"
 #include "tavo/service/report.h"
 #include "tavo/service/text.h"
@@ -30,6 +31,7 @@ public:
     tavo::DeviceState state;       ///< what is known of the device; raise it before the step that may change it
     std::string stateText;         ///< replaces the state in the error text
     std::string command;
+    std::string deviceOptions;  ///< for the commands in hints
 
     void line(const std::string& text);    ///< what was asked for: standard output, also with -q
     void line(const Line& line);           ///< the same, in colours where they show
@@ -40,6 +42,8 @@ public:
     /// a command runs on. Throws tavo::Error when they cannot be written.
     void atOnce(const std::vector<std::string>& lines);
     void warning(const std::string& text, const std::string& hint = "");
+    /// A text with commands as it is told: each names the device, where it was named.
+    std::string pasteable(const std::string& hint) const { return withDevice(hint, deviceOptions); }
 
     /// Tells a failure: three lines on standard error, and a message of the object.
     void failure(const Failure& failure);

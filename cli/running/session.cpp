@@ -31,6 +31,7 @@ Session::Session(const GlobalOptions& globalOptions, const Command& chosenComman
     : options(globalOptions), command(chosenCommand) {
     report.configure(options.json, options.quiet);
     report.command = command.name;
+    report.deviceOptions = deviceOptions(options);
     log.setVerbosity(options.verbosity);
     control_ = {[this](const tavo::Event& event) { take(event); }, &interruptToken()};
 }

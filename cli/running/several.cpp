@@ -37,8 +37,7 @@ Exit worse(Exit a, Exit b) {
 }
 
 Member memberFor(const tavo::DeviceDescription& device, const std::string& spec) {
-    if (!spec.empty()) return {spec, device.serial, device.path, ""};
-    return {device.path.empty() ? "serial:" + device.serial : "usb:" + device.path, device.serial, device.path, ""};
+    return {spec.empty() ? device.spec() : spec, device.serial, device.path, ""};
 }
 
 /// By serial number where that tells them apart.

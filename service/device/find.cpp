@@ -117,6 +117,11 @@ std::string DeviceDescription::name() const {
     return path.empty() ? own : own + " at " + path;
 }
 
+std::string DeviceDescription::spec() const {
+    if (path.empty()) return "serial:" + serial;
+    return path.rfind("sim:", 0) == 0 ? path : "usb:" + path;
+}
+
 DeviceSpec DeviceSpec::parse(const std::string& text) {
     DeviceSpec spec{Kind::Serial, text};
     for (const auto& prefix : kPrefixes) {

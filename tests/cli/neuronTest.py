@@ -91,7 +91,7 @@ class State(NeuronToolTest):
         self.set_neuron(answer="negative")
         result = self.run_tool("mode", "offline")
         self.assertExit(result, 12)
-        self.assertErrorForm(result, "the node state may have changed: tavo-util status shows it")
+        self.assertErrorForm(result, "the node state may have changed: tavo-util -d DEVICE status shows it")
         self.set_neuron(answer="normal")
         self.assertEqual(self.result("status")["node_state"]["raw"], 4)
 

@@ -174,7 +174,7 @@ class Info(ToolTest):
         result = self.run_tool("info", "--flash", sim=["fault=CySetGpioValue@2+:11"])
         self.assertExit(result, 10)
         self.assertIn("the Neuron is held in reset (pin 8 low)", result.err)
-        self.assertIn("tavo-util recover", result.err)
+        self.assertNames(result.err, "recover")
 
 
 class BesideARun(ToolTest):
@@ -250,7 +250,7 @@ class ProgramSafely(ToolTest):
         self.assertExit(cut, 11)
         self.assertIn("with --range 0x007000-0x007FFF", cut.err)
         named = re.search(r"program it again: (tavo-util .*?)(;|$)", self.run_tool("doctor").out, re.M)[1]
-        self.assertExit(self.run_tool(*shlex.split(named)[1:]), 0)
+        self.assertExit(self.run_tool(*shlex.split(named)[1:], device=False), 0)
         self.assertEqual(self.flash()[:0x20000],
                          old[:0x2100] + new[0x1100:0x1300] + old[0x2300:0x7000] + new[0x6000:0x7000] + old[0x8000:])
         for args, code, text in ((["--range", "0x20000+4K"], 7, "has no data in 0x020000-0x020FFF"),

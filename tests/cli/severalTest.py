@@ -1,6 +1,7 @@
 """Several devices side by side, and the completion scripts."""
 
 import os
+import shlex
 import shutil
 import signal
 import subprocess
@@ -22,6 +23,17 @@ class SeveralDevices(ToolTest):
         self.assertEqual([device["exit_status"] for device in told["devices"]], [0, 11])
         self.assertEqual([device["flash_state"] for device in told["devices"]], ["programmed", "uncertain"])
         self.assertEqual(self.read("one/flash.bin")[:3000], noise(3000))
+
+    def test_a_command_in_a_hint_names_the_device_of_the_failure(self):
+        path = self.write("image.hex", image((0, noise(3000))))
+        result = self.both("program", "--full", path, faults=",fault=CySpiReadWrite@6:6")
+        self.assertIn(f"hint:  program it again: tavo-util -d sim:{self.path('two')},pace=fast,fault=CySpiReadWrite@6:6 program",
+                      result.err)
+        told = self.both("list")  # which names each of them itself
+        command = shlex.split(told.err.split("again: tavo-util ")[1])
+        self.assertEqual(command[:3], ["-d", "sim:" + self.path("two"), "program"])
+        self.assertExit(self.run_tool(*command, device=False), 0)
+        self.assertEqual(self.read("two/flash.bin")[:3000], noise(3000))
 
     def test_people_get_a_row_a_device(self):
         result = self.both("-y", "erase")

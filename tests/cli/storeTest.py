@@ -75,8 +75,9 @@ class RestoreImage(ToolTest):
 
     def run_hint(self, result):
         """The command of the hint, as people paste it."""
-        command = result.err.rsplit("tavo-util ", 1)[1].strip()
-        return self.run_tool(*shlex.split(command), "-y", device=False, env=self.env)
+        option, spec, *words = shlex.split(result.err.rsplit("tavo-util ", 1)[1])
+        self.assertTrue(option == "-d" and spec.startswith(self.env["TAVO_DEVICE"]), result.err)
+        return self.run_tool(*words, "-y", device=False, env=self.env)  # without what made it fail
 
     def test_what_a_program_replaced_comes_back(self):
         told = self.run_tool("--json", "program", self.image).json["result"]
@@ -96,7 +97,8 @@ class RestoreImage(ToolTest):
                 failed = self.run_tool("program", self.image, *args, sim=self.LOST)
                 self.assertExit(failed, 11)
                 for telling in ("list", "doctor", "recover"):
-                    self.assertIn("tavo-util " + command, self.run_tool(telling).err + self.run_tool(telling).out)
+                    told = self.run_tool(telling)
+                    self.assertNames(told.err + told.out, command)
                 self.assertExit(self.run_hint(failed), 0)
                 self.assertEqual(self.flash() == self.before, command == "restore")
                 self.assertExit(self.run_tool("doctor"), 0)

@@ -6,6 +6,7 @@ import json
 import os
 import pty
 import random
+import re
 import select
 import signal
 import struct
@@ -193,10 +194,14 @@ class ToolTest(unittest.TestCase):
     def assertExit(self, result, code):
         self.assertEqual(result.code, code, result.out + result.err)
 
+    def assertNames(self, text, command):
+        """A command to be pasted, which names the device as the tool was given it."""
+        self.assertRegex(text, f"tavo-util -d {re.escape(self.device()[1])}[^ ]* {command}")
+
     def assertErrorForm(self, result, state, text=""):
         """The three lines every failure ends with."""
         lines = result.err.rstrip("\n").split("\n")
         at = max(i for i, line in enumerate(lines) if line.startswith("tavo-util: error: "))
         self.assertIn(text, lines[at])
-        self.assertEqual(lines[at + 1], "  state: " + state, result.err)
+        self.assertEqual(re.sub(" -d sim:[^ ]* ", " -d DEVICE ", lines[at + 1]), "  state: " + state, result.err)
         self.assertRegex(lines[at + 2], r"^  hint:  \S", result.err)

@@ -31,6 +31,7 @@ struct DeviceDescription {
     DeviceInfo info;                    ///< what the library's own operations take
 
     TAVO_API std::string name() const;  ///< "00001234 at 1-4.2", for messages
+    TAVO_API std::string spec() const;  ///< what chooses this one and no other (DeviceSpec): "usb:1-4.2"
 };
 
 /// How a device is named on a command line and in a program.
