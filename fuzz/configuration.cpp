@@ -59,7 +59,7 @@ std::optional<ConfigurationBlock> writtenByService(const ConfigurationBlock& fil
     fuzz::freshRig();
     tavo::Device device(tavo::devices().at(0));
     try {
-        const auto plan = tavo::planConfiguration(device, file, serial);
+        const auto plan = tavo::planConfiguration(device, file, {serial, "", true});
         checkPlan(plan, file);
         tavo::writeConfiguration(device, plan, {.noBackup = true});
         HOLDS(tavo::readConfiguration(device) == plan.after);

@@ -181,6 +181,9 @@ TEST_F(History, ARunIsRememberedUntilItIsForgotten) {
     EXPECT_EQ(files()[0].filename(), "interrupted-1-4.2-.._x_1.run");
     const auto found = interruptedRun(device);
     ASSERT_TRUE(found);
+    auto inUse = device;
+    inUse.holder = 1;
+    EXPECT_FALSE(interruptedRun(inUse)) << "it may still be going on";
     EXPECT_EQ(found->image, run.image);
     EXPECT_EQ(found->sha256, run.sha256);
     EXPECT_EQ(found->backup, run.backup);

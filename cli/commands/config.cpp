@@ -22,7 +22,6 @@ struct Options {
 };
 
 constexpr const char* kReplug = "unplug and replug to apply";
-constexpr const char* kVanishes = "a bad block can make a bridge vanish from USB";
 constexpr std::size_t kHexRow = 16;
 
 // --- read
@@ -51,7 +50,8 @@ void tellFields(Report& report, const ConfigurationFields& fields) {
     report.line("format        " + fields.format);
     report.line(std::string("checksum      ") + (fields.checksumRight ? "right" : "WRONG"));
     if (fields.whyBad.empty()) return;
-    report.warning("the block is bad: " + fields.whyBad, std::string(kVanishes) + "; write a good one first");
+    report.warning("the block is bad: " + fields.whyBad,
+                   "a bad block can make a bridge vanish from USB; write a good one first");
 }
 
 void tellBytes(Report& report, const ConfigurationBlock& block) {
@@ -78,20 +78,12 @@ void read(Session& session, const Options& options) {
 
 // --- write
 
-void requireGood(const Options& options, const ConfigurationBlock& block) {
-    const std::string bad = tavo::fieldsOf(block).whyBad;
-    if (bad.empty() || options.force) return;
-    throw tavo::Error(tavo::Problem::FileRefused, options.file + " refused: " + bad + "; " + kVanishes,
-                      "take a block saved with tavo-util config read; --force-block writes it all the same");
-}
-
 void write(Session& session, const Options& options) {
     const ConfigurationBlock image = tavo::loadConfiguration(options.file);
-    requireGood(options, image);
     const bool keeps = options.serial.empty();
-    auto plan = tavo::planConfiguration(session.device(), image, keeps ? std::nullopt : std::optional(options.serial),
-                                        session.control());
-    plan.source = options.file;
+    tavo::ConfigurationPlanOptions wanted{{}, options.file, options.force};
+    if (!keeps) wanted.serial = options.serial;
+    const auto plan = tavo::planConfiguration(session.device(), image, wanted, session.control());
     warnOfPendingSerial(session, plan);
     session.report.note(keeps ? "the device keeps its serial number " + plan.serial + "; --serial sets another"
                               : "the serial number becomes " + plan.serial);
@@ -113,7 +105,7 @@ void setSerial(Session& session, const Options& options) {
 
 void diff(Session& session, const Options& options) {
     const ConfigurationBlock image = tavo::loadConfiguration(options.file);
-    const auto plan = tavo::planConfiguration(session.device(), image, std::nullopt, session.control());
+    const auto plan = tavo::planConfiguration(session.device(), image, {{}, "", true}, session.control());
     const std::string bad = tavo::fieldsOf(image).whyBad;
     if (!bad.empty()) session.report.warning(options.file + ": " + bad);
     const std::size_t count = showChanges(session.report, plan);

@@ -53,18 +53,13 @@ void printTable(Report& report, const std::vector<Row>& rows) {
     }
 }
 
-/// A run that is still going on is remembered too.
-std::optional<tavo::InterruptedRun> interrupted(const tavo::DeviceDescription& device) {
-    return device.holder ? std::nullopt : tavo::interruptedRun(device);
-}
-
 void warn(Session& session, const tavo::DeviceDescription& device) {
     Report& report = session.report;
     if (device.access == TAVO_ACCESS_DENIED) {
         report.warning("no permission to open " + device.name(),
                        tavo::statusError(TAVO_ACCESS_DENIED, tavo::Side::Bridge, "").hint);
     }
-    if (const auto run = interrupted(device)) {
+    if (const auto run = tavo::interruptedRun(device)) {
         const std::string options = session.attached().size() > 1 ? deviceOptions(session.options, device) : "";
         report.warning(device.name() + ": " + interruptedText(*run), withDevice(interruptedHint(*run), options));
     }
@@ -77,7 +72,7 @@ void list(Session& session) {
     for (const auto& device : session.attached()) {
         rows.push_back(row(device));
         Json entry = json(device);
-        entry["interrupted"] = interruptedJson(interrupted(device));
+        entry["interrupted"] = interruptedJson(tavo::interruptedRun(device));
         session.report.result["devices"].push_back(entry);
     }
     printTable(session.report, rows);

@@ -46,13 +46,11 @@ py::tuple rewrite(Held& held, Plan plan, const Rewriting& how, const py::object&
 }
 
 py::tuple writeBlock(Held& held, const std::string& bytes, const std::optional<std::string>& serial,
-                     const std::string& source, const std::string& backup, bool noBackup, bool dryRun,
+                     const std::string& source, const std::string& backup, bool noBackup, bool dryRun, bool force,
                      const py::object& progress, const py::object& cancel) {
     const auto block = blockOf(bytes);
     const auto plan = [&](tavo::Device& device, const tavo::Control& control) {
-        auto made = tavo::planConfiguration(device, block, serial, control);
-        made.source = source;
-        return made;
+        return tavo::planConfiguration(device, block, {serial, source, force}, control);
     };
     return rewrite(held, plan, {backup, noBackup, dryRun}, progress, cancel);
 }

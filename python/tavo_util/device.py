@@ -313,16 +313,17 @@ class Device:
 
     def write_configuration(self, block: bytes, *, serial: str | None = None, source: Path | None = None,
                             backup: Path | None = None, no_backup: bool = False, dry_run: bool = False,
-                            progress: Progress | None = None,
+                            force: bool = False, progress: Progress | None = None,
                             cancel: CancelEvent | None = None) -> ConfigurationChange:
         """Writes a block and reads it back.
 
-        serial: None keeps the device's own. source: the file that the block is from, for history().
-        Raises ValueError for a block that has not 512 bytes, BadArgument for a serial number that is not 1 to 32
-        printable ASCII characters, FileFailed for the backup: nothing is written then.
+        serial: None keeps the device's own. source: the file that the block is from, for messages and history().
+        Raises ValueError for a block that has not 512 bytes, ImageRefused for a bad one (configuration_fields().why_bad)
+        without force, BadArgument for a serial number that is not 1 to 32 printable ASCII characters, FileFailed for the
+        backup: nothing is written then. With a bad block a bridge may never come up on USB again.
         """
         return ConfigurationChange(*self._held.write_configuration(block, serial, _path(source), _path(backup),
-                                                                   no_backup, dry_run, progress, cancel))
+                                                                   no_backup, dry_run, force, progress, cancel))
 
     def set_serial_number(self, serial: str, *, backup: Path | None = None, no_backup: bool = False,
                           dry_run: bool = False, progress: Progress | None = None,

@@ -28,6 +28,18 @@ void requirePrintable(const std::string& serial) {
                 "1 to 32 printable ASCII characters");
 }
 
+void requireGood(const ConfigurationBlock& block, const std::string& source) {
+    const std::string bad = fieldsOf(block).whyBad;
+    if (bad.empty()) return;
+    throw Error(Problem::FileRefused,
+                (source.empty() ? "the block is" : source) + " refused: " + bad +
+                    "; a bad block can make a bridge vanish from USB",
+                source.empty()
+                    ? "take a block that was read from a bridge; forced, it is written all the same"
+                    : "take a block saved with tavo-util config read; tavo-util config write --force-block " +
+                          shellWord(source) + " writes it all the same");
+}
+
 ConfigurationBlock blockOf(Operation& op) {
     ConfigurationBlock block{};
     bool refused = false;
@@ -138,13 +150,20 @@ ConfigurationBlock readConfiguration(Device& device, const Control& control) {
 }
 
 ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
-                                    const std::optional<std::string>& serial, const Control& control) {
-    if (serial) requirePrintable(*serial);
+                                    const ConfigurationPlanOptions& options, const Control& control) {
+    if (!options.force) requireGood(image, options.source);
+    if (options.serial) requirePrintable(*options.serial);
     ConfigurationPlan plan = planOf(device, control, "write the configuration block", "config write");
+    plan.source = options.source;
     plan.after = image;
-    serial ? void(plan.serial = *serial) : notePendingSerial(plan);
+    options.serial ? void(plan.serial = *options.serial) : notePendingSerial(plan);
     finish(plan);
     return plan;
+}
+
+ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
+                                    const std::optional<std::string>& serial, const Control& control) {
+    return planConfiguration(device, image, ConfigurationPlanOptions{serial}, control);
 }
 
 ConfigurationPlan planSerialNumber(Device& device, const std::string& serial, const Control& control) {

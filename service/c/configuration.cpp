@@ -20,13 +20,6 @@ void copy(const ConfigurationBlock& block, std::uint8_t* bytes) {
     std::copy(block.begin(), block.end(), bytes);
 }
 
-void requireGood(const ConfigurationBlock& block) {
-    const std::string bad = fieldsOf(block).whyBad;
-    if (bad.empty()) return;
-    throw Error(Problem::FileRefused, "block refused: " + bad + "; a bad block can make a bridge vanish from USB",
-                "take a block that tavo_read_configuration gave; the option force writes it all the same");
-}
-
 tavo_configuration_result resultOf(const ConfigurationPlan& plan) {
     tavo_configuration_result told{};
     told.changed_bytes = static_cast<std::uint32_t>(compareConfiguration(plan.before, plan.after).size());
@@ -110,9 +103,10 @@ tavo_result tavo_write_configuration(tavo_device* device, const uint8_t* block, 
                                      tavo_configuration_result* result, tavo_error* error) {
     return rewrite(device, {options, control, result}, error, [&](Device& own, const Control& watch, bool force) {
         const tavo::ConfigurationBlock image = blockOf(block);
-        if (!force) requireGood(image);
-        const std::optional<std::string> number = serial == nullptr ? std::nullopt : std::optional<std::string>(serial);
-        return tavo::planConfiguration(own, image, number, watch);
+        tavo::ConfigurationPlanOptions how;
+        if (serial != nullptr) how.serial = serial;
+        how.force = force;
+        return tavo::planConfiguration(own, image, how, watch);
     });
 }
 

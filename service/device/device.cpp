@@ -32,7 +32,10 @@ struct Device::Held {
 
 Device::Device(DeviceDescription description) : held_(std::make_unique<Held>(std::move(description))) {
     const platform::DeviceLock& lock = held_->lock;
-    if (lock.isHeld()) return;
+    if (lock.isHeld()) {
+        held_->description.holder.reset();  // who had it when it was found has gone
+        return;
+    }
     throw lock.isBusy() ? held(name(), lock.holder()) : notLocked(name());
 }
 

@@ -144,6 +144,7 @@ std::string absolute(const std::string& path) {
 }  // namespace
 
 std::optional<InterruptedRun> interruptedRun(const DeviceDescription& device) {
+    if (device.holder) return std::nullopt;  // a run that is still going on is remembered too
     const auto records = recordsOf(device);
     if (records.empty()) return std::nullopt;
     // The newest: local times of one zone sort as texts, and one that cannot be read comes first.

@@ -25,14 +25,11 @@ void requireSound(const Backup& backup) {
 void restoreBlock(Device& device, const Backup& backup, const RestoreOptions& options, const Control& control,
                   RestoreResult& result) {
     const ConfigurationBlock block = loadConfiguration(backup.path);
-    const ConfigurationFields fields = fieldsOf(block);
-    if (!fields.whyBad.empty()) {
-        throw refused(backup, fields.whyBad + "; a bad block can make a bridge vanish from USB",
-                      "tavo-util config write --force-block " + shellWord(backup.path) + " writes it all the same");
-    }
-    ConfigurationPlan plan = planConfiguration(device, block, fields.serial, control);
+    ConfigurationPlanOptions wanted;
+    wanted.serial = fieldsOf(block).serial;
+    wanted.source = backup.path;
+    ConfigurationPlan plan = planConfiguration(device, block, wanted, control);
     plan.action = kAction;
-    plan.source = backup.path;
     result.bytes = compareConfiguration(plan.before, plan.after);
     result.changed = plan.changesAnything();
     ConfigurationWriteOptions how;

@@ -119,6 +119,10 @@ def test_configuration(tavo_device, tmp_path):
     assert tavo_util.configuration_fields(tavo_device.set_scb0(Scb0Role.I2C).after).scb0 == "I2C"
     assert tavo_device.store_neuron_id("0501A2B3C4D5").written
     assert not tavo_device.store_neuron_id("0501A2B3C4D5").written
+    bad = block[:8] + b"\0" + block[9:]
+    with pytest.raises(tavo_util.ImageRefused, match="checksum.*vanish"):
+        tavo_device.write_configuration(bad, dry_run=True)
+    assert tavo_device.write_configuration(bad, dry_run=True, force=True).changes_anything
     with pytest.raises(tavo_util.BadArgument):
         tavo_device.set_serial_number("")
     with pytest.raises(ValueError, match="512"):

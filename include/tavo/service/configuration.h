@@ -73,8 +73,17 @@ struct ConfigurationPlan {
     bool changesAnything() const { return before != after; }
 };
 
-/// @param serial  none: the device keeps the one that is in effect. Throws Error (BadArgument) for a text that is
-///                not 1 to 32 printable ASCII characters, with nothing asked of the device.
+/// What a block is to become in the bridge.
+struct ConfigurationPlanOptions {
+    std::optional<std::string> serial = {};  ///< none: the device keeps the one that is in effect
+    std::string source = {};                 ///< the file that holds the block, for messages and the log; may be empty
+    bool force = false;                      ///< takes a bad block too (ConfigurationFields::whyBad)
+};
+/// Throws Error with nothing asked of the device: FileRefused for a bad block, with which a bridge may never come up on
+/// USB again; BadArgument for a serial number that is not 1 to 32 printable ASCII characters.
+TAVO_API ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
+                                             const ConfigurationPlanOptions& options, const Control& control = {});
+/// The same of a block without a file, not forced.
 TAVO_API ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
                                              const std::optional<std::string>& serial, const Control& control = {});
 /// As planConfiguration: the block that is there, with another serial number.

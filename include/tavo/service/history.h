@@ -26,8 +26,8 @@ struct InterruptedRun {
 };
 
 /// What is remembered of this interface: by its serial number, so that it is found at another port too; by
-/// its port when one of the two numbers is not known. What root remembers is found by everybody. A run that
-/// is still going on is remembered too: ask while the device is locked, or of one that nobody has locked.
+/// its port when one of the two numbers is not known. What root remembers is found by everybody. None for one
+/// that another process, or another object, works on: its run is still going on.
 TAVO_API std::optional<InterruptedRun> interruptedRun(const DeviceDescription& device);
 
 /// Remembers it until forgetRun: on the disk when this returns. Paths are made absolute, an empty start
