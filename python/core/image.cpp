@@ -102,16 +102,21 @@ py::object check(const py::object& name, const std::string& format, std::optiona
                            tupleOf(file->changes));
 }
 
+std::uint32_t chipOf(std::uint32_t size) {
+    if (size > tavo::kAddressable) throw py::value_error("a chip has 16 MiB at most: 24 address bits");
+    return size;
+}
+
 py::object mapOf(const PyImage& self, std::uint32_t chipSize) {
-    return toPython(tavo::mapImage(self.image(), chipSize));
+    return toPython(tavo::mapImage(self.image(), chipOf(chipSize)));
 }
 
 py::object mapOnChip(const PyImage& self, const PyImage& chip, std::uint32_t chipSize) {
-    return toPython(tavo::mapComparison(self.image(), chip.image(), chipSize));
+    return toPython(tavo::mapComparison(self.image(), chip.image(), chipOf(chipSize)));
 }
 
 py::object mapContents(const PyImage& self, std::uint32_t chipSize) {
-    return toPython(tavo::mapContents(self.image(), chipSize));
+    return toPython(tavo::mapContents(self.image(), chipOf(chipSize)));
 }
 
 std::string write(const PyImage& self, const py::object& name, const std::optional<std::string>& format, bool replace,

@@ -41,6 +41,7 @@ PYBIND11_MODULE(_core, module) {
     module.def("parse_number", &tavo::parseNumber);
     module.def("load_layout", [](const std::string& path) { return binding::tupleOf(tavo::readLayout(path)); });
     module.def("aligned_ranges", [](std::uint32_t first, std::uint32_t last, std::uint32_t step) {
+        if (step == 0) throw py::value_error("multiples of 0 bytes do not tell addresses");
         return binding::tupleOf(tavo::alignedRanges({first, last}, step));
     });
     module.def("printable", [](const std::string& shown) { return binding::text(tavo::printable(shown)); });

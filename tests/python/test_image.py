@@ -108,8 +108,9 @@ def test_addresses_of_raw_binaries_and_chips(tmp_path):
     assert tavo_util.printable("a\x1b\udcff\n") == "a\\x1B\\xFF\\x0A"
     with pytest.raises(tavo_util.BadArgument):
         tavo_util.parse_range("boot")
-    with pytest.raises(ValueError):
-        AddressRange(2, 1)
+    for wrong in (lambda: AddressRange(2, 1), lambda: AddressRange(0, 1).aligned(0), lambda: Image().map(1 << 25)):
+        with pytest.raises(ValueError):
+            wrong()
 
 
 def test_forecast_and_comparison(image):
