@@ -1,6 +1,7 @@
 // The LDV functions over endpoints in a folder of the test's own.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -77,6 +78,7 @@ TEST_F(LdvTest, EveryReadAndWriteIsOneMessage) {
     EXPECT_EQ(ldv_close(handle), LDV_NOT_OPEN);
     EXPECT_EQ(ldv_read(handle, message, 4), LDV_NOT_OPEN);
     EXPECT_EQ(ldv_write(-1, "a", 1), LDV_NOT_OPEN);
+    EXPECT_EQ(ldv_close(-1), LDV_NOT_OPEN);
 }
 
 TEST_F(LdvTest, APeerThatWentAwayIsADeviceError) {
@@ -152,6 +154,14 @@ TEST_F(LdvTest, HandlesThatRunOutAreNoResources) {
     EXPECT_EQ(status, LDV_NO_RESOURCES);
     for (const short open : handles) EXPECT_EQ(ldv_close(open), LDV_OK);
     EXPECT_EQ(openFiles(), before);
+
+    listenOn("CSN00001234");
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit few{static_cast<rlim_t>(listener + 2), limit.rlim_max};  // for the folder, not for the socket
+    setrlimit(RLIMIT_NOFILE, &few);
+    EXPECT_EQ(ldv_open("CSN00001234", &handle), LDV_NO_RESOURCES);
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace

@@ -185,7 +185,7 @@ TEST_F(DiscoveryTest, FillsTheRecordOfAnInterface) {
     EXPECT_EQ(device.info.configInterfaceNumber, 1);
     EXPECT_STREQ(device.info.serialNumber.text, "00001234");
     EXPECT_TRUE(device.info.serialNumberValid && device.info.areVidPidCorrect());
-    EXPECT_TRUE(device.info.neuronIdValid);
+    EXPECT_EQ(device.info.neuronIdValid, 1);
     EXPECT_EQ(std::memcmp(device.info.neuronId.bytes, record, NeuronId::kSize), 0);
     EXPECT_STRNE(device.info.portPath, "");
 }

@@ -18,6 +18,7 @@
 #include "tavo/service/flash.h"
 #include "tavo/service/neuron.h"
 #include "tavo/service/recover.h"
+#include "tavo/service/trace.h"
 #include "tests/rigTest.h"
 
 // The boards do not need the waits of real ones.
@@ -29,8 +30,10 @@ using tavo::Event;
 using tavo::FlashState;
 using tavo::Problem;
 using testing::AllOf;
+using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -107,6 +110,7 @@ TEST_F(ServiceThreads, EachDoesItsOwnWork) {
     std::array<bool, kDevices> isEqual{};
     std::array<bool, kDevices> isBlank{};
     std::array<unsigned, kDevices> failedChecks{};
+    std::array<std::vector<std::string>, kDevices> traced;
     std::atomic<unsigned> strayEvents = 0;
     const auto outcomes = inThreads([&](unsigned i) {
         const tavo::Control control{
@@ -121,7 +125,11 @@ TEST_F(ServiceThreads, EachDoesItsOwnWork) {
         setMode(device, tavo::Mode::Offline, control);
         const tavo::DomainTable table = readDomainTable(device, control);
         writeDomainTable(device, table, table, {}, control);
-        storeNeuronId(device, readNeuronId(device, control), control);
+        const NeuronId id = readNeuronId(device, control);
+        {
+            const tavo::TransferTrace trace([&](const std::string& transfer) { traced[i].push_back(transfer); });
+            storeNeuronId(device, id, control);
+        }
         const auto plan = planSerialNumber(device, "new" + serial(i), control);
         writeConfiguration(device, plan, {}, control);
         reset(device, tavo::ResetBy::Line, control);
@@ -137,6 +145,8 @@ TEST_F(ServiceThreads, EachDoesItsOwnWork) {
         EXPECT_TRUE(isEqual[i]);
         EXPECT_TRUE(isBlank[i]);
         EXPECT_EQ(failedChecks[i], 0u);
+        EXPECT_THAT(traced[i], Contains("  program user flash at 0: 0"));
+        EXPECT_THAT(traced[i], Not(Contains(HasSubstr("pin")))) << "of the operations that came later";
         EXPECT_EQ(sim::rig(i).leftovers(), "");
         EXPECT_THAT(sim::rig(i).violations(), IsEmpty());
     }
