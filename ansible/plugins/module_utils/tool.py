@@ -1,59 +1,114 @@
 # Copyright (c) 2026 the tavo-util developers
 # SPDX-License-Identifier: MIT
-"""Runs the installed tavo-util with --json. What it says of a failure is what the module says."""
+"""The operations of the modules by the installed tavo-util with --json."""
 
 import json
+import os
+import tempfile
 
-ARGUMENTS = dict(
-    device=dict(type='str'),
-    tool=dict(type='str', default='tavo-util'),
-    wait=dict(type='int', default=0),
-)
+from ansible_collections.tavo.util.plugins.module_utils.answers import NO_DEVICE, NOT_TOUCHED, invented
 
-DONE = 0  # exit codes
-DIFFERS = 9
 JSON_FORMAT = 1  # the major number that is understood here
-CHANGED_STATES = ('uncertain', 'erased', 'incomplete', 'programmed')  # values of flash_state
-NOT_TOUCHED = 'device not touched'
 UNKNOWN = 'not known: the tool did not get to tell it'
 INSTALL = 'install the package tavo-util, for example with the role tavo.util.install, or set tool to the path of the program'
+PARTS = {
+    'devices': ['list'],
+    'configuration': ['config', 'read'],
+    'status': ['status'],
+    'domain': ['domain', 'read'],
+    'interface': ['info', '--flash'],
+    'doctor': ['doctor'],
+}
+LEFT_ALONE = {'interface': ['info', '--no-flash'], 'doctor': ['doctor', '--no-flash']}  # the Neuron is not restarted
 
 
-def failure_of(answer):
-    """The fields of a module's failure, made of the object that the tool wrote."""
-    errors = [message for message in answer['messages'] if message['severity'] == 'error']
-    texts = [message['text'] for message in errors] or ['exit code %d' % answer['exit_status']]
-    hints = [message['hint'] for message in errors if message.get('hint')]
-    fields = {name: answer.get(name) for name in ('state', 'flash_state', 'exit_status', 'status', 'device', 'messages')}
-    fields['hint'] = '; '.join(dict.fromkeys(hints))
-    fields['msg'] = '%s (state: %s)' % ('; '.join(texts), answer['state'])
-    if hints:
-        fields['msg'] += ' Hint: ' + fields['hint']
-    fields['changed'] = answer['flash_state'] in CHANGED_STATES
-    return fields
+def options(parameters, **names):
+    """The words for those parameters that are set: name='--option'."""
+    words = []
+    for name, option in names.items():
+        value = parameters[name]
+        if value:
+            words += [option] if value is True else [option, str(value)]
+    return words
 
 
-def invented(text, state, hint, flash_state=None):
-    """An answer in the tool's form, for what the tool could not say itself."""
-    return {'device': None, 'status': None, 'flash_state': flash_state, 'state': state, 'result': {}, 'exit_status': None,
-            'messages': [{'severity': 'error', 'text': text, 'hint': hint}]}
+def image_words(parameters):
+    return [parameters['src']] + options(parameters, format='--format', address='--address')
 
 
 class Tool:
-    def __init__(self, module):
+    def __init__(self, module, path):
         self.module = module
-        name = module.params['tool']
-        self.path = name if '/' in name else module.get_bin_path(name)
-        if self.path is None:
-            self.fail(invented('%s is not installed on this host' % name, NOT_TOUCHED, INSTALL))
+        self.path = path
 
-    def try_to(self, *words):
+    def check(self, parameters):
+        # With --dry-run the chip is not asked for its size, for which the Neuron would be restarted.
+        answer = self._run('check', '--dry-run', *image_words(parameters), device=False)
+        for each in answer['result'].get('errors', []):
+            place = '' if each['offset'] is None else 'offset 0x%X: ' % each['offset']
+            place = 'line %d: ' % each['line'] if each['line'] else place
+            answer['messages'][-1]['text'] += '\n    %s%s - %s' % (place, each['text'], each['hint'])
+        return answer
+
+    def compare(self, parameters):
+        rest = [] if parameters['keep'] or parameters['range'] else ['--rest-blank']
+        return self._run('verify', '--every', *(rest + options(parameters, range='--range', clock='--clock') + image_words(parameters)))
+
+    def program(self, parameters):
+        way = ['--full'] if parameters['full'] else ['--if-different']
+        return self._run('program', *(way + options(
+            parameters, keep='--keep', range='--range', clock='--clock', backup='--backup', no_backup='--no-backup') + image_words(parameters)))
+
+    def gather(self, part, restart_neuron):
+        if part == 'flash':
+            return self._flash()
+        return self._run(*(PARTS[part] if restart_neuron else LEFT_ALONE.get(part, PARTS[part])))
+
+    def rewrite(self, parameters, dry_run):
+        if parameters['scb0']:
+            words = ['scb0', parameters['scb0']]
+        elif parameters['src']:
+            words = ['config', 'write', parameters['src']] + options(parameters, serial='--serial')
+        else:
+            words = ['config', 'set-serial', parameters['serial']]
+        words += options(parameters, backup='--backup', no_backup='--no-backup')
+        return self._run(*words + ['--dry-run' if dry_run else '--yes'])
+
+    def read_domains(self, with_keys):
+        return self._run('domain', 'read', *(['--show-keys'] if with_keys else []))
+
+    def write_domains(self, entries, parameters):
+        return self._with_file('.json', json.dumps(entries), lambda path: self._run(
+            'domain', 'write', path, '--yes', *options(parameters, no_backup='--no-backup')))
+
+    def _flash(self):
+        """Of a copy of the chip that lives no longer than this."""
+        answer = self._with_file('.bin', '', lambda path: self._run('dump', '--force', path))
+        answer['result'].pop('file', None)
+        return answer
+
+    def _add_simulated(self, answer, err):
+        """What a simulated interface complains of stands on standard error only, and the hint says so."""
+        if answer['exit_status'] == NO_DEVICE:
+            answer['messages'][-1]['text'] += ''.join(': ' + line for line in err.splitlines() if line.startswith('simulated interface: '))
+
+    def _with_file(self, suffix, text, work):
+        """What work(path) gives, of a file that nobody else may read."""
+        descriptor, path = tempfile.mkstemp(suffix=suffix, dir=self.module.tmpdir)
+        try:
+            with os.fdopen(descriptor, 'w') as file:
+                file.write(text)
+            return work(path)
+        finally:
+            os.remove(path)
+
+    def _run(self, *words, **more):
         """The object that one command writes, whatever came of it."""
         command = [self.path, '--json', '--progress', 'none']
-        if self.module.params['device']:
-            command += ['--device', self.module.params['device']]
-        if self.module.params['wait']:
-            command.append('--wait=%d' % self.module.params['wait'])
+        if more.get('device', True):
+            command += options(self.module.params, device='--device')
+            if self.module.params['wait']:
+                command.append('--wait=%d' % self.module.params['wait'])
         try:
             code, out, err = self.module.run_command(command + list(words), handle_exceptions=False)
         except OSError as error:
@@ -61,28 +116,12 @@ class Tool:
         try:
             answer = json.loads(out)
             if answer['json_format_version'][0] == JSON_FORMAT:
+                self._add_simulated(answer, err)
                 return answer
             text = 'the JSON of this tavo-util has the format %s' % answer['json_format_version']
             hint = 'use the collection tavo.util of the same release'
         except (ValueError, KeyError, TypeError):
-            text = '%s %s ended with %d and told nothing: %s' % (self.path, words[0], code, (err or out).strip()[-500:])
+            told = err or ('' if '--show-keys' in words else out)
+            text = '%s %s ended with %d and told nothing: %s' % (self.path, words[0], code, told.strip()[-500:])
             hint = 'look what holds: tavo-util doctor; it names what to do'
         return invented(text, UNKNOWN, hint, 'uncertain')
-
-    def ask(self, *words, **more):
-        """The same for a command that must succeed, or end as `allowed` says; ends the module otherwise, which then
-        returns `result` too."""
-        answer = self.try_to(*words)
-        if answer['exit_status'] not in more.get('allowed', (DONE,)):
-            self.fail(answer, **more.get('result', {}))
-        self.pass_on_warnings(answer)
-        return answer
-
-    def pass_on_warnings(self, answer):
-        for message in answer['messages']:
-            if message['severity'] == 'warning':
-                self.module.warn(message['text'] + (' Hint: ' + message['hint'] if message.get('hint') else ''))
-
-    def fail(self, answer, **result):
-        self.pass_on_warnings(answer)
-        self.module.fail_json(**{**result, **failure_of(answer)})

@@ -39,8 +39,14 @@ options:
     choices: [spi, i2c]
   backup:
     description:
-      - The file on the host in which the block that was there is saved. The tool chooses a new name otherwise, and I(backup) tells it.
+      - The file on the host in which the block that was there is saved. It is kept among the host's backups, too, and I(backup) tells where.
     type: str
+  no_backup:
+    description:
+      - Keeps nothing of what was there. Otherwise the host keeps it, C(tavo-util history) lists it and C(tavo-util restore) puts it
+        back; set C(XDG_STATE_HOME) with C(environment) to keep it elsewhere.
+    type: bool
+    default: false
 attributes:
   check_mode:
     description: Reads the block and tells which bytes would change.
@@ -88,6 +94,10 @@ device:
   returned: when one was found
   type: dict
   sample: {serial: '00001234', path: 1-4.2}
+via:
+  description: What did the work, C(tool) or C(package).
+  returned: success
+  type: str
 state:
   description: What is known of the interface now, in the words of the tool.
   returned: always
@@ -97,27 +107,13 @@ hint:
   returned: failed
   type: str
 exit_status:
-  description: The exit code of the tool.
+  description: The exit code of the tool, whatever did the work.
   returned: failed
   type: int
 '''
 
 from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.tavo.util.plugins.module_utils.tool import ARGUMENTS, Tool
-
-
-def words_of(parameters):
-    if parameters['scb0']:
-        words = ['scb0', parameters['scb0']]
-    elif parameters['src']:
-        words = ['config', 'write', parameters['src']]
-        if parameters['serial']:
-            words += ['--serial', parameters['serial']]
-    else:
-        words = ['config', 'set-serial', parameters['serial']]
-    if parameters['backup']:
-        words += ['--backup', parameters['backup']]
-    return words
+from ansible_collections.tavo.util.plugins.module_utils.interface import ARGUMENTS, Interface
 
 
 def side(changes, which):
@@ -128,11 +124,14 @@ def main():
     module = AnsibleModule(
         supports_check_mode=True, required_one_of=[('src', 'serial', 'scb0')], mutually_exclusive=[('src', 'scb0'), ('serial', 'scb0')],
         argument_spec=dict(ARGUMENTS, src=dict(type='path'), remote_src=dict(type='bool', default=False), serial=dict(type='str'),
-                           scb0=dict(type='str', choices=['spi', 'i2c']), backup=dict(type='str')))
-    answer = Tool(module).ask(*words_of(module.params), '--dry-run' if module.check_mode else '--yes')
+                           scb0=dict(type='str', choices=['spi', 'i2c']), backup=dict(type='str'), no_backup=dict(type='bool', default=False)))
+    interface = Interface(module)
+    answer = interface.accept(interface.way.rewrite(module.params, dry_run=module.check_mode))
     changes = answer['result']['changed']
     result = dict(changed=bool(changes), changes=changes, device=answer['device'], state=answer['state'],
-                  backup=answer['result']['backup'], replug_required=bool(changes) and not module.check_mode)
+                  backup=answer['result']['backup'], via=interface.name, replug_required=bool(changes) and not module.check_mode)
+    if result['replug_required']:
+        result['state'] = 'configuration block written and read back'
     if module._diff:
         result['diff'] = {'before': side(changes, 'old'), 'after': side(changes, 'new')}
     module.exit_json(**result)

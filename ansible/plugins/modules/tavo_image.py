@@ -9,7 +9,7 @@ short_description: Firmware image on the flash of a Neuron USB interface
 version_added: 0.1.0
 author: the tavo-util developers (@tavo-util)
 description:
-  - Makes the flash hold the bytes of an image, and FF elsewhere.
+  - Makes the flash hold the bytes of an image, and FF elsewhere, unless I(keep) or I(range) is given.
   - What decides is what the chip holds, byte for byte, not what was recorded about it. Nothing is written to a chip that
     holds the image already; what was cut off half-way is finished by the next run.
   - The image is read and checked whole before the interface is touched.
@@ -50,11 +50,37 @@ options:
       - The SHA-256 that the tool tells of the image (C(tavo-util check)); it is that of bytes and addresses, the same in every
         format. A file with another one is refused before the interface is touched.
     type: str
+  keep:
+    description:
+      - Leaves alone what the image does not cover, and does not look at it. FF is made of it otherwise.
+    type: bool
+    default: false
+  range:
+    description:
+      - The part of the image that counts, as C(tavo-util --range) takes it, for example C(0x10000-0x1FFFF) or C(64K+4K). Everything else
+        stays as it is.
+    type: str
+  full:
+    description:
+      - If anything is different, the whole chip is erased and every page programmed, instead of only what is different.
+      - Nothing is kept of what was there then, unless I(backup) names a file.
+    type: bool
+    default: false
+  clock:
+    description:
+      - SPI clock in Hz, 900000 to 3000000. A bridge with a long or poor wire may not stand more than the 900000 that are used otherwise.
+    type: int
   backup:
     description:
       - A file on the host in which to save the whole flash before it is changed. C({serial}) stands for the serial number of the interface.
         A file that exists is not overwritten; the task fails, with the interface unchanged.
     type: str
+  no_backup:
+    description:
+      - Keeps nothing of what was there. Otherwise the host keeps it, C(tavo-util history) lists it and C(tavo-util restore) puts it
+        back; set C(XDG_STATE_HOME) with C(environment) to keep it elsewhere.
+    type: bool
+    default: false
 attributes:
   check_mode:
     description: Predicts the change by reading the chip.
@@ -68,6 +94,14 @@ EXAMPLES = r'''
 - name: The release is on the chip
   tavo.util.tavo_image:
     src: firmware-2.4.hex
+    device: usb:1-4.2
+
+- name: Only the application, at three times the speed; the rest of the chip stays as it is
+  tavo.util.tavo_image:
+    src: application.bin
+    address: "0x10000"
+    keep: true
+    clock: 3000000
     device: usb:1-4.2
 
 - name: What would change, and where (the Neuron restarts)
@@ -84,7 +118,7 @@ sha256:
   type: str
   sample: f8041ad50635997a28ea23ce310d4eed94a4a3f1c7801291ed735c6a42e325a2
 verified:
-  description: Whether the chip is known to hold the image now.
+  description: Whether the chip is known to hold the image now; with I(keep) or I(range) what of it counts.
   returned: always
   type: bool
 device:
@@ -94,8 +128,8 @@ device:
   sample: {serial: '00001234', path: 1-4.2}
 program:
   description:
-    - What C(tavo-util program) tells of its work, under the names of its JSON, such as C(plan), C(pages_written), C(pages_kept),
-      C(sectors_erased), C(retries), C(seconds) and C(backup).
+    - What C(tavo-util program) tells of its work, under the names of its JSON - C(plan), C(pages_written), C(pages_kept), C(pages_blank),
+      C(sectors_erased), C(retries), C(seconds), C(backup), C(backup_sha256), C(up_to_date), as far as they are known.
   returned: when the chip was not only read
   type: dict
 pages_different:
@@ -123,6 +157,10 @@ differences:
     flash:
       description: The first of them in the flash.
       type: int
+via:
+  description: What did the work, C(tool) or C(package).
+  returned: success
+  type: str
 state:
   description: What is known of the interface now, in the words of the tool.
   returned: always
@@ -133,13 +171,16 @@ hint:
   returned: failed
   type: str
 exit_status:
-  description: The exit code of the tool, for example 11 for a flash that is erased or incomplete, 12 for no answer.
+  description: The exit code of the tool, whatever did the work, for example 11 for a flash that is erased or incomplete, 12 for no answer.
   returned: failed
   type: int
 '''
 
 from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.tavo.util.plugins.module_utils.tool import ARGUMENTS, DIFFERS, DONE, NOT_TOUCHED, Tool, invented
+from ansible_collections.tavo.util.plugins.module_utils.answers import DIFFERS, DONE, FILE_REFUSED, NOT_TOUCHED, invented
+from ansible_collections.tavo.util.plugins.module_utils.interface import ARGUMENTS, Interface
+
+TOLD = ('plan', 'pages_written', 'pages_kept', 'pages_blank', 'sectors_erased', 'retries', 'seconds', 'backup', 'backup_sha256', 'up_to_date')
 
 
 def differing(found):
@@ -158,47 +199,43 @@ def differing(found):
             'before_header': 'the flash, %d pages different' % found['pages_different'], 'after_header': 'the image'}
 
 
-def image_words(parameters):
-    words = [parameters['src'], '--format', parameters['format']]
-    return words + ['--address', parameters['address']] if parameters['address'] else words
-
-
-def compare(tool, result):
-    """Reads the chip and tells whether it holds the image and nothing else."""
-    answer = tool.ask('verify', '--rest-blank', '--every', *image_words(tool.module.params), allowed=(DONE, DIFFERS), result=result)
+def compare(interface, result):
+    """Reads the chip and tells whether it holds what it has to."""
+    answer = interface.accept(interface.way.compare(interface.module.params), allowed=(DONE, DIFFERS), result=result)
     found = answer['result']
     result.update(device=answer['device'], state=answer['state'], verified=found['equal'],
                   pages_different=found['pages_different'], differences=found['differences'])
-    if tool.module._diff:
+    if interface.module._diff:
         result['diff'] = differing(found)
     return found['equal']
 
 
-def program(tool, result):
-    words = ['program', '--if-different', *image_words(tool.module.params)]
-    if tool.module.params['backup']:
-        words += ['--backup', tool.module.params['backup']]
-    answer = tool.ask(*words, result=result)
-    result.update(device=answer['device'], state=answer['state'], verified=True, program=answer['result'],
+def program(interface, result):
+    answer = interface.accept(interface.way.program(interface.module.params), result=result)
+    done = answer['result']
+    result.update(device=answer['device'], state=answer['state'], verified=True, program={name: done[name] for name in TOLD if name in done},
                   changed=answer['flash_state'] == 'programmed')
 
 
 def main():
-    module = AnsibleModule(supports_check_mode=True, argument_spec=dict(
+    module = AnsibleModule(supports_check_mode=True, mutually_exclusive=[('full', 'keep'), ('full', 'range')], argument_spec=dict(
         ARGUMENTS, src=dict(type='path', required=True), remote_src=dict(type='bool', default=False),
         format=dict(type='str', choices=['auto', 'hex', 'srec', 'bin', 'elf'], default='auto'), address=dict(type='str'),
-        state=dict(type='str', choices=['present'], default='present'), sha256=dict(type='str'), backup=dict(type='str')))
-    tool = Tool(module)
-    result = dict(verified=False)
-    result['sha256'] = tool.ask('check', *image_words(module.params), result=result)['result']['sha256']
+        state=dict(type='str', choices=['present'], default='present'), sha256=dict(type='str'), full=dict(type='bool', default=False),
+        keep=dict(type='bool', default=False), range=dict(type='str'), clock=dict(type='int'), backup=dict(type='str'),
+        no_backup=dict(type='bool', default=False)))
+    interface = Interface(module)
+    result = dict(verified=False, via=interface.name)
+    result['sha256'] = interface.accept(interface.way.check(module.params), result=result)['result']['sha256']
     wanted = module.params['sha256']
     if wanted and wanted.lower() != result['sha256']:
-        tool.fail(invented('%s is not the image that was asked for: its SHA-256 is %s' % (module.params['src'], result['sha256']),
-                           NOT_TOUCHED, 'name the right file, or correct sha256 (%s)' % wanted), **result)
-    if module.check_mode or module._diff:
-        result['changed'] = not compare(tool, result)
+        interface.fail(invented('%s is not the image that was asked for: its SHA-256 is %s' % (module.params['src'], result['sha256']),
+                                NOT_TOUCHED, 'name the right file, or correct sha256 (%s)' % wanted,
+                                'untouched', FILE_REFUSED), **result)
+    if module.check_mode or module._diff or module.params['full']:
+        result['changed'] = not compare(interface, result)
     if not module.check_mode and result.get('changed', True):
-        program(tool, result)
+        program(interface, result)
     module.exit_json(**result)
 
 

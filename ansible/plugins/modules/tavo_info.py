@@ -19,12 +19,17 @@ options:
       - What to read.
       - C(devices) lists all interfaces of the host, C(configuration) reads the bridge's block, C(status) the state and the counters of the Neuron,
         C(domain) its domain table without keys, C(doctor) looks for what is wrong.
-      - C(interface) and C(doctor) may look at the flash chip, which B(restarts the Neuron).
+      - C(interface) and C(doctor) look at the flash chip unless I(restart_neuron) is false; that B(restarts the Neuron).
       - C(flash) reads the whole chip and tells its SHA-256, which B(holds the Neuron in reset) for seconds for each MiB.
     type: list
     elements: str
     choices: [devices, configuration, status, domain, interface, doctor, flash]
     default: [devices]
+  restart_neuron:
+    description:
+      - Whether C(interface) and C(doctor) may look at the flash chip. Without it they tell nothing of the chip, and the Neuron goes on running.
+    type: bool
+    default: true
 attributes:
   check_mode:
     description: Works as otherwise; nothing is changed either way.
@@ -77,6 +82,10 @@ flash:
   returned: when gathered
   type: dict
   sample: {bytes: 1048576, sha256: 62de1f23dde1bcabceae12fadc42c203e02da61d990f3d06fa2e8a5688ad472b}
+via:
+  description: What did the work, C(tool) or C(package).
+  returned: success
+  type: str
 problems:
   description: What could not be read, each with I(part), I(msg), I(state), I(hint) and I(exit_status).
   returned: always
@@ -91,39 +100,16 @@ hint:
   returned: failed
   type: str
 exit_status:
-  description: The exit code of the tool.
+  description: The exit code of the tool, whatever did the work.
   returned: failed
   type: int
 '''
 
-import os
-import tempfile
-
 from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.tavo.util.plugins.module_utils.tool import ARGUMENTS, DONE, Tool, failure_of
+from ansible_collections.tavo.util.plugins.module_utils.answers import DONE, FAILED, NO_DEVICE, failure_of
+from ansible_collections.tavo.util.plugins.module_utils.interface import ARGUMENTS, Interface
 
-COMMANDS = {
-    'devices': ['list'],
-    'configuration': ['config', 'read'],
-    'status': ['status'],
-    'domain': ['domain', 'read'],
-    'interface': ['info', '--flash'],
-    'doctor': ['doctor'],
-}
-NO_DEVICE = 3  # exit codes
-FAILED = 10
-
-
-def flash_of(tool):
-    """Of a copy of the chip that lives no longer than this."""
-    descriptor, path = tempfile.mkstemp(suffix='.bin', dir=tool.module.tmpdir)
-    os.close(descriptor)
-    try:
-        answer = tool.try_to('dump', '--force', path)
-    finally:
-        os.remove(path)
-    answer['result'].pop('file', None)
-    return answer
+PARTS = ['devices', 'configuration', 'status', 'domain', 'interface', 'doctor', 'flash']
 
 
 def is_answer(part, answer):
@@ -135,14 +121,14 @@ def is_answer(part, answer):
 
 def main():
     module = AnsibleModule(supports_check_mode=True, argument_spec=dict(ARGUMENTS, gather=dict(
-        type='list', elements='str', choices=list(COMMANDS) + ['flash'], default=['devices'])))
-    tool = Tool(module)
-    result = dict(changed=False, problems=[])
+        type='list', elements='str', choices=PARTS, default=['devices']), restart_neuron=dict(type='bool', default=True)))
+    interface = Interface(module)
+    result = dict(changed=False, problems=[], via=interface.name)
     for part in module.params['gather']:
-        answer = flash_of(tool) if part == 'flash' else tool.try_to(*COMMANDS[part])
+        answer = interface.way.gather(part, module.params['restart_neuron'])
         if is_answer(part, answer):
             result[part] = answer['result'].get('devices', []) if part == 'devices' else answer['result']
-            tool.pass_on_warnings(answer)
+            interface.pass_on_warnings(answer)
         else:
             result['problems'].append(dict(failure_of(answer), part=part))
     if len(result['problems']) == len(module.params['gather']):

@@ -7,6 +7,7 @@ from ansible.errors import AnsibleError
 from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
+FILE_SYSTEM = 8  # exit code of the tool
 FLASH_LOST = ('uncertain', 'erased', 'incomplete')
 
 
@@ -24,8 +25,9 @@ class SourceAction(ActionBase):
             if is_brought:
                 arguments['src'] = self._bring(self._find_needle('files', source))
         except AnsibleError as error:
-            result.update(failed=True, msg='cannot bring %s to the host: %s' % (source, error.message),
-                          state='device not touched', hint='name a file on this computer, or set remote_src')
+            hint = 'name a file on this computer, or set remote_src'
+            result.update(failed=True, changed=False, flash_state='untouched', state='device not touched', hint=hint, exit_status=FILE_SYSTEM,
+                          msg='cannot bring %s to the host: %s (state: device not touched) Hint: %s' % (source, error.message, hint))
             return result
         try:
             result.update(self._execute_module(module_args=arguments, task_vars=task_vars))
