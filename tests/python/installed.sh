@@ -17,3 +17,4 @@ left=$(find "$tree" -maxdepth 2 -not -path "$tree/build/*" \( -name '*.egg-info'
 cp "$tree/tests/python/rig/test_rig.py" "$work"
 cd "$work"
 "$python" -m pytest -q -p no:cacheprovider
+"$python" -m pytest -q -p no:cacheprovider -p tavo_util.pytest_plugin --collect-only >log || { cat log; exit 1; }  # asked for, too
