@@ -9,6 +9,7 @@
 #include "python/core/running.h"
 #include "python/core/seam.h"
 #include "tavo/service/range.h"
+#include "tavo/service/simulated.h"
 #include "tavo/service/text.h"
 
 namespace py = pybind11;
@@ -51,6 +52,8 @@ PYBIND11_MODULE(_core, module) {
         }
         return py::tuple(counters);
     });
+    module.def("simulated_environment",
+               [](const std::vector<std::string>& specs) { return tavo::simulatedEnvironment(specs); });
     module.def("use_simulated", &binding::useSimulated);
     py::module_::import("atexit").attr("register")(py::cpp_function(&binding::endAllRuns));
 }

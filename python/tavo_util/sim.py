@@ -21,7 +21,7 @@ from typing import Iterator, Mapping, Sequence
 
 from tavo_util import _core, _sim
 
-__all__ = ["Interface", "described", "interface", "interfaces"]
+__all__ = ["Interface", "described", "environment", "interface", "interfaces"]
 
 _active = False
 
@@ -170,6 +170,17 @@ def interface(folder: str | os.PathLike[str] | None = None, *, pace: str = "fast
     folders = None if folder is None else [folder]
     with interfaces(1, folders=folders, pace=pace, journal=journal, **options) as made:
         yield made[0]
+
+
+def environment(*specs: str) -> dict[str, str]:
+    """What another program has to be started with to see these ("sim:board,size=64K") and no other interfaces.
+
+        subprocess.run(["tavo-util", "info"], env={**os.environ, **sim.environment("sim:board")})
+
+    Nothing is set here. Raises BadArgument, NoPermission; Internal when tavo-sim is not installed, which has the library
+    that is preloaded.
+    """
+    return dict(_core.simulated_environment([os.fsencode(spec) for spec in specs]))
 
 
 def _counted(serial: str, number: int) -> str:

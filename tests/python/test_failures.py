@@ -257,7 +257,7 @@ with sim.interface({str(tmp_path / 'board')!r}) as board, tavo_util.open() as de
 
 
 def test_a_script_on_tavo_sim(tmp_path):
-    tool = pathlib.Path(tavo_util.__file__).parents[2] / "tavo-sim"
+    tools = pathlib.Path(tavo_util.__file__).parents[2]
     code, out, err = run("""
 import tavo_util
 from tavo_util import sim
@@ -269,6 +269,11 @@ try:
 except RuntimeError as error:
     print(error)
 print(len(tavo_util.devices()))
-""", on=[tool, f"{tmp_path}/board,pace=fast,size=64K", "--"])
+""", on=[tools / "tavo-sim", f"{tmp_path}/board,pace=fast,size=64K", "--"])
     assert code == 0, err
+    with pytest.raises(tavo_util.BadArgument):
+        sim.environment("sim:board,size=3")
+    same = sim.environment(f"sim:{tmp_path}/board,pace=fast")
+    told = subprocess.run([tools / "tavo-util", "list"], env={**os.environ, **same}, capture_output=True, text=True)
+    assert told.returncode == 0 and "00001234" in told.stdout and "board" in told.stdout
     assert out.startswith("65536 b'CYUS'\n") and "those of tavo-sim" in out and out.endswith("\n1\n")
