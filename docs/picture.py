@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Draws docs/tavo-util.svg: what a terminal shows of the real tool on a simulated interface.
 
-usage: docs/picture.py FOLDER-OF-tavo-util        e.g. docs/picture.py build/dev/out
+usage: docs/picture.py FOLDER-OF-tavo-util [FILE]        e.g. docs/picture.py build/dev/out
 """
 
 import html
@@ -13,7 +13,7 @@ import subprocess
 import sys
 import tempfile
 
-COMMANDS = ["info", "program firmware.hex", "verify other.hex --map"]
+COMMANDS = ["info --flash", "program firmware.hex", "verify other.hex --map"]
 COLORS = {"31": "#e06c75", "32": "#98c379", "33": "#e5c07b", "34": "#61afef", "35": "#c678dd", "36": "#56b6c2",
           "1": "#ffffff", "2": "#7f848e", "90": "#7f848e"}
 COLUMNS, LINE, WIDTH, SIZE = 100, 18, 8.4, 14
@@ -36,7 +36,11 @@ def run(tool, words, folder):
     os.waitpid(child, 0)
     lines = shown.decode().replace("\r\n", "\n").split("\n")
     lines = [re.sub(r"\x1b\[[0-9;]*[A-HJKSTfhlu]", "", line.split("\r")[-1]) for line in lines]
-    return [line.replace(folder + "/", "") for line in lines if line.strip()]
+    lines = [line.replace(folder + "/", "") for line in lines if line.strip()]
+    for line in lines:
+        if len(re.sub(r"\x1b\[[0-9;]*m", "", line)) > COLUMNS:
+            sys.exit(f"picture.py: wider than the picture: {line}")
+    return lines
 
 
 def spans(line):
@@ -75,5 +79,5 @@ def main(tool, out):
 
 
 if __name__ == "__main__":
-    main(os.path.abspath(os.path.join(sys.argv[1], "tavo-util")),
+    main(os.path.abspath(os.path.join(sys.argv[1], "tavo-util")), sys.argv[2] if len(sys.argv) > 2 else
          os.path.join(os.path.dirname(os.path.abspath(__file__)), "tavo-util.svg"))
