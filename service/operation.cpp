@@ -23,6 +23,31 @@ const char* nextAfter(const DeviceState& state) {
     return "repeat the command at any time";
 }
 
+constexpr const char* kGone = "the interface is no longer attached";
+
+/// A failure of the device may be one of its cable.
+bool mayBeGone(const Error& error) {
+    const bool isTold = std::string(error.what()).find(kGone) != std::string::npos;
+    return !isTold && (error.problem == Problem::DeviceFailed || error.problem == Problem::NoAnswer ||
+                       error.problem == Problem::NoDevice || error.problem == Problem::Busy);
+}
+
+Error andGone(const Error& error) {
+    const auto isHintOf = [&](Side side) {
+        return error.status && error.hint == statusError(*error.status, side, "").hint;
+    };
+    const bool general = error.hint.empty() || isHintOf(Side::Bridge) || isHintOf(Side::Neuron);
+    Error now(Problem::NoDevice, std::string(error.what()) + ": " + kGone,
+              "plug it in again, then " + (general ? "repeat the command" : error.hint));
+    now.status = error.status;
+    now.details = error.details;
+    now.state = error.state;
+    // Without power nothing is held, and an interface starts afresh when it is plugged in.
+    now.state.resetLine = now.state.serviceLine = LineState::NotLooked;
+    now.state.scb0 = Scb0State::NotLooked;
+    return now;
+}
+
 }  // namespace
 
 const char* phaseName(Phase phase) {
@@ -100,6 +125,18 @@ TAVO_STATUS Operation::tryCall(const std::string& doing, const std::function<TAV
 void Operation::fail(Error error) const {
     error.state = state;
     throw error;
+}
+
+void Operation::failIfGone(const Error& error) const {
+    if (!mayBeGone(error) || isStillAttached(device.description().path)) return;
+    throw andGone(error);
+}
+
+void Operation::failWithoutMemory() const {
+    const bool isLeft = state.isSomethingHeld() || state.isFlashLost();
+    fail(Error(Problem::Internal, "out of memory",
+               std::string("close other programs: memory is short; then ") +
+                   (isLeft ? nextAfter(state) : "repeat the command")));
 }
 
 }  // namespace tavo

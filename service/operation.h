@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <new>
 #include <string>
 
 #include "tavo/service/device.h"
@@ -10,8 +11,8 @@
 
 namespace tavo {
 
-/// One running operation on one device. Each step raises `state` before it may change the device; an Error
-/// thrown through run() carries that state.
+/// One running operation on one device, made by operate(). Each step raises `state` before it may change the device; an
+/// Error that fail() throws carries that state.
 class Operation {
 public:
     Operation(Device& onDevice, const Control& itsControl) : device(onDevice), control_(itsControl) {}
@@ -47,11 +48,37 @@ public:
 
     /// Throws it with the state as it is now.
     [[noreturn]] void fail(Error error) const;
+    /// Throws it as the failure of an interface that is no longer attached, when it is not: many things fail then.
+    void failIfGone(const Error& error) const;
+
+    /// Runs work. That memory is short becomes an Error as well: whoever catches nothing else knows the state.
+    template <class Work>
+    auto guarded(const Work& work) const {
+        try {
+            return work();
+        } catch (const std::bad_alloc&) {
+            failWithoutMemory();
+        }
+    }
 
 private:
+    [[noreturn]] void failWithoutMemory() const;
+
     const Control& control_;
     Phase phase_ = Phase::None;
     std::uint64_t total_ = 0;
 };
+
+/// Runs work(Operation&), a whole operation. What fails leaves it as an Error; what an observer throws, as it is.
+template <class Work>
+auto operate(Device& device, const Control& control, const Work& work) {
+    Operation op(device, control);
+    try {
+        return op.guarded([&] { return work(op); });
+    } catch (const Error& error) {
+        op.failIfGone(error);
+        throw;
+    }
+}
 
 }  // namespace tavo

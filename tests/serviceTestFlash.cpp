@@ -10,12 +10,18 @@
 #include "tavo/Configurator.h"
 #include "tavo/flash.h"
 #include "tavo/service/backups.h"
+#include "tavo/service/configuration.h"
+#include "tavo/service/doctor.h"
 #include "tavo/service/flash.h"
 #include "tavo/service/history.h"
+#include "tavo/service/neuron.h"
+#include "tavo/service/overview.h"
+#include "tavo/service/recover.h"
 #include "tests/serviceTest.h"
 
 using tavo::FlashState;
 using tavo::Problem;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -173,6 +179,51 @@ TEST_F(Flash, EraseSendsWhatTheLibrarySends) {
     EXPECT_EQ(all.first, 300u);
     EXPECT_EQ(all.pages, 2u);
     EXPECT_TRUE(all.isComplete);
+}
+
+// ---- what fails
+
+TEST_F(Flash, ThatMemoryIsShortIsAFailureThatTellsTheState) {
+    observe = [](const tavo::Event& event) {
+        if (event.phase == tavo::Phase::Program && event.kind == tavo::Event::Kind::Progress) throw std::bad_alloc();
+    };
+    const tavo::Error half = failureOfProgram();
+    EXPECT_EQ(half.problem, Problem::Internal);
+    EXPECT_EQ(half.state.text(), "flash incomplete: part of the image is missing");
+    EXPECT_THAT(half.hint, AllOf(HasSubstr("memory is short"), HasSubstr("program an image")));
+    EXPECT_EQ(half.state.resetLine, tavo::LineState::Released);
+
+    observe = [](const tavo::Event&) { throw std::bad_alloc(); };
+    tavo::ConfigurationPlan rewrite;
+    rewrite.after[0] = 1;
+    const std::function<void()> operations[] = {
+        [&] { eraseFlash(device(), control()); },
+        [&] { readFlash(device(), control()); },
+        [&] { verifyFlash(device(), image, {}, control()); },
+        [&] { blankCheckFlash(device(), {}, control()); },
+        [&] { inspectFlash(device(), control()); },
+        [&] { readConfiguration(device(), control()); },
+        [&] { planSerialNumber(device(), "NEW", control()); },
+        [&] { writeConfiguration(device(), rewrite, {.noBackup = true}, control()); },
+        [&] { storeNeuronId(device(), {}, control()); },
+        [&] { planNeuronId(device(), {}, control()); },
+        [&] { readStatus(device(), control()); },
+        [&] { readNeuronId(device(), control()); },
+        [&] { readProgramId(device(), control()); },
+        [&] { readDomainTable(device(), control()); },
+        [&] { writeDomainTable(device(), {}, {}, {.noBackup = true}, control()); },
+        [&] { setMode(device(), tavo::Mode::Service, control()); },
+        [&] { reset(device(), tavo::ResetBy::Line, control()); },
+        [&] { pressServicePin(device(), control()); },
+        [&] { doctor(device(), {.each = [](const tavo::Check&) { throw std::bad_alloc(); }}, control()); },
+        [&] { recover(device(), {}, control()); },
+        [&] { overview(device(), {}, control()); },
+    };
+    for (const auto& operation : operations) {
+        const tavo::Error error = failureOf(operation);
+        EXPECT_STREQ(error.what(), "out of memory") << &operation - operations;
+        EXPECT_FALSE(error.state.isSomethingHeld());
+    }
 }
 
 // ---- long reads

@@ -27,27 +27,12 @@ Exit internal(Session& session, const std::string& what) {
     return Exit::Internal;
 }
 
-/// A device that was unplugged fails in many ways; what people need to know is that it is gone.
-tavo::Error withDeparture(const Session& session, const tavo::Error& error) {
-    const std::string text = error.what();
-    const bool isToldAlready = text.find("no longer attached") != std::string::npos;
-    if (!error.status || isToldAlready || !session.hasDevice()) return error;
-    if (tavo::isStillAttached(session.device().description().path)) return error;
-    tavo::Error told(error.problem, text + ": the interface is no longer attached",
-                     error.state.isFlashLost() ? "plug it in again, then program the image before it is used"
-                                               : "plug it in again and repeat the command");
-    told.status = error.status;
-    told.state = error.state;
-    told.details = error.details;
-    return told;
-}
-
 Exit caught(Session& session, const std::function<Exit()>& work) {
     try {
         return work();
     } catch (const tavo::Error& error) {
         session.progress.abandon();
-        session.report.failure(withDeparture(session, error));
+        session.report.failure(error);
         return exitOf(error);
     } catch (const Failure& failure) {
         session.progress.abandon();

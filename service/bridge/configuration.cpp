@@ -51,13 +51,14 @@ ConfigurationBlock blockOf(Operation& op) {
 }
 
 ConfigurationPlan planOf(Device& device, const Control& control, const char* doing, const char* action) {
-    Operation op(device, control);
-    ConfigurationPlan plan;
-    plan.before = plan.after = blockOf(op);
-    plan.serial = device.info().serialNumber.text;
-    plan.doing = doing;
-    plan.action = action;
-    return plan;
+    return operate(device, control, [&](Operation& op) {
+        ConfigurationPlan plan;
+        plan.before = plan.after = blockOf(op);
+        plan.serial = device.info().serialNumber.text;
+        plan.doing = doing;
+        plan.action = action;
+        return plan;
+    });
 }
 
 /// A rewrite that keeps the serial number keeps the one in effect, not one that waits for a replug.
@@ -145,8 +146,7 @@ std::string keep(const Device& device, const ConfigurationPlan& plan, const Conf
 }  // namespace
 
 ConfigurationBlock readConfiguration(Device& device, const Control& control) {
-    Operation op(device, control);
-    return blockOf(op);
+    return operate(device, control, [&](Operation& op) { return blockOf(op); });
 }
 
 ConfigurationPlan planConfiguration(Device& device, const ConfigurationBlock& image,
@@ -185,23 +185,24 @@ ConfigurationPlan planScb0(Device& device, Scb0Role role, const Control& control
 
 std::string writeConfiguration(Device& device, const ConfigurationPlan& plan, const ConfigurationWriteOptions& options,
                                const Control& control) {
-    if (!plan.changesAnything()) return "";
-    const std::string kept = keep(device, plan, options);
-    const std::string backup = kept.empty() ? options.backup : kept;
-    Operation op(device, control);
-    LoggedRun run(op, plan.action.c_str(), BackupKind::Configuration);
-    run.setImage(plan.source);
-    run.setBackup(backup);
-    if (plan.serial != device.description().serial) run.entry.serialAfter = plan.serial;
-    return logged(run, [&] {
-        op.state.configuration = {Knowledge::Unchanged, kUnchanged};
-        run.begin();
-        bool refused = false;
-        const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan, refused); });
-        if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
-        requireWritten(op, plan, backup);
-        run.end();
-        return options.backup.empty() ? kept : options.backup;
+    return operate(device, control, [&](Operation& op) -> std::string {
+        if (!plan.changesAnything()) return "";
+        const std::string kept = keep(device, plan, options);
+        const std::string backup = kept.empty() ? options.backup : kept;
+        LoggedRun run(op, plan.action.c_str(), BackupKind::Configuration);
+        run.setImage(plan.source);
+        run.setBackup(backup);
+        if (plan.serial != device.description().serial) run.entry.serialAfter = plan.serial;
+        return logged(run, [&] {
+            op.state.configuration = {Knowledge::Unchanged, kUnchanged};
+            run.begin();
+            bool refused = false;
+            const TAVO_STATUS status = op.tryCall(plan.doing, [&] { return writeBlock(op, plan, refused); });
+            if (status != TAVO_SUCCESS) fail(op, plan, backup, status, refused);
+            requireWritten(op, plan, backup);
+            run.end();
+            return options.backup.empty() ? kept : options.backup;
+        });
     });
 }
 

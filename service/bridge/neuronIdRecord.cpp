@@ -76,18 +76,18 @@ StoredNeuronId plan(Operation& op, const std::optional<NeuronId>& id) {
 }  // namespace
 
 StoredNeuronId planNeuronId(Device& device, const std::optional<NeuronId>& id, const Control& control) {
-    Operation op(device, control);
-    return plan(op, id);
+    return operate(device, control, [&](Operation& op) { return plan(op, id); });
 }
 
 StoredNeuronId storeNeuronId(Device& device, const std::optional<NeuronId>& id, const Control& control) {
-    Operation op(device, control);
-    const StoredNeuronId stored = plan(op, id);
-    if (!stored.written) return stored;
-    write(op, stored.id);
-    device.info().neuronId = stored.id;
-    device.info().neuronIdValid = 1;
-    return stored;
+    return operate(device, control, [&](Operation& op) {
+        const StoredNeuronId stored = plan(op, id);
+        if (!stored.written) return stored;
+        write(op, stored.id);
+        device.info().neuronId = stored.id;
+        device.info().neuronIdValid = 1;
+        return stored;
+    });
 }
 
 }  // namespace tavo

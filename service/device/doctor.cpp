@@ -26,7 +26,7 @@ struct Examination {
     Device& device;
     const DoctorOptions& options;
     const Control& control;
-    Operation op{device, control};
+    Operation& op;
     std::optional<InterruptedRun> interrupted = interruptedRun(device.description());
     bool denied = false;    // not even the description of the device could be read
     bool reachable = true;  // the bridge's interfaces can be opened
@@ -249,18 +249,20 @@ const Check& Diagnosis::check(const std::string& item) const {
 }
 
 Diagnosis doctor(Device& device, const DoctorOptions& options, const Control& control) {
-    Examination exam{device, options, control};
-    Diagnosis diagnosis;
-    for (const Look& look : kLooks) {
-        exam.op.throwIfCancelled();
-        Check check = look.at(exam);
-        check.item = look.item;
-        if (options.each) options.each(check);
-        diagnosis.checks.push_back(std::move(check));
-    }
-    diagnosis.status = exam.status;
-    diagnosis.state = exam.op.state;
-    return diagnosis;
+    return operate(device, control, [&](Operation& op) {
+        Examination exam{device, options, control, op};
+        Diagnosis diagnosis;
+        for (const Look& look : kLooks) {
+            op.throwIfCancelled();
+            Check check = look.at(exam);
+            check.item = look.item;
+            if (options.each) options.each(check);
+            diagnosis.checks.push_back(std::move(check));
+        }
+        diagnosis.status = exam.status;
+        diagnosis.state = op.state;
+        return diagnosis;
+    });
 }
 
 }  // namespace tavo

@@ -121,13 +121,6 @@ void letGo(Operation& op, bool giveScb0Back) {
     lookAtLines(op);
 }
 
-bool forgetLinesOfGone(Operation& op) {
-    if (isStillAttached(op.device.description().path)) return false;
-    op.state.resetLine = op.state.serviceLine = LineState::NotLooked;
-    op.state.scb0 = Scb0State::NotLooked;
-    return true;
-}
-
 bool isSeenReleased(const DeviceState& state) {
     return !state.isSomethingHeld() && state.resetLine != LineState::Unknown && state.scb0 != Scb0State::Unknown;
 }

@@ -31,9 +31,6 @@ void lookAtLines(Operation& op);
 /// @param giveScb0Back  false leaves SCB0 as it is.
 void letGo(Operation& op, bool giveScb0Back);
 
-/// Without power nothing is held, and an interface starts afresh when it is plugged in: of one that is gone, nothing
-/// is told of its lines and SCB0. @return true when it is gone
-bool forgetLinesOfGone(Operation& op);
 /// True when nothing is held, and the reset line and SCB0 were seen to be released.
 bool isSeenReleased(const DeviceState& state);
 /// The failure of an operation that went well and could not let go of what it took. Names recover.

@@ -137,22 +137,24 @@ Part neuron(const Diagnosis& found) {
 }  // namespace
 
 Overview overview(Device& device, const OverviewOptions& options, const Control& control) {
-    Operation op(device, control);
-    Overview all;
-    all.interrupted = interruptedRun(device.description());
-    if (all.interrupted) op.state.flash = interruptedState(*all.interrupted);
-    requireAccess(op);
-    DoctorOptions looks;
-    looks.restartNeuron = false;
-    const Diagnosis found = doctor(device, looks, control);
-    ask(device, all.siliconId, [&] { return readSiliconId(op); });
-    askNeuron(device, control, found, all);
-    const bool asksFlash = wantsFlash(options.flash, found);
-    all.flash.why = "not looked at: the Neuron is restarted for it (tavo-util info --flash)";
-    if (asksFlash) all.neuronRestarted = ask(device, all.flash, [&] { return readFlashChip(op); });
-    all.parts = {usb(device, found), bridge(device, found), scb0(found), flash(all, asksFlash, found), neuron(found)};
-    all.state = asksFlash ? op.state : found.state;
-    return all;
+    return operate(device, control, [&](Operation& op) {
+        Overview all;
+        all.interrupted = interruptedRun(device.description());
+        if (all.interrupted) op.state.flash = interruptedState(*all.interrupted);
+        requireAccess(op);
+        DoctorOptions looks;
+        looks.restartNeuron = false;
+        const Diagnosis found = doctor(device, looks, control);
+        ask(device, all.siliconId, [&] { return readSiliconId(op); });
+        askNeuron(device, control, found, all);
+        const bool asksFlash = wantsFlash(options.flash, found);
+        all.flash.why = "not looked at: the Neuron is restarted for it (tavo-util info --flash)";
+        if (asksFlash) all.neuronRestarted = ask(device, all.flash, [&] { return readFlashChip(op); });
+        all.parts = {usb(device, found), bridge(device, found), scb0(found), flash(all, asksFlash, found),
+                     neuron(found)};
+        all.state = asksFlash ? op.state : found.state;
+        return all;
+    });
 }
 
 }  // namespace tavo

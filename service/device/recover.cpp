@@ -196,22 +196,23 @@ void takeSteps(Operation& op, const Control& control, Steps& steps, const Recove
 }  // namespace
 
 Recovery recover(Device& device, const RecoverOptions& options, const Control& control) {
-    Operation op(device, control);
-    Recovery recovery;
-    recovery.interrupted = interruptedRun(device.description());
-    if (recovery.interrupted) op.state.flash = interruptedState(*recovery.interrupted);
-    Steps steps(op, options, recovery);
-    try {
-        takeSteps(op, control, steps, recovery);
-    } catch (const Error& error) {
-        if (error.problem != Problem::Interrupted) throw;
-        lookAtLines(op);  // what had been held before may be held still
-        op.throwIfCancelled();
-        throw;
-    }
-    recovery.state = op.state;
-    steps.throwFirst();
-    return recovery;
+    return operate(device, control, [&](Operation& op) {
+        Recovery recovery;
+        recovery.interrupted = interruptedRun(device.description());
+        if (recovery.interrupted) op.state.flash = interruptedState(*recovery.interrupted);
+        Steps steps(op, options, recovery);
+        try {
+            takeSteps(op, control, steps, recovery);
+        } catch (const Error& error) {
+            if (error.problem != Problem::Interrupted) throw;
+            lookAtLines(op);  // what had been held before may be held still
+            op.throwIfCancelled();
+            throw;
+        }
+        recovery.state = op.state;
+        steps.throwFirst();
+        return recovery;
+    });
 }
 
 }  // namespace tavo

@@ -23,21 +23,6 @@ bool isAbsent(const FlashChip& chip) {
     return all(0xFF) || all(0x00);
 }
 
-Error andGone(const Error& error) {
-    const bool general = error.status && error.hint == statusError(*error.status, Side::Bridge, "").hint;
-    Error now(Problem::NoDevice, std::string(error.what()) + ": the interface is no longer attached",
-              "plug it in again, then " + (general || error.hint.empty() ? "repeat the command" : error.hint));
-    now.status = error.status;
-    now.details = error.details;
-    return now;
-}
-
-/// A failure of the device may be one of its cable.
-bool mayBeGone(const Error& error) {
-    return error.problem == Problem::DeviceFailed || error.problem == Problem::NoAnswer ||
-           error.problem == Problem::NoDevice || error.problem == Problem::Busy;
-}
-
 }  // namespace
 
 void FlashAccess::check(CY_RETURN_STATUS status, const std::string& doing) const {
@@ -171,7 +156,7 @@ void FlashAccess::requireReleased() {
 void FlashAccess::fail(const Error& error) {
     release();
     if (!touched_) op_.fail(error);
-    if (mayBeGone(error) && forgetLinesOfGone(op_)) op_.fail(andGone(error));
+    op_.failIfGone(error);
     if (op_.state.isSomethingHeld()) op_.fail(andStillHeld(error, op_));
     op_.fail(error);
 }

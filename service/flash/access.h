@@ -75,11 +75,13 @@ auto withFlash(Operation& op, long settleMs, std::optional<int> clockHz, Work wo
     requireClock(clockHz);
     FlashAccess access(op);
     try {
-        access.take(settleMs, clockHz);
-        auto result = work(access.driver(), access.chip());
-        access.release();
-        access.requireReleased();
-        return result;
+        return op.guarded([&] {
+            access.take(settleMs, clockHz);
+            auto result = work(access.driver(), access.chip());
+            access.release();
+            access.requireReleased();
+            return result;
+        });
     } catch (const Error& error) {
         access.fail(error);
     }

@@ -26,13 +26,14 @@ BlankCheckResult findData(Operation& op, const FlashDriver& driver, const FlashC
 }  // namespace
 
 BlankCheckResult blankCheckFlash(Device& device, const BlankCheckOptions& options, const Control& control) {
-    Operation op(device, control);
-    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
-        return findData(op, driver, chip, options);
+    return operate(device, control, [&](Operation& op) {
+        auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
+            return findData(op, driver, chip, options);
+        });
+        waitForBoot(op);
+        result.state = op.state;
+        return result;
     });
-    waitForBoot(op);
-    result.state = op.state;
-    return result;
 }
 
 }  // namespace tavo

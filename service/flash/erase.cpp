@@ -36,35 +36,36 @@ TAVO_STATUS eraseAll(Operation& op, const FlashDriver& driver, const FlashChip& 
 }
 
 EraseResult eraseFlash(Device& device, const EraseOptions& options, const Control& control) {
-    Operation op(device, control);
-    ChipBackup backup(device, options.backup, !options.noBackup && !options.backup.empty());
-    LoggedRun log(op, "erase", BackupKind::Flash);
-    return logged(log, [&] {
-        auto result =
-            withFlash(op, kSettleBeforeErase, options.clockHz, [&](const FlashDriver& driver, FlashChip chip) {
-                readSfdp(op, driver, chip);
-                const bool isPart = options.range && partOf(op, chip, options.range).size() < chip.size;
-                if (backup.isWanted()) {
-                    FlashReader reader(op, driver);
-                    backup.save(op, readChip(op, reader, chip, Phase::Backup), chip.size);
+    return operate(device, control, [&](Operation& op) {
+        ChipBackup backup(device, options.backup, !options.noBackup && !options.backup.empty());
+        LoggedRun log(op, "erase", BackupKind::Flash);
+        return logged(log, [&] {
+            auto result =
+                withFlash(op, kSettleBeforeErase, options.clockHz, [&](const FlashDriver& driver, FlashChip chip) {
+                    readSfdp(op, driver, chip);
+                    const bool isPart = options.range && partOf(op, chip, options.range).size() < chip.size;
+                    if (backup.isWanted()) {
+                        FlashReader reader(op, driver);
+                        backup.save(op, readChip(op, reader, chip, Phase::Backup), chip.size);
+                        op.throwIfCancelled();
+                    }
+                    const auto start = std::chrono::steady_clock::now();
+                    EraseResult done{chip, 0, backup.path(), 0, {}};
+                    log.setBackup(backup.remembered());
+                    log.begin();
+                    if (isPart)
+                        done.sectorsErased = erasePart(op, driver, chip, *options.range, backup.remembered());
+                    else
+                        eraseByWish(op, driver, chip, backup.remembered());
                     op.throwIfCancelled();
-                }
-                const auto start = std::chrono::steady_clock::now();
-                EraseResult done{chip, 0, backup.path(), 0, {}};
-                log.setBackup(backup.remembered());
-                log.begin();
-                if (isPart)
-                    done.sectorsErased = erasePart(op, driver, chip, *options.range, backup.remembered());
-                else
-                    eraseByWish(op, driver, chip, backup.remembered());
-                op.throwIfCancelled();
-                done.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-                return done;
-            });
-        log.end();
-        if (result.sectorsErased > 0) waitForBoot(op);  // an erased chip has nothing to start
-        result.state = op.state;
-        return result;
+                    done.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+                    return done;
+                });
+            log.end();
+            if (result.sectorsErased > 0) waitForBoot(op);  // an erased chip has nothing to start
+            result.state = op.state;
+            return result;
+        });
     });
 }
 

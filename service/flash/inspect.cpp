@@ -11,8 +11,7 @@ FlashChip readFlashChip(Operation& op) {
 }
 
 FlashChip inspectFlash(Device& device, const Control& control) {
-    Operation op(device, control);
-    return readFlashChip(op);
+    return operate(device, control, [&](Operation& op) { return readFlashChip(op); });
 }
 
 }  // namespace tavo

@@ -82,8 +82,10 @@ public:
         if (result_.upToDate) return result_;
         op_.throwIfCancelled();
         try {
-            erase(driver);
-            writeAndCompare(driver, reader);
+            op_.guarded([&] {
+                erase(driver);
+                writeAndCompare(driver, reader);
+            });
         } catch (Error& error) {
             if (op_.state.flash == FlashState::Unchanged && options_.keep && !isResumed_) forgetKept(op_);
             explain(error);
@@ -429,23 +431,24 @@ ProgramResult programFlash(Device& device, const Image& image, const ProgramOpti
 
 ProgramResult programFlash(Device& device, const Image& image, const ProgramOptions& options, const Control& control,
                            const char* action) {
-    if (image.isEmpty()) throw Error(Problem::BadArgument, "the image is empty", "there is nothing to program");
-    const Job job(image, options);
-    const auto start = std::chrono::steady_clock::now();
-    Operation op(device, control);
-    LoggedRun log(op, action, BackupKind::Flash);
-    log.setImage(options.imageName);
-    log.entry.sha256 = job.programmed().identity();
-    Programming programming(op, job.programmed(), job.options, log);
-    return logged(log, [&] {
-        ProgramResult result =
-            withFlash(op, kSettle, options.clockHz,
-                      [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
-        log.end(result.upToDate ? "unchanged" : "done");
-        if (!result.upToDate) waitForBoot(op);
-        result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        result.state = op.state;
-        return result;
+    return operate(device, control, [&](Operation& op) {
+        if (image.isEmpty()) throw Error(Problem::BadArgument, "the image is empty", "there is nothing to program");
+        const Job job(image, options);
+        const auto start = std::chrono::steady_clock::now();
+        LoggedRun log(op, action, BackupKind::Flash);
+        log.setImage(options.imageName);
+        log.entry.sha256 = job.programmed().identity();
+        Programming programming(op, job.programmed(), job.options, log);
+        return logged(log, [&] {
+            ProgramResult result = withFlash(
+                op, kSettle, options.clockHz,
+                [&](const FlashDriver& driver, const FlashChip& chip) { return programming.run(driver, chip); });
+            log.end(result.upToDate ? "unchanged" : "done");
+            if (!result.upToDate) waitForBoot(op);
+            result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            result.state = op.state;
+            return result;
+        });
     });
 }
 

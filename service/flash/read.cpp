@@ -114,15 +114,16 @@ Format dumpFormat(const std::string& path) {
 }
 
 ReadFlashResult readFlash(Device& device, const ReadFlashOptions& options, const Control& control) {
-    Operation op(device, control);
-    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
-        FlashReader reader(op, driver);
-        const AddressRange part = partOf(op, chip, options.range);
-        return ReadFlashResult{chip, readRanges(op, reader, {part}, Phase::Dump), {}};
+    return operate(device, control, [&](Operation& op) {
+        auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
+            FlashReader reader(op, driver);
+            const AddressRange part = partOf(op, chip, options.range);
+            return ReadFlashResult{chip, readRanges(op, reader, {part}, Phase::Dump), {}};
+        });
+        waitForBoot(op);
+        result.state = op.state;
+        return result;
     });
-    waitForBoot(op);
-    result.state = op.state;
-    return result;
 }
 
 }  // namespace tavo

@@ -27,17 +27,18 @@ VerifyResult readAndCompare(Operation& op, const FlashDriver& driver, const Flas
 }  // namespace
 
 VerifyResult verifyFlash(Device& device, const Image& image, const VerifyOptions& options, const Control& control) {
-    Operation op(device, control);
-    const bool needsData = options.range && !options.restBlank && !options.whole;
-    std::optional<Image> part;
-    if (options.range) part = partOfImage(image, *options.range, options.imageName, needsData);
-    const Image& wanted = part ? *part : image;
-    auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
-        return readAndCompare(op, driver, chip, wanted, options);
+    return operate(device, control, [&](Operation& op) {
+        const bool needsData = options.range && !options.restBlank && !options.whole;
+        std::optional<Image> part;
+        if (options.range) part = partOfImage(image, *options.range, options.imageName, needsData);
+        const Image& wanted = part ? *part : image;
+        auto result = withFlash(op, kSettle, options.clockHz, [&](const FlashDriver& driver, const FlashChip& chip) {
+            return readAndCompare(op, driver, chip, wanted, options);
+        });
+        waitForBoot(op);
+        result.state = op.state;
+        return result;
     });
-    waitForBoot(op);
-    result.state = op.state;
-    return result;
 }
 
 }  // namespace tavo

@@ -94,10 +94,11 @@ void writeAndCompare(Operation& op, const DomainTable& before, const DomainTable
 }  // namespace
 
 DomainTable readDomainTable(Device& device, const Control& control) {
-    Operation op(device, control);
-    DomainTable table;
-    op.call(Side::Neuron, "read the domain table", [&] { return readEntries(op, table); });
-    return table;
+    return operate(device, control, [&](Operation& op) {
+        DomainTable table;
+        op.call(Side::Neuron, "read the domain table", [&] { return readEntries(op, table); });
+        return table;
+    });
 }
 
 std::string writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
@@ -107,17 +108,18 @@ std::string writeDomainTable(Device& device, const DomainTable& before, const Do
 
 std::string writeDomainTable(Device& device, const DomainTable& before, const DomainTable& wanted,
                              const DomainWriteOptions& options, const Control& control, const char* action) {
-    if (options.changed != nullptr) options.changed->clear();
-    const std::string backup = keep(device, before, wanted, options);
-    Operation op(device, control);
-    LoggedRun run(op, action, BackupKind::Domains);
-    run.setImage(options.source);
-    run.setBackup(backup);
-    return logged(run, [&] {
-        run.begin();
-        writeAndCompare(op, before, wanted, options.changed);
-        run.end();
-        return backup;
+    return operate(device, control, [&](Operation& op) -> std::string {
+        if (options.changed != nullptr) options.changed->clear();
+        const std::string backup = keep(device, before, wanted, options);
+        LoggedRun run(op, action, BackupKind::Domains);
+        run.setImage(options.source);
+        run.setBackup(backup);
+        return logged(run, [&] {
+            run.begin();
+            writeAndCompare(op, before, wanted, options.changed);
+            run.end();
+            return backup;
+        });
     });
 }
 

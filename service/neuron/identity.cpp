@@ -6,25 +6,26 @@
 namespace tavo {
 
 NeuronState readStatus(Device& device, const Control& control) {
-    Operation op(device, control);
-    NeuronState state{};
-    op.call(Side::Neuron, "read the status of the Neuron", [&] { return askStatus(op, state); });
-    return state;
+    return operate(device, control, [&](Operation& op) {
+        NeuronState state{};
+        op.call(Side::Neuron, "read the status of the Neuron", [&] { return askStatus(op, state); });
+        return state;
+    });
 }
 
 NeuronId readNeuronId(Device& device, const Control& control) {
-    Operation op(device, control);
-    return askNeuronId(op);
+    return operate(device, control, [&](Operation& op) { return askNeuronId(op); });
 }
 
 ProgramId readProgramId(Device& device, const Control& control) {
-    Operation op(device, control);
-    frames::Answer answer;
-    op.call(Side::Neuron, "read the program ID",
-            [&] { return ask(op, frames::kReadProgramId, frames::kProgramIdAnswer, answer); });
-    ProgramId id{};
-    std::copy_n(&answer[frames::kData], id.size(), id.begin());
-    return id;
+    return operate(device, control, [&](Operation& op) {
+        frames::Answer answer;
+        op.call(Side::Neuron, "read the program ID",
+                [&] { return ask(op, frames::kReadProgramId, frames::kProgramIdAnswer, answer); });
+        ProgramId id{};
+        std::copy_n(&answer[frames::kData], id.size(), id.begin());
+        return id;
+    });
 }
 
 }  // namespace tavo

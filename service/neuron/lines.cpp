@@ -46,9 +46,10 @@ void require(Operation& op, TAVO_STATUS status, unsigned char pin, const char* d
         if (op.state.isSomethingHeld()) op.fail(stillHeld(op));
         return;
     }
-    forgetLinesOfGone(op);
+    Error error = statusError(status, Side::Bridge, std::string(doing) + " on " + op.device.name());
+    error.state = op.state;
+    op.failIfGone(error);
     if (pin == kNeuronServicePin && lacksPin(op.device.info(), pin)) failWithoutPin(op, pin, doing, status);
-    const Error error = statusError(status, Side::Bridge, std::string(doing) + " on " + op.device.name());
     op.fail(op.state.isSomethingHeld() ? andStillHeld(error, op) : error);
 }
 

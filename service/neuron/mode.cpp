@@ -65,16 +65,17 @@ const char* modeName(Mode mode) {
 }
 
 ModeChange setMode(Device& device, Mode mode, const Control& control) {
-    Operation op(device, control);
-    if (!device.info().areVidPidCorrect()) {
-        op.fail(statusError(TAVO_WRONG_VID_PID, Side::Bridge, "set the mode on " + device.name()));
-    }
-    ModeChange change;
-    change.before = look(op);
-    mode == Mode::Service ? serviceMode(op) : byMessage(op, mode);
-    change.after = look(op);
-    requireState(op, mode, change.after);
-    return change;
+    return operate(device, control, [&](Operation& op) {
+        if (!device.info().areVidPidCorrect()) {
+            op.fail(statusError(TAVO_WRONG_VID_PID, Side::Bridge, "set the mode on " + device.name()));
+        }
+        ModeChange change;
+        change.before = look(op);
+        mode == Mode::Service ? serviceMode(op) : byMessage(op, mode);
+        change.after = look(op);
+        requireState(op, mode, change.after);
+        return change;
+    });
 }
 
 }  // namespace tavo

@@ -38,18 +38,20 @@ void resetByMessage(Operation& op) {
 }  // namespace
 
 double reset(Device& device, ResetBy by, const Control& control) {
-    Operation op(device, control);
-    const auto start = std::chrono::steady_clock::now();
-    by == ResetBy::Line ? resetByLine(op) : resetByMessage(op);
-    op.end();
-    return secondsSince(start);
+    return operate(device, control, [&](Operation& op) {
+        const auto start = std::chrono::steady_clock::now();
+        by == ResetBy::Line ? resetByLine(op) : resetByMessage(op);
+        op.end();
+        return secondsSince(start);
+    });
 }
 
 double pressServicePin(Device& device, const Control& control) {
-    Operation op(device, control);
-    const auto start = std::chrono::steady_clock::now();
-    pulse(op, kNeuronServicePin, "press the service pin");
-    return secondsSince(start);
+    return operate(device, control, [&](Operation& op) {
+        const auto start = std::chrono::steady_clock::now();
+        pulse(op, kNeuronServicePin, "press the service pin");
+        return secondsSince(start);
+    });
 }
 
 }  // namespace tavo

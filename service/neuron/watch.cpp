@@ -134,17 +134,19 @@ std::size_t StatusHistory::timesCleared() const {
 }
 
 void watchStatus(Device& device, StatusHistory& history, const WatchOptions& options, const Control& control) {
-    Operation op(device, control);
-    history = {};
-    history.started = std::chrono::system_clock::now();
-    try {
-        watch(op, options, control, history);
-    } catch (const Error& error) {
-        if (error.problem != Problem::Interrupted || history.looks.empty()) throw;
-    }
-    if (history.lastAnswered() != nullptr) return;
-    onlyAsks(op);
-    op.fail(statusError(TAVO_TRANSACTION_FAILED, Side::Neuron, "read the status of the Neuron on " + device.name()));
+    operate(device, control, [&](Operation& op) {
+        history = {};
+        history.started = std::chrono::system_clock::now();
+        try {
+            watch(op, options, control, history);
+        } catch (const Error& error) {
+            if (error.problem != Problem::Interrupted || history.looks.empty()) throw;
+        }
+        if (history.lastAnswered() != nullptr) return;
+        onlyAsks(op);
+        op.fail(
+            statusError(TAVO_TRANSACTION_FAILED, Side::Neuron, "read the status of the Neuron on " + device.name()));
+    });
 }
 
 }  // namespace tavo

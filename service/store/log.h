@@ -22,6 +22,10 @@ public:
     void begin();  ///< before the first step that changes something
     void end(const char* result = "done");
     void fail(const Error& error) noexcept;
+    template <class Work>
+    auto guarded(const Work& work) const {
+        return op_.guarded(work);
+    }
 
     HistoryEntry entry;
 
@@ -37,7 +41,7 @@ private:
 template <class Work>
 auto logged(LoggedRun& run, Work work) {
     try {
-        return work();
+        return run.guarded(work);
     } catch (const Error& error) {
         run.fail(error);
         throw;
