@@ -6,6 +6,7 @@ set -eu
 cd "$(dirname "$0")/.."
 packages=${1:-build/deb}
 ./setup.sh package
+unset CMAKE_C_COMPILER_LAUNCHER CMAKE_CXX_COMPILER_LAUNCHER # the caller's ccache is not in there
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 trap 'exit 130' INT TERM
@@ -13,7 +14,7 @@ trap 'exit 130' INT TERM
 # What the tests need of the sources, and two repositories: the packages, and the same as the next revision.
 tree=$work/tavo-packages
 mkdir -p "$tree/now" "$tree/next"
-tar -c debian/tests tests/consumers examples packaging/installed.sh | tar -x -C "$tree"
+tar -c debian/tests tests/consumers tests/python/rig examples packaging/installed.sh | tar -x -C "$tree"
 for package in "$packages"/*.deb; do
   cp "$package" "$tree/now"
   dpkg-deb -R "$package" "$work/package"
@@ -39,7 +40,7 @@ if mmdebstrap --quiet --variant=apt --format=null --customize-hook="copy-in $tre
 fi
 [ ! -e "$work/made" ] || exit 1
 echo "test-packages.sh: no system of its own can be made (above); the packages are tested on this one" >&2
-if [ "$(id -u)" -ne 0 ] || dpkg-query -W 'tavo-util*' 'libtavo-*' 2>/dev/null | grep -q .; then
+if [ "$(id -u)" -ne 0 ] || dpkg-query -W 'tavo-util*' 'libtavo-*' '*-tavo-util' 2>/dev/null | grep -q .; then
   echo "test-packages.sh: that takes root, and none of the packages installed" >&2
   exit 1
 fi
