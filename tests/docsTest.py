@@ -167,12 +167,21 @@ class Docs(unittest.TestCase):
         self.assertIn(find.replace("COMPONENTS service)", "COMPONENTS api service"), project)
         self.assertIn(link.replace("(program ", "(programSafely "), project)
 
-    def test_commands_options_files_and_links_in_sentences_exist(self):
+    def helps(self):
+        """The general help, and that of each command."""
         desk = self.desk()
         general = desk.run("tavo-util --help").stdout
-        help_of = {name: desk.run(f"tavo-util {name} --help").stdout
-                   for name in re.findall(r"^  ([a-z][a-z-]+) ", general, re.M)}
-        self.assertGreater(len(help_of), 20)
+        commands = re.findall(r"^  ([a-z][a-z -]*[a-z])  ", general.split("Options:")[0], re.M)
+        self.assertGreater(len(commands), 25)
+        return general, {name: desk.run(f"tavo-util {name} --help").stdout for name in commands}
+
+    def test_the_manual_has_the_options_of_the_help_and_no_others(self):
+        general, help_of = self.helps()
+        helped = set(re.findall(r"--[a-z][a-z0-9-]+", general + "".join(help_of.values())))
+        self.assertEqual(set(re.findall(r"--[a-z][a-z0-9-]+", text_of("docs/tavo-util.1").replace("\\-", "-"))), helped)
+
+    def test_commands_options_files_and_links_in_sentences_exist(self):
+        general, help_of = self.helps()
         folders = {entry.name for entry in os.scandir(SOURCES) if entry.is_dir()} - {"build"}
         for name in guides():
             text = re.sub(r"^```.*?^```", "", text_of(name), flags=re.M | re.S)
@@ -182,7 +191,7 @@ class Docs(unittest.TestCase):
             for code in re.findall(r"`([^`\n]+)`", text):
                 words = code.split()
                 if words[0] == "tavo-util" and words[1:]:
-                    command = next((word for word in words if word in help_of or word == "COMMAND"), None)
+                    command = next((each for each in [*help_of, "COMMAND", "config"] if f" {each} " in code + " "), None)
                     self.assertTrue(command or words[1].startswith("-"), f"{name}: {code}")
                     for option in re.findall(r"(?<=\s)--[a-z-]+", code):
                         self.assertIn(option, general + help_of.get(command, ""), f"{name}: {code}")
