@@ -1,5 +1,6 @@
 """The Ansible collection against a fleet of simulated interfaces, one for each host of the inventory."""
 
+import csv
 import json
 import os
 import re
@@ -162,6 +163,21 @@ class Fleet(unittest.TestCase):
         faults = {"unit00": "pace=fast,dead-flash=0"}
         self.play("tavo.util.update", hosts=HOSTS[:6], faults=faults, code=2, tavo_batches=[1])
         self.assertEqual(self.report()[0], {"failed": 1, "waiting": 5}, "what an earlier run found is no news")
+
+    def test_the_guide_shows_what_happens(self):
+        with open(os.path.join(SOURCES, "docs/fleet.md")) as file:
+            guide = file.read().replace("/tmp/", self.folder + "/")
+        with open(self.path("desk.yml"), "w") as file:
+            file.write(next(block for block in re.findall(r"```yaml\n(.*?)```", guide, re.S) if "sim:" in block))
+        command = re.search(r"^    (ansible-playbook .*desk\.yml.*)$", guide, re.M)[1]
+        self.run_program("bash", "-c", f"cd {self.folder} && PATH={os.path.dirname(TOOL)}:$PATH {command}", code=2)
+        with open(self.path("tavo-report/report.csv")) as file:
+            found = {each["host"]: each for each in csv.DictReader(file)}
+        names, _line, *rows = [[cell.strip() for cell in line.split("|")[1:-1]]
+                               for line in re.search(r"^\| host \|.*?\n\n", guide, re.M | re.S)[0].splitlines()[:-1]]
+        self.assertEqual({row[0] for row in rows}, set(found))
+        for row in rows:
+            self.assertEqual(row, [found[row[0]][name] for name in names])
 
     def test_every_other_module_predicts_does_and_then_does_nothing(self):
         """By each way; both return the same."""
