@@ -11,6 +11,15 @@ FILE_SYSTEM = 8  # exit code of the tool
 FLASH_LOST = ('uncertain', 'erased', 'incomplete')
 
 
+def named(told, path, source):
+    """What is told of a file that was brought, in the words in which it was asked for."""
+    if isinstance(told, dict):
+        return {name: named(value, path, source) for name, value in told.items()}
+    if isinstance(told, list):
+        return [named(value, path, source) for value in told]
+    return told.replace(path, source) if isinstance(told, str) else told
+
+
 class SourceAction(ActionBase):
     TRANSFERS_FILES = True
     _supports_check_mode = True
@@ -33,13 +42,16 @@ class SourceAction(ActionBase):
             result.update(self._execute_module(module_args=arguments, task_vars=task_vars))
         finally:
             self._remove_tmp_path(self._connection._shell.tmpdir)
-        if is_brought and result.get('flash_state') in FLASH_LOST:
+        if not is_brought:
+            return result
+        result = named(result, arguments['src'], source)
+        if result.get('flash_state') in FLASH_LOST:
             self._name_the_task(result, source)
         return result
 
     @staticmethod
     def _name_the_task(result, source):
-        """The file that the tool's own hint means is not on the host any more."""
+        """What the tool says is for people at the host, where the file is no more."""
         hint = result.get('hint', '')
         result['hint'] = 'run this task again, it repairs the flash from %s; on the host: %s' % (source, hint)
         result['msg'] = '%s Hint: %s' % (result.get('msg', '').partition(' Hint: ')[0], result['hint'])
