@@ -16,6 +16,7 @@ EXITS = {'internal': 1, 'bad-argument': 2, 'no-device': 3, 'several-devices': 4,
          'file-system': 8, 'device-failed': 10, 'no-answer': 12, 'interrupted': 130}
 USAGE = 2  # exit codes
 FLASH_LOST = 11
+UNKNOWN = 'not known: the package did not get to tell it'
 LISTED = 20  # differences
 ADDRESSABLE = 1 << 24
 LEFT = {'uncertain': 'the flash may be partly erased; treat it as incomplete',  # by a run that was cut off
@@ -338,6 +339,12 @@ class Package:
             if signalled.__cause__ is None:  # no operation was under way
                 raise
             self._tell(signalled.__cause__)
+        except Exception as error:  # of this file or of the package: not what anybody is to see as a traceback
+            if answer['device'] is not None:
+                answer.update(flash_state='uncertain', state=UNKNOWN)
+            answer['messages'].append(dict(severity='error', text='internal error: %s: %s' % (type(error).__name__, error),
+                                           hint='please report this; what holds now, tavo-util doctor tells'))
+            answer.update(exit_status=EXITS['internal'], status=None)
         return answer
 
     def _name(self, found):
