@@ -100,7 +100,6 @@ void checkBinary(const Image& image) {
     options.format = Format::Binary;
     options.address = ranges.front().first;
     const std::string content = written(image, options);
-    if (content.compare(0, 2, "\x1F\x8B") == 0) return;  // gzip is read through, whatever the name says
     const MemoryFile file(content);
     tavo::ReadOptions how;
     how.format = Format::Binary;

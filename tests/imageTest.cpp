@@ -611,6 +611,11 @@ TEST_F(ImageTest, GzipIsReadThroughAndItsFaultsAreToldAsSuch) {
     EXPECT_THAT(check(packed, strict()).faults.front().text, HasSubstr("gzip data, not Intel HEX"));
     pack("wb", asText(bytes));
     EXPECT_EQ(check(content("packed"), {}, "image.bin.gz").image, imageOf(0, bytes));
+    ReadOptions binary;
+    binary.format = Format::Binary;
+    EXPECT_EQ(check(content("packed"), binary, "image.bin.GZ").image, imageOf(0, bytes));
+    const std::string begins = content("packed").substr(0, 20);  // as a chip may, too
+    EXPECT_EQ(check(begins, binary, "image.bin").image, imageOf(0, Bytes(begins.begin(), begins.end())));
     std::string broken = packed;
     broken[broken.size() / 2] = static_cast<char>(~broken[broken.size() / 2]);
     const auto hasFault = [](const ImageFile& file, const char* wanted) {

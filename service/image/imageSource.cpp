@@ -1,5 +1,6 @@
 #include "service/image/imageSource.h"
 
+#include <strings.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -19,6 +20,14 @@ constexpr std::uint64_t kMost = 1U << 30;
 constexpr int kGzipWindow = 15 + 16;  // zlib: the largest window, and a gzip header
 
 }  // namespace
+
+/// What is called a raw binary may begin with any bytes, a chip's contents with those of gzip as well; only a name says
+/// that it is packed.
+bool isBinaryAsItIs(const std::string& name, const ReadOptions& options) {
+    constexpr std::size_t kEnding = 3;
+    const bool isPackedName = name.size() >= kEnding && strcasecmp(&name[name.size() - kEnding], ".gz") == 0;
+    return options.format == Format::Binary && !options.strict && !isPackedName;
+}
 
 /// One gzip file: members side by side.
 struct ImageSource::Unpacker {
@@ -44,6 +53,7 @@ ImageSource::ImageSource(int descriptor, const std::string& name, const ReadOpti
     : descriptor_(descriptor), name_(name), withDigest_(options.digest), cancel_(options.cancel) {
     fillHead();
     const auto packed = head();
+    if (isBinaryAsItIs(name, options)) return;
     if (packed.substr(0, 3) != "\x1F\x8B\x08") return;  // gzip, deflated
     unpacker_ = std::make_unique<Unpacker>(std::exchange(head_, {}));
     unpacked_ = 0;
