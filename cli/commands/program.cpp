@@ -42,12 +42,15 @@ void tellPlan(Session& session, const Options& options, const tavo::ImageFile& f
     report.result["estimated_seconds"] = forecast.seconds;
     report.result["estimated_seconds_least"] = forecast.leastSeconds;
     report.result["estimated_seconds_sector"] = forecast.sectorSeconds;
+    report.result["estimated_chip_size"] = forecast.chipSize;
     report.line(steps(session, options, forecast));
     report.line(std::string(options.how.keep ? "every sector of the file" : "the whole erase and every page") +
-                ": about " + secondsText(std::ceil(forecast.seconds)) + " on a chip of " + sizeText(forecast.chipSize));
+                ": about " + secondsText(std::ceil(forecast.seconds)) + " on a chip of " + sizeText(forecast.chipSize) +
+                ", the smallest that holds it");
     if (!options.how.full) {
-        report.line("by sectors: about " + secondsText(std::ceil(forecast.leastSeconds)) + " to look, and " +
-                    secondsText(forecast.sectorSeconds) + " for each 4 KiB to be changed");
+        report.line("by sectors: about " + secondsText(std::ceil(forecast.leastSeconds)) +
+                    " to look at such a chip, longer at a larger one, and " + secondsText(forecast.sectorSeconds) +
+                    " for each 4 KiB to be changed");
     }
     report.line("nothing was done (--dry-run)");
 }
@@ -99,8 +102,10 @@ void tellProgrammed(Session& session, const tavo::ProgramResult& done) {
         report.result["backup_sha256"] = done.backupSha256;
         report.note("backup: " + sizeText(done.chip.size) + " in " + done.backup + ", sha256 " + done.backupSha256);
     }
-    const std::string erased =
-        done.way == tavo::ProgramWay::Full ? "" : ", " + countText(done.sectorsErased, "sector") + " erased";
+    const bool isBySectors = done.way != tavo::ProgramWay::Full;
+    const std::string erased = !isBySectors             ? ""
+                               : done.sectorsErased > 0 ? ", " + countText(done.sectorsErased, "sector") + " erased"
+                                                        : ", nothing had to be erased";
     const std::string all = done.pagesKept > 0 ? std::to_string(done.pagesWritten) + " of " : "";
     session.conclude("done: " + all + countText(done.pagesWritten + done.pagesKept, "page") + " written" + erased +
                      " in " + secondsText(done.seconds) +

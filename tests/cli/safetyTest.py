@@ -234,6 +234,7 @@ class ProgramSafely(ToolTest):
         self.assertEqual(self.flash()[:0x20000], old[:0x1010] + noise(300, 6) + old[0x1010 + 300:])
         self.assertFalse([name for name in os.listdir(self.board) if name.startswith("kept")])
         planned = self.run_tool("-n", "program", "--keep", new).out
+        self.assertIn("to look at such a chip, longer at a larger one, and ", planned)
         self.assertIn("erase what must be erased of", planned)
         self.assertIn("1 page in 0x001000-0x0010FF (", self.run_tool("-n", "program", new, "--range", "0x1000+256").out)
         self.assertExit(self.run_tool("program", "--keep", "--full", new), 2)
