@@ -168,7 +168,15 @@ Json parsed(const std::string& path) {
 
 /// The entries of the file, whichever of its three forms it has.
 std::vector<Json> entriesOf(Json file, const std::string& path) {
-    if (file.is_object() && file.contains("result")) file = Json(file["result"]);
+    if (file.is_object() && file.contains("result")) {
+        const auto command = file.find("command");
+        if (!file["result"].contains("domains") && command != file.end() && command->is_string()) {
+            throw refused(path + " holds what a tavo-util " + command->get<std::string>() +
+                              " has told that gave no domain table: it failed, or is another command",
+                          "read the table again: tavo-util --json domain read --show-keys > " + shellWord(path));
+        }
+        file = Json(file["result"]);
+    }
     if (file.is_object() && file.contains("domains")) file = Json(file["domains"]);
     if (file.is_object()) return {file};
     if (!file.is_array() || file.empty()) throw refused(path + " holds no domain entries", EntryReader::kSeeRead);

@@ -228,6 +228,15 @@ class Domains(NeuronToolTest):
                 self.assertErrorForm(result, "device not touched")
         self.assertExit(self.run_tool("-y", "domain", "write", self.path("missing.json")), 8)
 
+    def test_the_output_of_a_failed_read_is_told_as_such(self):
+        self.set_neuron(answer="silent")
+        told = self.run_tool("--json", "domain", "read")
+        self.assertExit(told, 12)
+        result = self.run_tool("-y", "domain", "write", self.write("failed.json", [told.out]))
+        self.assertExit(result, 7)
+        self.assertErrorForm(result, "device not touched", "failed.json holds what a tavo-util domain read has told")
+        self.assertIn("domain read --show-keys > ", result.err)
+
     def test_faults_of_the_file_tell_their_place(self):
         text = json.dumps(self.ENTRY, indent=1)  # "node" is in line 6
         for content, told in ((text.replace('"node": 127', '"node": 1e999'), "line 6, character 14"),
