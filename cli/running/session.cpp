@@ -73,7 +73,7 @@ Exit Session::writePage(Exit ended) {
     job.state = hasDevice() && isWorthTelling ? state : "";
     job.messages = report.told();
     job.phases = progress.phases();
-    if (hasDevice() && job.device.empty()) job.device = tavo::deviceFacts(device().description());
+    if (hasDevice() && job.device.empty()) job.device = tavo::deviceFacts(device().description(), device().flashChip());
     try {
         page_->write(job);
     } catch (tavo::Error& error) {

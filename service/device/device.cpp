@@ -2,6 +2,7 @@
 
 #include "platform/deviceLock.h"
 #include "tavo/service/device.h"
+#include "tavo/service/flash.h"
 
 namespace tavo {
 namespace {
@@ -28,6 +29,7 @@ struct Device::Held {
 
     DeviceDescription description;
     platform::DeviceLock lock;
+    std::optional<FlashChip> chip = {};
 };
 
 Device::Device(DeviceDescription description) : held_(std::make_unique<Held>(std::move(description))) {
@@ -61,6 +63,14 @@ DeviceInfo& Device::info() {
 
 const DeviceInfo& Device::info() const {
     return held_->description.info;
+}
+
+const FlashChip* Device::flashChip() const {
+    return held_->chip ? &*held_->chip : nullptr;
+}
+
+void Device::noteFlashChip(const FlashChip& chip) {
+    held_->chip = chip;
 }
 
 }  // namespace tavo

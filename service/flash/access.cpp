@@ -124,6 +124,7 @@ void FlashAccess::identify() {
                        "check the flash and its wiring; tavo-util doctor tells more"));
     }
     check(driver_->readSize(chip_), "tell the flash size by the ID " + chip_.idText());
+    op_.device.noteFlashChip(chip_);
     op_.step("flash: " + chip_.text());
 }
 

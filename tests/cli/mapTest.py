@@ -127,7 +127,7 @@ class Pages(Chip):
                 letters = {"equal": "=", "wrong": "X", "beyond": "o", "erased": "."}
                 self.assertEqual("".join(letters[kind] for kind in kinds), told["cells"])
         self.assertEqual(shown.problems, [])
-        for part in ("failed\n", "State: flash incomplete: part of the image is missing\n", "What next: ", "(stopped)"):
+        for part in ("failed\n", "1 MiB", "State: flash incomplete: part of the image is missing\n", "What next: ", "(stopped)"):
             self.assertIn(part, said)
 
     def test_a_page_replaces_an_earlier_one_and_nothing_else(self):

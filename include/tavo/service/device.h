@@ -69,6 +69,8 @@ TAVO_API bool isStillAttached(const std::string& path);
 /// Accepts one more pair of USB IDs for the rest of the process.
 TAVO_API void allowUsbId(std::uint16_t vendorId, std::uint16_t productId);
 
+struct FlashChip;
+
 /// One interface, locked against other processes and other objects as long as this object lives.
 /// Opens nothing by itself. One thread at a time; two devices in two threads work side by side.
 class TAVO_API Device {
@@ -91,8 +93,13 @@ public:
     DeviceInfo& info();
     /// The same, not to be changed.
     const DeviceInfo& info() const;
+    /// The flash chip, as an operation on this object has seen it last, good or bad; null: none has.
+    const FlashChip* flashChip() const;
 
 private:
+    friend class FlashAccess;
+    void noteFlashChip(const FlashChip& chip);
+
     struct Held;
     std::unique_ptr<Held> held_;
 };
