@@ -299,7 +299,8 @@ class Package:
             except RuntimeError as error:
                 self._fail('cannot open %s: %s' % (specs[0], error), 'another folder starts a new one', NO_DEVICE)
             except ImportError as error:
-                self._fail('the simulated interface could not be loaded: %s' % error, 'install the simulated interface (Debian: tavo-util-sim)', 1)
+                self._fail('the simulated interface could not be loaded: %s' % error, 'install the package tavo_util again, whole',
+                           EXITS['internal'])
             except ValueError as error:
                 self._fail(str(error), '-d sim:DIR[,size=1M][,pace=fast]', USAGE)
             yield
