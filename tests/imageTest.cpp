@@ -227,6 +227,8 @@ TEST_F(ImageTest, TheFirstTwentyFaultsAreListedAndTheRestCounted) {
     EXPECT_STREQ(error.what(),
                  "x.hex refused: line 1: wrong checksum: expected 00, found FF (and 33 more faults: tavo-util check)");
     EXPECT_THAT(error.details, SizeIs(20));
+    EXPECT_THAT(tavo::refusal("x.hex", check(":00000000FF\n:00000000FF\n:00000001FF\n")).what(),
+                HasSubstr("(and 1 more fault: "));
 }
 
 TEST_F(ImageTest, DataAboveTheChipAreRefusedBeforeOrAfterItIsKnown) {
@@ -573,7 +575,8 @@ TEST_F(ImageTest, TheFormatIsToldByContentThenByNameThenNamed) {
     EXPECT_EQ(check("\x01\x02", forced, "x").image, imageOf(0x100, {1, 2}));
     EXPECT_EQ(check("\x01\x02", forced, "x").changes.front(), "raw binary read, its first byte at 0x000100");
     forced.format = Format::Automatic;
-    EXPECT_THAT(check(data, forced).faults.front().text, HasSubstr("Intel HEX has addresses of its own"));
+    EXPECT_EQ(tavo::faultText(check(data, forced).faults.front()),
+              "Intel HEX has addresses of its own: none can be given");
     forced.address.reset();
     forced.format = Format::SRecord;
     const auto refused = check(data, forced);

@@ -514,7 +514,9 @@ TEST_F(Flash, ARunIsRememberedUntilItsSuccess) {
 
 TEST_F(Flash, AnEraseByWishIsNoInterruptedRunAndAFailedOneIs) {
     rig.fail("CySpiReadWrite", 9, CY_ERROR_PIPE_HALTED);
-    EXPECT_EQ(failureOf([this] { eraseFlash(device()); }).state.flash, FlashState::Uncertain);
+    const tavo::Error failure = failureOf([this] { eraseFlash(device()); });
+    EXPECT_EQ(failure.state.flash, FlashState::Uncertain);
+    EXPECT_THAT(failure.hint, HasSubstr("repeat the erase"));
     EXPECT_TRUE(remembered());
     EXPECT_EQ(remembered()->image, "");
     fresh();

@@ -113,6 +113,9 @@ TEST_F(NeuronService, ALineThatStaysLowIsNoSuccess) {
 
     rig.fail("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);  // the destructor's own release mends it
     EXPECT_EQ(failureOf([&] { tavo::pressServicePin(device()); }).state.serviceLine, tavo::LineState::Released);
+    rig.fail("CySetGpioValue", 2, CY_ERROR_IO_TIMEOUT);
+    failure = failureOf([&] { tavo::reset(device(), tavo::ResetBy::Line); });
+    EXPECT_EQ(failure.state.text(), "the Neuron may have been reset");
 }
 
 TEST_F(NeuronService, WhatAKilledFlashRunHoldsIsSeen) {

@@ -61,7 +61,7 @@ class Usage(ToolTest):
             with self.subTest(command=name):
                 examples = self.run_tool(*name.split(), "--help", device=False).out.split("Examples:\n")[1]
                 lines = examples.split("\n\n")[0].splitlines()
-                self.assertEqual(len(lines), 2)
+                self.assertEqual(len(set(lines)), 2, examples)
                 for line in lines:
                     self.assertTrue(line.startswith("  tavo-util "), line)
                     self.assertIn(name, line)
