@@ -83,9 +83,10 @@ private:
         names_.push_back(name);
         traffic_[name] = bridge_.traffic() - before;
     }
-    void program(const std::string& name, const Bytes& before, const Bytes& wanted, bool noBackup = false) {
+    void program(const std::string& name, const Bytes& before, const Bytes& wanted,
+                 const tavo::ProgramOptions& options = {}) {
         bridge_.hold(before);
-        measure(name, [&] { tavo::programFlash(device_, imageOf(wanted), {.noBackup = noBackup}); });
+        measure(name, [&] { tavo::programFlash(device_, imageOf(wanted), options); });
         require(bridge_.contents() == wanted, name + ": other bytes on the chip");
     }
     void ofTheLibrary();
@@ -121,10 +122,14 @@ void Jobs::ofTheLibrary() {
 }
 
 void Jobs::ofTheService() {
+    constexpr int kFastest = 3000000;
+    tavo::ReadFlashOptions fastest;
+    fastest.clockHz = kFastest;
     measure("erase", [&] { tavo::eraseFlash(device_); });
     program("program, blank chip", Bytes(image_.size(), 0xFF), image_);
+    program("program, blank chip, 3 MHz", Bytes(image_.size(), 0xFF), image_, {.clockHz = kFastest});
     program("program, other image kept", noise(image_.size(), 2), image_);
-    program("program, other, not kept", noise(image_.size(), 2), image_, true);
+    program("program, other, not kept", noise(image_.size(), 2), image_, {.noBackup = true});
     program("program, there already", image_, image_);
     Bytes changed = image_;
     const Bytes other = noise(image_.size() / kPage / 20 * kPage, 3);  // 5 % of the pages
@@ -132,6 +137,10 @@ void Jobs::ofTheService() {
     program("program, 5 % changed", image_, changed);
     bridge_.hold(image_);
     measure("dump", [&] { require(tavo::readFlash(device_).contents == imageOf(image_), "dump: other bytes"); });
+    const auto atFastest = [&] {
+        require(tavo::readFlash(device_, fastest).contents == imageOf(image_), "dump: other");
+    };
+    measure("dump, 3 MHz", atFastest);
     const Bytes part(image_.begin(), image_.begin() + static_cast<long>(image_.size() * 3 / 32));  // 96 KiB of 1 MiB
     measure("verify, 3/32 of the chip",
             [&] { require(tavo::verifyFlash(device_, imageOf(part)).comparison.equal(), "verify: differs"); });
