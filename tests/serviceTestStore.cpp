@@ -57,6 +57,23 @@ protected:
 
 }  // namespace
 
+TEST_F(Store, ABackupOfAnotherInterfaceWithTheSameSerialNumberIsDoubted) {
+    keep(one, 1);
+    const auto backup = tavo::backups(one).at(0);
+    auto mine = one;
+    mine.neuronId = "050102030405";
+    EXPECT_EQ(doubtAbout(backup, mine), "");
+    const auto ran = [&](const std::string& neuron) {
+        log(R"({"time":"2024-05-01T12:00:00Z","run":"1","action":"program","part":"flash","result":"done","serial":"A","backup":")" +
+            fs::path(backup.path).filename().string() + R"(","neuron_id":")" + neuron + "\"}\n");
+    };
+    ran("05FFFFFFFFFF");
+    EXPECT_THAT(doubtAbout(backup, mine), HasSubstr("with the Neuron ID 05FFFFFFFFFF"));
+    EXPECT_EQ(doubtAbout(backup, one), "") << "nothing speaks for it";
+    ran(mine.neuronId);
+    EXPECT_EQ(doubtAbout(backup, mine), "") << "both held the same";
+}
+
 TEST_F(Store, TheSameContentIsKeptOnceAndBecomesTheLatest) {
     // As if kept long ago: the name tells when it was first seen.
     const fs::path now = keep(one, 1);

@@ -87,6 +87,8 @@ void restore(Session& session, const Options& options) {
         tavo::findBackup(session.device().description(), *kind, isOnlyKind ? "" : options.which);
     report.result["restored"] = json(backup);
     report.line(text(backup));
+    if (const std::string doubt = tavo::doubtAbout(backup, session.device().description()); !doubt.empty())
+        report.warning(doubt, "compare its time and what it was kept before; config set-serial tells interfaces apart");
     if (session.options.dryRun) return report.note("nothing was done (--dry-run)");
     session.confirm("put it back into " + session.deviceName() + "?");
     const auto done = tavo::restore(session.device(), backup, options.how, session.control());
@@ -105,6 +107,11 @@ Run declareRestore(Arguments& arguments) {
     for (const char* name : {"WHICH", "KIND"}) arguments.suggest(name, {"flash", "config", "domain"});
     arguments.flag("--list", options->list, "show what is kept, and do nothing");
     arguments.flag("--no-backup", options->how.noBackup, kNoBackupHelp);
+    arguments.asksTogether([options] {
+        if (options->list) return std::string();
+        const std::string kind = options->kind.empty() ? "" : " " + options->kind;
+        return "restore " + (options->which.empty() ? "what was in the flash" : options->which) + kind;
+    });
     return [options](Session& session) { restore(session, *options); };
 }
 

@@ -246,6 +246,23 @@ Backup findBackup(const DeviceDescription& device, BackupKind kind, const std::s
     throw several;
 }
 
+std::string doubtAbout(const Backup& backup, const DeviceDescription& device) {
+    if (device.serial.empty() || isSimulated(device)) return "";
+    const std::string name = fs::path(backup.path).filename().string();
+    std::string other;
+    for (const HistoryEntry& entry : readLog(device).entries) {
+        if (entry.backup != name || entry.neuronId.empty() || device.neuronId.empty()) continue;
+        if (entry.neuronId == device.neuronId) return "";
+        other = entry.neuronId;
+    }
+    if (!other.empty())
+        return "it was kept of the interface with the Neuron ID " + other + ", and this one's is " + device.neuronId;
+    const auto sharing = devices({"serial:" + device.serial}).size();
+    if (sharing < 2) return "";
+    return countText(sharing, "attached interface") + " have the serial number " + device.serial +
+           ": what is kept may be of any of them";
+}
+
 void requireRoom(const DeviceDescription& device, BackupKind kind, std::uint64_t bytes) {
     if (isInMemory(device)) return;
     const fs::path folder = madeBackupFolder(device);

@@ -41,6 +41,10 @@ TAVO_API std::vector<Backup> backups(const DeviceDescription& device);
 /// BadArgument for a text that names several.
 TAVO_API Backup findBackup(const DeviceDescription& device, BackupKind kind, const std::string& which = "");
 
+/// Why a backup may be of another interface with the same serial number, for people; empty when nothing speaks for it.
+/// It is what the Neuron IDs that the bridges keep, and the ports, tell: ask before it is put back.
+TAVO_API std::string doubtAbout(const Backup& backup, const DeviceDescription& device);
+
 /// How a backup is put back.
 struct RestoreOptions {
     bool noBackup = false;  ///< does not keep what is there now
