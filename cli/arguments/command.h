@@ -60,6 +60,8 @@ public:
 
     /// The question of a command that asks, when its arguments make another one of it than that of the table.
     void asks(std::function<std::string()> question) { question_ = std::move(question); }
+    /// Of a command that asks for itself, once it can say more: what several devices are asked before, once for all.
+    void asksTogether(std::function<std::string()> question) { togetherQuestion_ = std::move(question); }
     /// --html, for a command that hands it to Session::openPage.
     void page(std::string& path);
 
@@ -68,6 +70,7 @@ public:
     const std::vector<std::string*>& texts() const { return texts_; }
     const std::vector<std::string*>& outputs() const { return outputs_; }
     const std::function<std::string()>& question() const { return question_; }
+    const std::function<std::string()>& togetherQuestion() const { return togetherQuestion_; }
 
 private:
     CLI::App& app_;
@@ -75,6 +78,7 @@ private:
     std::vector<std::string*> texts_;
     std::vector<std::string*> outputs_;
     std::function<std::string()> question_;
+    std::function<std::string()> togetherQuestion_;
 };
 
 enum class Needs {

@@ -233,6 +233,7 @@ struct CommandLine {
         std::vector<std::string*> texts;
         std::vector<std::string*> outputs;
         std::function<std::string()> asks;
+        std::function<std::string()> asksTogether;
     };
     std::vector<Entry> entries;
 
@@ -277,7 +278,7 @@ void CommandLine::add(const Command& command) {
     Arguments arguments(*sub);
     Run run = command.declare(arguments);
     entries.push_back({&command, sub, std::move(run), arguments.choices(), arguments.texts(), arguments.outputs(),
-                       arguments.question()});
+                       arguments.question(), arguments.togetherQuestion()});
 }
 
 void checkUsbIds(const std::vector<std::string>& ids) {
@@ -530,6 +531,7 @@ Invocation readCommandLine(int argc, char** argv) {
         invocation.texts = entry.texts;
         invocation.outputs = entry.outputs;
         invocation.asks = entry.asks;
+        invocation.asksTogether = entry.asksTogether;
     }
     // What works without a device touches one only when it is asked for on this very command line.
     if (invocation.command != nullptr && invocation.command->needs != Needs::NamedDevice)

@@ -15,9 +15,10 @@ struct Invocation {
     GlobalOptions options;
     const Command* command = nullptr;  ///< null: nothing left to run, exit with exitCode
     Run run;
-    std::vector<std::string*> texts;    ///< argument values in which {serial} is replaced; owned by run
-    std::vector<std::string*> outputs;  ///< those of them that name files to be written
-    std::function<std::string()> asks;  ///< in place of the command's question; may be empty
+    std::vector<std::string*> texts;            ///< argument values in which {serial} is replaced; owned by run
+    std::vector<std::string*> outputs;          ///< those of them that name files to be written
+    std::function<std::string()> asks;          ///< in place of the command's question; may be empty
+    std::function<std::string()> asksTogether;  ///< of several devices, where the command asks for itself; may be empty
     int exitCode = 0;
 };
 

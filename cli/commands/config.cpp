@@ -135,6 +135,7 @@ Run declareConfigWrite(Arguments& arguments) {
     arguments.required("FILE", options->file, "configuration block: 512 bytes, named .bin");
     arguments.text("--serial", "TEXT", options->serial, "a new serial number (default: the device's own is kept)");
     arguments.flag("--force-block", options->force, "also a block without signature or with a wrong checksum");
+    arguments.asksTogether([options] { return "make " + options->file + " the configuration block"; });
     addBackup(arguments, options->how);
     return [options](Session& session) { write(session, *options); };
 }
@@ -142,6 +143,7 @@ Run declareConfigWrite(Arguments& arguments) {
 Run declareConfigSetSerial(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.required("SERIAL", options->serial, "1 to 32 printable ASCII characters");
+    arguments.asksTogether([options] { return "make " + options->serial + " the serial number"; });
     addBackup(arguments, options->how);
     return [options](Session& session) { setSerial(session, *options); };
 }

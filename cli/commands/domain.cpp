@@ -82,6 +82,7 @@ Run declareDomainRead(Arguments& arguments) {
 Run declareDomainWrite(Arguments& arguments) {
     auto options = std::make_shared<WriteOptions>();
     arguments.required("FILE.json", options->path, "what domain read --json gives, whole or one entry");
+    arguments.asksTogether([options] { return "make " + options->path + " the domain table"; });
     arguments.number("--index", "N", options->index, 0, 1, "write this entry only, 0 or 1");
     arguments.flag("--keep-keys", options->how.keepKeys, "keep the keys of the table that was there, too");
     arguments.flag("--no-backup", options->how.noBackup, kNoBackupHelp);

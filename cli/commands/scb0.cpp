@@ -33,6 +33,7 @@ Run declareScb0(Arguments& arguments) {
     auto options = std::make_shared<Options>();
     arguments.word("MODE", options->mode, {"spi", "i2c"}, "spi: the flash can be reached; i2c");
     addBackup(arguments, options->how);
+    arguments.asksTogether([options] { return "make " + options->mode + " the role of SCB0"; });
     return [options](Session& session) { scb0(session, *options); };
 }
 

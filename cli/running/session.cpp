@@ -127,8 +127,7 @@ void Session::chooseDevice() {
 }
 
 void Session::confirm(const std::string& question) {
-    // The question of the table has been asked for all of them, and no other.
-    if (options.yes || (isOneOfSeveral_ && command.asks != nullptr)) return;
+    if (options.yes) return;
     if (isOneOfSeveral_ || isatty(STDIN_FILENO) != 1) {
         throw Failure{Exit::NeedsConfirmation, "needs confirmation: " + question, "repeat the command with -y", {}};
     }

@@ -92,8 +92,18 @@ void checkOutputs(const Invocation& invocation, const std::vector<Member>& membe
     }
 }
 
-void prepare(Member& member, const Session& whole, int argc, char** argv) {
+/// Of all devices, by name: what is asked once is said once.
+std::string questionOf(const Invocation& invocation, const std::vector<Member>& members) {
+    const std::string what = invocation.asksTogether ? invocation.asksTogether() : cli::questionOf(invocation);
+    if (what.empty()) return "";
+    std::string names;
+    for (const auto& member : members) names += (names.empty() ? "" : ", ") + member.name;
+    return what + " of " + countText(members.size(), "interface") + " (" + names + ")?";
+}
+
+void prepare(Member& member, const Session& whole, bool isConfirmed, int argc, char** argv) {
     member.invocation = readCommandLine(argc, argv);
+    if (isConfirmed) member.invocation.options.yes = true;
     member.invocation.options.devices = {member.spec};
     member.invocation.options.all = false;
     member.session = std::make_unique<Session>(member.invocation.options, *member.invocation.command);
@@ -159,10 +169,9 @@ Exit runSeveral(Session& session, const Invocation& invocation, int argc, char**
         members = findMembers(session);
     }
     checkOutputs(invocation, members);
-    if (const std::string question = questionOf(invocation); !question.empty() && !session.options.dryRun) {
-        session.confirm(question + " of " + countText(members.size(), "interface") + "?");
-    }
-    for (auto& member : members) prepare(member, session, argc, argv);
+    const std::string question = session.options.dryRun ? "" : questionOf(invocation, members);
+    if (!question.empty()) session.confirm(question);
+    for (auto& member : members) prepare(member, session, !question.empty(), argc, argv);
     workOnAll(members);
     return tellResults(members, invocation);
 }

@@ -65,6 +65,19 @@ class SeveralDevices(ToolTest):
         for name in ("flash-00001234.hex", "flash-00005678.hex", "log-00001234", "log-00005678"):
             self.assertTrue(os.path.exists(self.path(name)), name)
 
+    def test_what_each_would_ask_is_asked_once_with_their_names(self):
+        names = [f"sim:{self.path(name)},pace=fast" for name in ("one", "two")]
+        devices = ["-d", names[0], "-d", names[1]]
+        for answer, role in (("n", "SPI"), ("y", "I2C")):
+            asked = self.run_on_terminal(*devices, "scb0", "i2c", device=False, typed=answer + "\n", columns=300)
+            self.assertExit(asked, 0 if answer == "y" else 13)
+            self.assertEqual(asked.out.count("[y/N]"), 1)
+            self.assertIn(f"of 2 interfaces ({names[0]}, {names[1]})? [y/N]", asked.out)
+            told = [device["result"]["scb0"] for device in self.both("--json", "config", "read").json["devices"]]
+            self.assertEqual(told, [role, role])
+        self.assertExit(self.both("restore", "config"), 13)
+        self.assertExit(self.both("restore", "config", "-y"), 0)
+
     def test_a_question_that_one_of_them_would_ask_is_no_yes(self):
         result = self.both("config", "set-serial", "00007777")
         self.assertExit(result, 13)
