@@ -74,6 +74,8 @@ bool rewriteBlock(Session& session, const tavo::ConfigurationPlan& plan, const t
     }
     session.confirm(question + "?");
     tellKept(report, tavo::writeConfiguration(session.device(), plan, how, session.control()));
+    report.state.configuration = {tavo::Knowledge::Written,
+                                  "configuration block written; it takes effect after a replug"};
     return true;
 }
 

@@ -52,6 +52,7 @@ void writeTable(Session& session, const tavo::DomainTable& before, const tavo::D
         throw;
     }
     session.report.result["after"] = json(wanted, false);  // read back
+    session.report.state.node = {tavo::Knowledge::Written, "domain table written"};
     session.report.note("written");
 }
 

@@ -42,6 +42,7 @@ void changeMode(Session& session, tavo::Mode mode) {
     const auto change = tavo::setMode(session.device(), mode, session.control());
     report.result["before"] = stateJson(change.before);
     report.result["after"] = stateJson(change.after);
+    report.state.node = {tavo::Knowledge::Written, std::string("node set to ") + tavo::modeName(mode)};
     report.line(stateText(change.before) + " -> " + stateText(change.after));
 }
 

@@ -22,6 +22,9 @@ void store(Session& session, const std::string& text) {
     const std::string shown = tavo::neuronIdText(stored.id);
     report.result["neuron_id"] = shown;
     report.result["written"] = stored.written && !dryRun;
+    if (!dryRun && stored.written) {
+        report.state.userFlash = {tavo::Knowledge::Written, "the Neuron ID is in the user flash"};
+    }
     if (!stored.written) return report.note(shown + " already stored, nothing written");
     report.note(dryRun ? "would store " + shown + "; nothing was done (--dry-run)" : shown + " stored");
 }

@@ -15,6 +15,7 @@ void reset(Session& session, bool soft) {
     const auto by = soft ? tavo::ResetBy::Message : tavo::ResetBy::Line;
     const double seconds = tavo::reset(session.device(), by, session.control());
     report.result["seconds"] = seconds;
+    report.state.node = {tavo::Knowledge::Unchanged, "the Neuron was restarted"};
     report.note("reset in " + tavo::secondsText(seconds));
 }
 

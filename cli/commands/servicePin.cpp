@@ -11,6 +11,7 @@ void servicePin(Session& session) {
         return report.note("would press the service pin of " + session.deviceName() + "; nothing was done (--dry-run)");
     }
     report.result["seconds"] = tavo::pressServicePin(session.device(), session.control());
+    report.state.node = {tavo::Knowledge::Unchanged, "the service pin was pressed"};
     report.note("service pin pressed");
 }
 

@@ -16,6 +16,11 @@ COMMANDS = {
     "neuron-id read": "", "neuron-id store": "", "program-id": "", "domain read": "--show-keys",
     "domain write": "domains.json", "completion": "bash", "help": "", "version": "",
 }
+# What is known of the device after those that change something other than the flash.
+BLOCK = "configuration block written; it takes effect after a replug"
+STATES = {"config write": BLOCK, "config set-serial": BLOCK, "scb0": BLOCK, "restore": BLOCK, "mode": "node set to offline",
+          "reset": "the Neuron was restarted", "service-pin": "the service pin was pressed",
+          "neuron-id store": "the Neuron ID is in the user flash", "domain write": "domain table written"}
 WITHOUT_DEVICE = {"convert", "history", "completion", "help", "version"}
 
 
@@ -53,6 +58,7 @@ class Schema(ToolTest):
                 done = self.run_command(name)
                 self.assertIn(done.json["exit_status"], (0, 9), done.out)
                 self.assertEqual(done.json["command"], name)
+                self.assertEqual(done.json["state"], STATES.get(name, done.json["state"]))
                 if name == "domain read":
                     checked("domains", done.out)
 
