@@ -514,6 +514,12 @@ TEST_F(Recover, InterruptedAtOnceItTellsWhatIsHeld) {
     recover(device());
 }
 
+TEST_F(Doctor, ANeuronThatStillStartsIsNotCalledSilent) {
+    for (const bool held : {true, false}) rig.board().neuron.setReset(held);
+    const auto found = doctor(device(), {.restartNeuron = false, .each = {}});
+    EXPECT_EQ(found.check("Neuron answer").verdict, tavo::Verdict::Ok) << found.check("Neuron answer").text;
+}
+
 class Overview : public LinesTest {};
 
 TEST_F(Overview, APartThatDoesNotAnswerIsAbsentAndTellsWhy) {

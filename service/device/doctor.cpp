@@ -204,12 +204,25 @@ Check channel(Examination& exam) {
     return fail("LDV status " + std::to_string(ldv.ldvStatus), "restart the LDV driver, or replug the interface");
 }
 
+/// A Neuron that was plugged in a moment ago does not answer yet, and takes no notice of what it is asked: it is asked
+/// once more when it must have started.
+NeuronState statusOf(Examination& exam) {
+    try {
+        return readStatus(exam.device, exam.control);
+    } catch (const Error& error) {
+        if (error.status != TAVO_TRANSACTION_FAILED || exam.neuronRestarted || exam.interrupted) throw;
+    }
+    exam.op.step("no answer; the Neuron may be starting still, and is asked again");
+    exam.op.sleep(kBootMs);
+    return readStatus(exam.device, exam.control);
+}
+
 Check neuron(Examination& exam) {
     if (!exam.channelOpens) return skipped("no LDV channel");
     if (exam.isHeld()) return skipped("the Neuron is held");
     if (exam.neuronRestarted) exam.op.sleep(kBootMs);
     try {
-        exam.status = readStatus(exam.device, exam.control);
+        exam.status = statusOf(exam);
         return ok();
     } catch (const Error& error) {
         if (error.problem == Problem::Interrupted) throw;
