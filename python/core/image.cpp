@@ -135,16 +135,21 @@ std::string write(const PyImage& self, const py::object& name, const std::option
     return written.sha256;
 }
 
-std::uint8_t at(const PyImage& self, std::uint32_t address) {
-    const auto byte = address < tavo::kAddressable ? self.image().at(address) : std::nullopt;
-    if (!byte) throw py::index_error("the image has no byte at " + tavo::hexAddress(address));
-    return *byte;
+std::optional<std::uint8_t> byteAt(const PyImage& self, std::int64_t address) {
+    if (address < 0 || address >= tavo::kAddressable) return {};
+    return self.image().at(static_cast<std::uint32_t>(address));
+}
+
+std::uint8_t at(const PyImage& self, std::int64_t address) {
+    if (const auto byte = byteAt(self, address)) return *byte;
+    throw py::index_error("the image has no byte at " + py::str("0x{:06X}").format(address).cast<std::string>());
 }
 
 /// An end of a slice as an address: negative ones would count from an end that no image has.
 std::uint64_t end(const py::object& value, std::uint64_t absent) {
     if (value.is_none()) return absent;
-    const auto address = py::int_(value).cast<std::int64_t>();
+    const Py_ssize_t address = PyNumber_AsSsize_t(value.ptr(), nullptr);  // one that is too large is the largest
+    if (address == -1 && PyErr_Occurred() != nullptr) throw py::error_already_set();
     if (address < 0) throw py::index_error("addresses are not negative");
     return std::min<std::uint64_t>(static_cast<std::uint64_t>(address), tavo::kAddressable);
 }
@@ -234,9 +239,7 @@ rest_blank: it must be FF elsewhere. range: an AddressRange, to which the compar
         .def("__getitem__", &at, "address"_a)
         .def("__getitem__", &slice, "part"_a)
         .def("__contains__",
-             [](const PyImage& self, std::uint32_t address) {
-                 return address < tavo::kAddressable && self.image().at(address).has_value();
-             })
+             [](const PyImage& self, std::int64_t address) { return byteAt(self, address).has_value(); })
         .def("__or__", &united, "other"_a)
         .def(
             "__eq__", [](const PyImage& self, const PyImage& other) { return self.image() == other.image(); },
@@ -262,7 +265,8 @@ rest_blank: it must be FF elsewhere. range: an AddressRange, to which the compar
             "identity", [](const PyImage& self) { return self.image().identity(); },
             "SHA-256 of bytes and addresses: the same whatever file it was read from.")
         .def_property_readonly(
-            "name", [](const PyImage& self) { return text(self.name()); }, "The file it was read from; empty: none.");
+            "name", [](const PyImage& self) { return text(self.name()); }, "The file it was read from; empty: none.")
+        .attr("__iter__") = py::none();  // it would end at the first gap
 }
 
 }  // namespace binding

@@ -19,6 +19,13 @@ struct Running {
 };
 Running running;
 
+/// Whatever is_set() gives, as Python's own if takes it.
+bool isSet(const py::object& cancel) {
+    const int set = PyObject_IsTrue(cancel.attr("is_set")().ptr());
+    if (set < 0) throw py::error_already_set();
+    return set != 0;
+}
+
 }  // namespace
 
 Run::Run(py::object progress, py::object cancel) : progress_(std::move(progress)), cancel_(std::move(cancel)) {
@@ -85,12 +92,19 @@ void Run::look(const std::function<void()>* task) {
     try {
         if (PyErr_CheckSignals() != 0) throw py::error_already_set();
         if (raised_) return;
-        if (!cancel_.is_none() && cancel_.attr("is_set")().cast<bool>()) token_.cancel();
+        if (!cancel_.is_none() && isSet(cancel_)) token_.cancel();
         if (task != nullptr) (*task)();
     } catch (py::error_already_set& error) {
-        if (!raised_) raised_.emplace(error);  // a second Ctrl-C changes nothing: the releases are under way
-        token_.cancel();
+        end(error);
+    } catch (const std::exception& error) {  // until the worker is joined, nothing may leave here
+        PyErr_SetString(PyExc_RuntimeError, error.what());
+        end(py::error_already_set());
     }
+}
+
+void Run::end(const py::error_already_set& error) {
+    if (!raised_) raised_.emplace(error);  // a second Ctrl-C changes nothing: the releases are under way
+    token_.cancel();
 }
 
 void Run::raise() {

@@ -43,6 +43,7 @@ private:
     void carryOut(const std::function<void(const tavo::Control&)>& work);
     void serve();
     void look(const std::function<void()>* task);
+    void end(const py::error_already_set& error);
     void raise();
 
     py::object progress_;

@@ -265,12 +265,12 @@ class Device:
 
         Raises DeviceFailed when the Neuron answers and is in another state than asked for.
         """
-        return self._held.set_mode(list(Mode).index(mode), progress, cancel)
+        return self._held.set_mode(list(Mode).index(Mode(mode)), progress, cancel)
 
     def reset(self, by: ResetBy = ResetBy.LINE, *, progress: Progress | None = None,
               cancel: CancelEvent | None = None) -> float:
         """Restarts the Neuron; gives the seconds that it took."""
-        return self._held.reset(by is ResetBy.MESSAGE, progress, cancel)
+        return self._held.reset(ResetBy(by) is ResetBy.MESSAGE, progress, cancel)
 
     def press_service_pin(self, *, progress: Progress | None = None, cancel: CancelEvent | None = None) -> float:
         """Presses the service pin for 25 ms; gives the seconds that it took. DeviceFailed: the bridge has none."""
@@ -335,9 +335,9 @@ class Device:
     def set_scb0(self, role: Scb0Role, *, backup: Path | None = None, no_backup: bool = False, dry_run: bool = False,
                  progress: Progress | None = None, cancel: CancelEvent | None = None) -> ConfigurationChange:
         """Makes serial block 0 SPI or I2C in the block. Raises as write_configuration."""
-        if role is Scb0Role.OTHER:
+        if Scb0Role(role) is Scb0Role.OTHER:
             raise ValueError("serial block 0 can be made SPI or I2C")
-        return ConfigurationChange(*self._held.set_scb0(role is Scb0Role.SPI, _path(backup), no_backup, dry_run,
+        return ConfigurationChange(*self._held.set_scb0(Scb0Role(role) is Scb0Role.SPI, _path(backup), no_backup, dry_run,
                                                         progress, cancel))
 
     def store_neuron_id(self, neuron_id: str | None = None, *, dry_run: bool = False,
@@ -358,7 +358,7 @@ class Device:
         has left the flash incomplete, else the latest. Raises FileFailed when there is none, BadArgument for a text
         that names several.
         """
-        return self._held.find_backup(list(BackupKind).index(kind), which)
+        return self._held.find_backup(list(BackupKind).index(BackupKind(kind)), which)
 
     def restore(self, backup: Backup, *, no_backup: bool = False, progress: Progress | None = None,
                 cancel: CancelEvent | None = None) -> RestoreResult:
@@ -375,7 +375,7 @@ class Device:
     def overview(self, flash: FlashLook = FlashLook.IF_SILENT, *, progress: Progress | None = None,
                  cancel: CancelEvent | None = None) -> Overview:
         """One look over bridge, Neuron and flash. Parts that do not answer are None. 0.1 to 4 s."""
-        return self._held.overview(list(FlashLook).index(flash), progress, cancel)
+        return self._held.overview(list(FlashLook).index(FlashLook(flash)), progress, cancel)
 
     def doctor(self, *, restart_neuron: bool = True, on_check: Callable[[Check], object] | None = None,
                progress: Progress | None = None, cancel: CancelEvent | None = None) -> Diagnosis:

@@ -113,10 +113,14 @@ class Interface:
         return {name.removeprefix("neuron."): value for name, value in _sim.neuron(self._index).items()}
 
     def set_neuron(self, knobs: Mapping[str, object] | None = None, **more: object) -> None:
-        """Turns knobs of it: set_neuron(answer="silent"), set_neuron(delay_ms=900). Raises ValueError for a value."""
-        wanted = {**(knobs or {}), **more}
-        _sim.set_neuron(self._index, {f"neuron.{name.replace('_', '-')}": str(value)
-                                      for name, value in wanted.items()})
+        """Turns knobs of it: set_neuron(answer="silent"), set_neuron(delay_ms=900).
+
+        Raises ValueError for a value, and for a knob that it has not.
+        """
+        wanted = {name.replace("_", "-"): str(value) for name, value in {**(knobs or {}), **more}.items()}
+        if unknown := wanted.keys() - (known := self.neuron.keys()):
+            raise ValueError(f"no knob {', '.join(sorted(unknown))}; known are {', '.join(known)}")
+        _sim.set_neuron(self._index, {f"neuron.{name}": value for name, value in wanted.items()})
 
 
 def _description(folder: str, options: Mapping[str, object]) -> str:

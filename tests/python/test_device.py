@@ -117,6 +117,10 @@ def test_configuration(tavo_device, tmp_path):
     assert not tavo_util.compare_configuration(block, back.after)
     assert tavo_device.store_neuron_id("0501A2B3C4D5", dry_run=True).neuron_id == "0501A2B3C4D5"
     assert tavo_util.configuration_fields(tavo_device.set_scb0(Scb0Role.I2C).after).scb0 == "I2C"
+    assert tavo_util.configuration_fields(tavo_device.set_scb0("SPI", dry_run=True).after).scb0 == "SPI"
+    for wrong in (lambda: tavo_device.set_scb0("spi"), lambda: tavo_device.reset("link"), lambda: tavo_device.set_mode("on")):
+        with pytest.raises(ValueError, match="not a valid"):
+            wrong()
     assert tavo_device.store_neuron_id("0501A2B3C4D5").written
     assert not tavo_device.store_neuron_id("0501A2B3C4D5").written
     bad = block[:8] + b"\0" + block[9:]

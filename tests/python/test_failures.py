@@ -11,6 +11,7 @@ import subprocess
 import sys
 import threading
 import time
+from unittest import mock
 
 import pytest
 
@@ -54,6 +55,8 @@ def test_silent_neuron(tavo_device, tavo_interface):
     assert caught.value.hint
     with pytest.raises(ValueError):
         tavo_interface.set_neuron(answer="loud")
+    with pytest.raises(ValueError, match="anwser; known are .*answer"):
+        tavo_interface.set_neuron(anwser="silent")
     with pytest.raises(ValueError):
         tavo_interface.fail("CyNothing", 1)
 
@@ -84,6 +87,19 @@ def test_what_progress_raises_ends_the_operation(tavo_device, tavo_interface, im
     assert not tavo_interface.leftovers
     with pytest.raises(tavo_util.DeviceBusy):
         tavo_device.inspect_flash(progress=lambda event: tavo_device.status())
+
+
+def test_cancel_takes_whatever_is_true(tavo_device, tavo_interface):
+    event = mock.Mock()
+    event.is_set.return_value = "yes"
+    with pytest.raises(tavo_util.Cancelled):
+        tavo_device.inspect_flash(cancel=event)
+    event.is_set.return_value = []
+    assert tavo_device.status(cancel=event)
+    event.is_set = mock.Mock(side_effect=KeyError)
+    with pytest.raises(KeyError):
+        tavo_device.inspect_flash(cancel=event)
+    assert not tavo_interface.leftovers
 
 
 def test_cancel_from_another_thread(tavo_device, tavo_interface):

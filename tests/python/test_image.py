@@ -21,9 +21,15 @@ def test_bytes_and_parts(image):
     assert not image[3000:0x2000] and bytes(Image()) == b""
     with pytest.raises(IndexError, match="0x000BB8"):
         image[3000]
-    for wrong in (slice(0, 8, 2), slice(-4, None)):
+    for wrong in (slice(0, 8, 2), slice(-4, None), -1, 1 << 40):
         with pytest.raises(IndexError):
             image[wrong]
+    assert image[0x2000:1 << 70] == image[0x2000:] and -1 not in image
+    for wrong in ("16", 1.5):
+        with pytest.raises(TypeError):
+            image[wrong:]
+    with pytest.raises(TypeError):
+        list(image)  # nor up to the first gap
 
 
 def test_views_share_their_bytes(image):
