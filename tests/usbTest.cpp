@@ -30,8 +30,8 @@ libusb_endpoint_descriptor endpoint(uint8_t address, uint8_t type) {
 }
 
 InterfaceSpec serialBlock(unsigned char subclass, uint8_t out, uint8_t in, uint8_t interrupt) {
-    // The interrupt endpoint stands first: addresses go by type and direction, not by place.
-    return {0xFF, subclass, {endpoint(interrupt, 3), endpoint(out, 2), endpoint(in, 2)}};
+    // Interrupt endpoints stand before and after: addresses go by type and direction, not by place.
+    return {0xFF, subclass, {endpoint(interrupt, 3), endpoint(out, 2), endpoint(in, 2), endpoint(0x8F, 3)}};
 }
 
 const InterfaceSpec kManufacturing{0xFF, 0x05, {}};
@@ -449,12 +449,14 @@ TEST_F(UsbTest, WrongArgumentsSendNothing) {
 TEST_F(UsbTest, AnSpiConfigurationIsThe16ByteRecordOfItsBlock) {
     handle = open(1);
     expectFirstReset(1);
-    expect({control("C0 C2 8000 0000 16", {0xA0, 0xBB, 0x0D, 0, 8, 0, 0, 1, 0, 1, 1, 1, 0, 0, 0, 0})});
+    expect({control("C0 C2 8000 0000 16", {0xA0, 0xBB, 0x0D, 0, 8, 1, 0, 1, 0, 1, 1, 1, 0, 0, 0, 0})});
     CY_SPI_CONFIG config{};
     EXPECT_EQ(CyGetSpiConfig(handle, &config), CY_SUCCESS);
     EXPECT_EQ(config.frequency, 900000U);
     EXPECT_TRUE(config.isCpha && !config.isCpol);
     EXPECT_TRUE(config.isMsbFirst && !config.isMaster && config.isContinuousMode && config.isSelectPrecede);
+    EXPECT_EQ(config.protocol, CY_SPI_TI);
+    config.protocol = CY_SPI_MOTOROLA;
     config.isMaster = true;
     // isSelectPrecede goes back as it was read: the chip's own configuration block has it set.
     expect({control("40 C3 8000 0000 16 | A0 BB 0D 00 08 00 00 01 01 01 01 01 00 00 00 00")});
