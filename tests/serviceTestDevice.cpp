@@ -227,6 +227,9 @@ TEST_F(History, TheTextsNameFileSumAndBackup) {
     EXPECT_EQ(tavo::interruptedText({"/a.hex", "12ab", "/b.hex", "2024-05-01T14:03:59+0200"}),
               "the run of 2024-05-01T14:03:59+0200 was interrupted: the image is incomplete, /a.hex (sha256 12ab) was "
               "being programmed");
+    EXPECT_THAT(tavo::interruptedText({"", "12ab", "", "now"}),
+                testing::HasSubstr("incomplete, one from memory (sha256 12ab)"));
+    EXPECT_THAT(tavo::interruptedText({"", "", "", "now"}), testing::HasSubstr("the erase of now"));
     EXPECT_EQ(tavo::interruptedHint({"/a.hex", "12ab", "/b.hex", "now"}),
               "program it again: tavo-util program /a.hex; what was there before is in /b.hex");
     EXPECT_EQ(tavo::interruptedHint({"", "", "", "now"}), "program an image");

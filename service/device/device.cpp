@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <utility>
 
 #include "platform/deviceLock.h"
@@ -12,6 +14,9 @@ std::string lockName(const DeviceDescription& device) {
 }
 
 Error held(const std::string& device, int holder) {
+    if (holder == ::getpid()) {
+        return {Problem::Busy, device + " is in use by this process already", "close it where it was opened before"};
+    }
     const std::string by = holder > 0 ? "by process " + std::to_string(holder) : "by another process";
     return {Problem::Busy, device + " is in use " + by, "wait until it has finished, or end it with Ctrl-C there"};
 }

@@ -10,6 +10,7 @@
 #include "platform/portPath.h"
 #include "sim/preload.h"
 #include "tavo/service/device.h"
+#include "tavo/service/simulated.h"
 #include "tavo/service/text.h"
 
 namespace tavo {
@@ -176,11 +177,13 @@ Error noDevice(const std::vector<std::string>& specs) {
                 "no interface that may be opened matches " + wanted + "; access denied:" + denied,
                 statusError(TAVO_ACCESS_DENIED, Side::Bridge, "").hint};
     }
-    const bool simulated = DeviceSpec::parse(wanted).kind == DeviceSpec::Kind::Simulated;
-    return {Problem::NoDevice, (simulated ? "cannot open " : "no interface matches ") + wanted,
-            simulated
+    if (DeviceSpec::parse(wanted).kind != DeviceSpec::Kind::Simulated) {
+        return {Problem::NoDevice, "no interface matches " + wanted, "tavo-util list shows what is attached"};
+    }
+    return {Problem::NoDevice, "cannot open " + wanted,
+            isOnSimulatedInterfaces()
                 ? "the lines before on standard error say what is wrong in its folder; another folder starts a new one"
-                : "tavo-util list shows what is attached"};
+                : "start the program by tavo-sim DIR -- PROGRAM; in Python, tavo_util.sim makes interfaces"};
 }
 
 DeviceDescription chooseDevice(const std::vector<std::string>& specs, std::optional<unsigned> waitSeconds,

@@ -187,17 +187,27 @@ void forgetRun(const DeviceDescription& device) {
     }
 }
 
+namespace {
+
+/// An image that was made in memory has no name, but a sum.
+bool isOfErase(const InterruptedRun& run) {
+    return run.image.empty() && run.sha256.empty();
+}
+
+}  // namespace
+
 FlashState interruptedState(const InterruptedRun& run) {
-    return run.started.empty() || run.image.empty() ? FlashState::Uncertain : FlashState::Incomplete;
+    return run.started.empty() || isOfErase(run) ? FlashState::Uncertain : FlashState::Incomplete;
 }
 
 std::string interruptedText(const InterruptedRun& run) {
     if (run.started.empty())
         return "a run was interrupted (its record cannot be read): the image in the flash may be incomplete";
     const std::string since = " of " + run.started + " was interrupted: ";
-    if (run.image.empty()) return "the erase" + since + "the flash is erased or partly erased";
+    if (isOfErase(run)) return "the erase" + since + "the flash is erased or partly erased";
     const std::string sum = run.sha256.empty() ? "" : " (sha256 " + run.sha256 + ")";
-    return "the run" + since + "the image is incomplete, " + run.image + sum + " was being programmed";
+    const std::string name = run.image.empty() ? "one from memory" : run.image;
+    return "the run" + since + "the image is incomplete, " + name + sum + " was being programmed";
 }
 
 namespace {

@@ -62,6 +62,9 @@ def test_silent_neuron(tavo_device, tavo_interface):
 
 
 def test_an_interface_that_this_user_may_not_open(tmp_path):
+    with pytest.raises(tavo_util.NoDevice) as caught:
+        tavo_util.open(f"sim:{tmp_path}/board")
+    assert "tavo-sim DIR -- PROGRAM" in caught.value.hint
     with sim.described(f"sim:{tmp_path}/board,size=64K,pace=fast,denied") as [interface]:
         with pytest.raises(tavo_util.NoPermission) as caught:
             tavo_util.open(interface.spec)
@@ -179,6 +182,8 @@ def test_eight_devices_side_by_side(image):
 
 
 def test_one_operation_at_a_time(tavo_device):
+    with pytest.raises(tavo_util.DeviceBusy, match="by this process already"):
+        tavo_util.open()
     with concurrent.futures.ThreadPoolExecutor(1) as pool:
         entered = threading.Event()
         first = pool.submit(tavo_device.reset, progress=lambda event: entered.set())
