@@ -822,9 +822,11 @@ constexpr auto kReadSetting = "C0 C2 0000 0000 16";
 TEST_F(UsbSettingTest, IsPutBackWhenAResetChangedIt) {
     failWith({control(kReset), control(kReadSetting, slave), putBack});
     failWith({control(kReset), control(kReadSetting, master)});
-    CY_HANDLE again = open();  // another handle, and after it another claim, know what this process has set
+    CY_HANDLE again = open();  // another handle, and after a new list another claim, know what this process has set
     EXPECT_EQ(CyClose(handle), CY_SUCCESS);
     EXPECT_EQ(CyClose(again), CY_SUCCESS);
+    UINT8 count = 0;
+    EXPECT_EQ(CyGetListofDevices(&count), CY_SUCCESS);
     handle = open();
     failWith({control(kReset), control(kReadSetting, slave), putBack});
 }
