@@ -52,7 +52,7 @@ public:
     Neuron(Clock& clock, std::span<const std::uint8_t> flash) : clock_(clock), flash_(flash) {}
 
     /// Its state as key=value pairs, all keys starting with "neuron.": id, program-id, counters and
-    /// growth (ten bytes),    /// reset-cause, state, version, error-log, model, domain0, domain1 in hexadecimal;
+    /// growth (ten bytes), reset-cause, state, version, error-log, model, domain0, domain1 in hexadecimal;
     /// answer (normal, negative, wrong, stranger, silent); boots-from (factory, flash); delay-ms and unsolicited in
     /// decimal. Unknown keys are ignored, missing ones keep their value. load throws std::invalid_argument for a value
     /// that cannot be, naming the key.

@@ -1,6 +1,8 @@
 // The page for the file of a job.
 #include <pybind11/stl.h>
 
+#include <cstring>
+
 #include "python/core/convert.h"
 #include "python/core/device.h"
 #include "python/core/image.h"

@@ -1,5 +1,6 @@
 #include "python/core/running.h"
 
+#include <atomic>
 #include <chrono>
 #include <thread>
 

@@ -1,6 +1,8 @@
 // What this computer keeps: backups, the history; and domain tables in files.
 #include <pybind11/stl.h>
 
+#include <cstring>
+
 #include "python/core/convert.h"
 #include "python/core/device.h"
 #include "python/core/running.h"
