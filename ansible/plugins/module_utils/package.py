@@ -321,7 +321,7 @@ class Package:
                 try:
                     yield device
                 except self.library.Error as error:
-                    self._tell(error, is_gone=not device.is_attached)
+                    self._tell(error)
                     raise Told()
 
     # What is told of it.
@@ -377,20 +377,15 @@ class Package:
         self.answer.update(exit_status=exit_status, status=None)
         raise Told()
 
-    def _tell(self, error, is_gone=False):
-        """A failure of the library. An interface that was unplugged fails in many ways; what people need to know is that it
-        is gone."""
-        text, hint = str(error), error.hint
-        if is_gone and error.status is not None and 'no longer attached' not in text:
-            text += ': the interface is no longer attached'
-            hint = ('plug it in again, then program the image before it is used' if error.state.is_flash_lost
-                    else 'plug it in again and repeat the command')
+    def _tell(self, error):
+        """A failure of the library."""
         left = self.answer['flash_state']  # by a run that was cut off, of which this operation knows nothing
         self._know(error.state)
         if left in LEFT and error.state.flash is self.library.FlashState.UNTOUCHED:
             others = '' if error.state.text == NOT_TOUCHED else '; ' + error.state.text
             self.answer.update(flash_state=left, state=LEFT[left] + others)
-        self.answer['messages'].append(dict(severity='error', text='\n    '.join((text,) + error.details), hint=or_none(self._pasteable(hint))))
+        self.answer['messages'].append(dict(severity='error', text='\n    '.join((str(error),) + error.details),
+                                            hint=or_none(self._pasteable(error.hint))))
         lost = error.problem != 'interrupted' and error.state.is_flash_lost
         self.answer.update(exit_status=FLASH_LOST if lost else EXITS[error.problem],
                            status=None if error.status is None else dict(code=error.status, name=error.status_name))
