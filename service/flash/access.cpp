@@ -80,10 +80,13 @@ void FlashAccess::take(long settleMs, std::optional<int> clockHz) {
     // What a cut-off run has left is no state that this one could call unchanged.
     const bool halfWritten = interruptedRun(op_.device.description()).has_value();
     op_.state.flash = halfWritten ? FlashState::Incomplete : FlashState::Unchanged;
+    constexpr const char* kFirst = "make SCB0 an SPI master";
+    // An interface that was plugged in again since it was opened has its number in a new list only.
+    if (!isStillAttached(op_.device.description().path)) check(CY_ERROR_DEVICE_NOT_FOUND, kFirst);
     touched_ = true;
     DeviceInfo& info = op_.device.info();
     lookAtScb0();
-    check(configurator_.setupSpi(true), "make SCB0 an SPI master");
+    check(configurator_.setupSpi(true), kFirst);
     gpio_.emplace(info);
     reset_.emplace(*gpio_, kNeuronResetPin, IOPin::HIGH);
     check(reset_->set(IOPin::LOW), "hold the Neuron in reset");

@@ -209,5 +209,8 @@ def test_choosing(tavo_interface):
         assert device.is_attached
         tavo_interface.unplug()
         assert tavo_util.devices() == () and not device.is_attached
-    tavo_interface.plug()
+        with pytest.raises(tavo_util.NoDevice, match="device not found: the interface is no longer attached"):
+            device.blank_check()
+        tavo_interface.plug()
+        assert device.blank_check()  # at once, not at the second try
     assert len(tavo_util.devices(tavo_interface.spec)) == 1
